@@ -1,0 +1,61 @@
+#include "errortexts.h"
+
+#include <QMessageBox>
+
+QString ErrorTexts::caption(errorLevel level)
+{
+    switch (level) {
+    case Error:
+        return tr("ERROR");
+    case Warning:
+        return tr("WARNING");
+    case Info:
+        return tr("INFO");
+    case Welcome:
+        return tr("WELCOME");
+    }
+    return tr("ERROR");
+}
+
+void ErrorTexts::setupMessageBox(QMessageBox &box, errorLevel level, const QString &text)
+{
+    box.setWindowTitle(caption(level));
+    box.setText(text);
+    switch (level) {
+    case Error:
+        box.setIcon(QMessageBox::Critical);
+        break;
+    case Warning:
+        box.setIcon(QMessageBox::Warning);
+        break;
+    case Info:
+    case Welcome:
+        box.setIcon(QMessageBox::Information);
+        break;
+    }
+}
+
+QString ErrorTexts::deviceNotConnected()
+{
+    return tr("Device is not connected");
+}
+
+QString ErrorTexts::processAborted()
+{
+    return tr("Process aborted! Perform device restart before flashing again");
+}
+
+QString ErrorTexts::flashingNotCompleted()
+{
+    return tr("Flashing not completed");
+}
+
+QString ErrorTexts::processWillBeAborted()
+{
+    return tr("Process will be aborted! This might take a few seconds.");
+}
+
+QString ErrorTexts::moreInformation()
+{
+    return tr("You can get more information from the manual\n\nPlease perform device restart before flashing again");
+}

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QObject>
+#include <QString>
+
+class QMessageBox;
+
+// Levels, captions and icons of every user message, and the sentences that several
+// parts of the program show word for word.
+class ErrorTexts : public QObject
+{
+    Q_OBJECT
+public:
+    enum errorLevel { Error = 0, Warning = 1, Info = 2, Welcome = 3 };
+    Q_ENUM(errorLevel)
+
+    static QString caption(errorLevel level);
+    static void setupMessageBox(QMessageBox &box, errorLevel level, const QString &text);
+
+    static QString deviceNotConnected();
+    static QString processAborted();
+    static QString flashingNotCompleted();
+    static QString processWillBeAborted();
+    static QString moreInformation();
+};
+
+Q_DECLARE_METATYPE(ErrorTexts::errorLevel)

@@ -1,0 +1,52 @@
+#include "log.h"
+
+#include <QFile>
+#include <QTextStream>
+
+namespace {
+// Written on the GUI thread before any worker exists, read by the handler on any thread.
+QString logFolder;
+} // namespace
+
+void Log::setFolder(const QString &folder)
+{
+    logFolder = folder;
+}
+
+QString Log::folder()
+{
+    return logFolder;
+}
+
+QString Log::filePath()
+{
+    return logFolder + QLatin1String("/logfile.txt");
+}
+
+void clearLogFile()
+{
+    if (QFile::exists(Log::filePath()))
+        QFile::remove(Log::filePath());
+}
+
+void logMessageHandler(QtMsgType type, const QMessageLogContext &, const QString &message)
+{
+    QFile file(Log::filePath());
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
+        return;
+    switch (type) {
+    case QtDebugMsg:
+    case QtWarningMsg:
+    case QtCriticalMsg:
+    case QtFatalMsg: {
+        // Qt 6 drops the blank that follows the last item of a statement; the log
+        // keeps it, as its readers expect.
+        QTextStream stream(&file);
+        stream << message << ' ' << '\n';
+        break;
+    }
+    default:
+        break;
+    }
+    file.close();
+}

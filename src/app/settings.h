@@ -1,0 +1,105 @@
+#pragma once
+
+#include <QDir>
+#include <QObject>
+#include <QString>
+
+class Dialog;
+class QSettings;
+
+// Configuration file, built-in server account, tool paths, working folders and the
+// names shared with the update server.
+class Settings : public QObject
+{
+    Q_OBJECT
+public:
+    // Plain form, for main: reads the configuration, touches no folder.
+    explicit Settings(QObject *parent);
+    // Full form, for the main window: also prepares the working folders.
+    explicit Settings(Dialog *owner);
+    ~Settings() override;
+
+    QString getValue(const QString &key) const;
+    void setValue(const QString &key, const QString &value);
+
+    bool isHttp() const { return useHttp; }
+    void setHttp(bool http);
+    QString getSearchPath() const { return searchPath; }
+    QString getSearchPathBrioMel() const { return searchPathBrioMel; }
+    void setSearchPath(const QString &path);
+    void setSearchPathBrioMel(const QString &path);
+    QString getFtpUrl() const { return ftpUrl; }
+    QString getFtpUser() const { return ftpUser; }
+    QString getFtpPassword() const { return ftpPassword; }
+    bool isGpgAvailable() const { return gpgAvailable; }
+
+    // Quoted, so that a path with blanks survives QProcess::start.
+    QString getDfuUtilPath() const;
+    QString getDetectorPath() const;
+    QString getXmodemUtilPath() const;
+    QString getGpgPath() const;
+    // The platform's file name of a tool ("gpg" here), for texts and log lines.
+    static QString toolName(const QString &baseName);
+
+    // Working folders
+    QString getExtractFolder() const { return extractFolder; }
+    static QString getExtractFolderName();
+    QString getGpgFolder() const { return gpgFolder; }
+    QString getTempPath() const { return tempDir.absolutePath(); }
+    static bool removeFolder(const QString &path);
+    void createExtractFolder();
+
+    // Update server and file names
+    static QString getTesselNINEName();
+    static QString getBrioMelName();
+    static QString getTesselNINELatestFolder();
+    static QString getTesselNINEUnstableFolder();
+    static QString getTesselNINEBootloaderFolder();
+    static QString getBrioMelLatestFolder();
+    static QString getBrioMelUnstableFolder();
+    static QString getNetworkFirmwareFolder();
+    static QString getNetworkDebugFolder();
+    static QString getNetworkBootloaderFolder();
+    QString getTesselNINENameFilter(bool useZipSearch) const;
+    QString getFirmwareFilter(bool useZipSearch) const;
+    QString getBootloaderFilter(bool useZipSearch) const;
+
+    QString getTesselNINELatestListUrl() const;
+    QString getBrioMelLatestListUrl() const;
+    QString getTesselNINEBootloaderListUrl() const;
+    QString getTesselNINEUnstableListUrl(const QString &userIdentifier) const;
+    QString getBrioMelUnstableListUrl(const QString &userIdentifier) const;
+    static QString getTesselNINELatestFileUrl();
+    static QString getBrioMelLatestFileUrl();
+    static QString getTesselNINEBootloaderFileUrl();
+    static QString getTesselNINEUnstableFileUrl(const QString &userIdentifier);
+    static QString getBrioMelUnstableFileUrl(const QString &userIdentifier);
+    QString getCredentialsQuery() const;
+
+signals:
+    void settingError();
+
+private:
+    void load();
+    void decideGpgAvailable();
+    void prepareGpgFolder();
+    void copyKeyResource(const QString &resource, const QString &destination, const QString &failureText);
+    QString toolPath(const QString &baseName) const;
+    QString listUrl(const QString &folder, const QString &userIdentifier) const;
+    static QString fileUrl(const QString &folder, const QString &userIdentifier);
+    bool useSignedForms(bool useZipSearch) const { return gpgAvailable && !useZipSearch; }
+    static void showWarning(const QString &text);
+
+    QSettings *config = nullptr;
+    QSettings *ftpConfig = nullptr;
+    QString searchPath;
+    QString searchPathBrioMel;
+    QString extractFolder;
+    QString gpgFolder;
+    QDir tempDir;
+    QString ftpUrl;
+    QString ftpUser;
+    QString ftpPassword;
+    bool gpgAvailable = true;
+    bool useHttp = false;
+};
