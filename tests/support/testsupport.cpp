@@ -1,0 +1,223 @@
+#include "testsupport.h"
+
+#include <QApplication>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QMessageBox>
+#include <QProcess>
+#include <QPushButton>
+#include <QSettings>
+#include <QTest>
+#include <QThread>
+
+#include <csignal>
+#include <unistd.h>
+
+namespace TestSupport {
+
+QString binDir()
+{
+    return QStringLiteral(MORVANTA_TEST_BIN_DIR);
+}
+
+QString devKeyDir()
+{
+    return QStringLiteral(MORVANTA_TEST_DEVKEY_DIR);
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+Sandbox::Sandbox()
+{
+    for (const QString &sub : {home(), tmp(), cwd(), app()})
+        QDir().mkpath(sub);
+}
+
+QString Sandbox::workingRoot() const
+{
+    return tmp() + "/morvanta-" + QString::number(getuid());
+}
+
+QString Sandbox::log() const
+{
+    return QString::fromLocal8Bit(readFile(logPath()));
+}
+
+void Sandbox::writeConfig(const QMap<QString, QString> &keys) const
+{
+    QSettings config(home() + "/Morvanta_config.ini", QSettings::IniFormat);
+    for (auto it = keys.begin(); it != keys.end(); ++it)
+        config.setValue(it.key(), it.value());
+}
+
+QString Sandbox::configValue(const QString &key) const
+{
+    QSettings config(home() + "/Morvanta_config.ini", QSettings::IniFormat);
+    return config.value(key).toString();
+}
+
+void Sandbox::installProgram(const QStringList &tools) const
+{
+    // A copy, not a link: the program looks for its tools beside its real path.
+    QFile::remove(app() + "/morvanta");
+    QFile::copy(binDir() + "/morvanta", app() + "/morvanta");
+    for (const QString &tool : tools) {
+        QFile::remove(app() + "/" + tool);
+        QFile::link(QFileInfo(binDir() + "/" + tool).canonicalFilePath(), app() + "/" + tool);
+    }
+}
+
+QProcessEnvironment Sandbox::environment() const
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("HOME", home());
+    env.insert("TMPDIR", tmp());
+    env.insert("XDG_RUNTIME_DIR", tmp());
+    env.insert("QT_QPA_PLATFORM", "xcb");
+    env.remove("LANGUAGE");
+    return env;
+}
+
+struct ProgramRun::Private {
+    QProcess process;
+};
+
+ProgramRun::ProgramRun(const Sandbox &sandbox, const QStringList &args, const QString &cwd,
+                       const QProcessEnvironment &extraEnv)
+    : d(new Private)
+{
+    QProcessEnvironment env = sandbox.environment();
+    for (const QString &key : extraEnv.keys())
+        env.insert(key, extraEnv.value(key));
+    d->process.setProcessEnvironment(env);
+    d->process.setWorkingDirectory(cwd.isEmpty() ? sandbox.cwd() : cwd);
+    d->process.setProcessChannelMode(QProcess::MergedChannels);
+    d->process.start(sandbox.app() + "/morvanta", args);
+    d->process.waitForStarted();
+}
+
+ProgramRun::~ProgramRun()
+{
+    if (d->process.state() != QProcess::NotRunning) {
+        d->process.kill();
+        d->process.waitForFinished();
+    }
+    delete d;
+}
+
+qint64 ProgramRun::pid() const
+{
+    return d->process.processId();
+}
+
+bool ProgramRun::isRunning() const
+{
+    return d->process.state() == QProcess::Running;
+}
+
+bool ProgramRun::waitForExit(int msecs)
+{
+    if (d->process.waitForFinished(msecs))
+        return true;
+    d->process.kill();
+    d->process.waitForFinished();
+    return false;
+}
+
+int ProgramRun::exitCode() const
+{
+    return d->process.exitStatus() == QProcess::NormalExit ? d->process.exitCode() : -1;
+}
+
+QString ProgramRun::output() const
+{
+    return QString::fromLocal8Bit(d->process.readAll());
+}
+
+void ProgramRun::kill9()
+{
+    ::kill(static_cast<pid_t>(d->process.processId()), SIGKILL);
+    d->process.waitForFinished();
+}
+
+void ProgramRun::terminate()
+{
+    d->process.terminate();
+    d->process.waitForFinished();
+}
+
+// xdotool matches titles with POSIX extended expressions.
+static QString exactTitle(const QString &title)
+{
+    QString pattern = "^";
+    for (const QChar c : title) {
+        if (QStringLiteral(".[]()*+?{}|^$\\").contains(c))
+            pattern += '\\';
+        pattern += c;
+    }
+    return pattern + "$";
+}
+
+static QString xdotool(const QStringList &args)
+{
+    QProcess p;
+    p.start("xdotool", args);
+    p.waitForFinished(5000);
+    return QString::fromLocal8Bit(p.readAllStandardOutput()).trimmed();
+}
+
+QString waitForWindow(const QString &title, int msecs)
+{
+    const QString pattern = exactTitle(title);
+    QDeadlineTimer deadline(msecs);
+    while (!deadline.hasExpired()) {
+        const QString ids = xdotool({"search", "--onlyvisible", "--name", pattern});
+        if (!ids.isEmpty())
+            return ids.split('\n').first();
+        QThread::msleep(100);
+    }
+    return QString();
+}
+
+bool windowExists(const QString &title)
+{
+    return !xdotool({"search", "--onlyvisible", "--name", exactTitle(title)}).isEmpty();
+}
+
+bool answerBox(const QString &title, int msecs)
+{
+    const QString id = waitForWindow(title, msecs);
+    if (id.isEmpty())
+        return false;
+    // No window manager gives the box the keyboard: take it there, then type.
+    xdotool({"windowfocus", "--sync", id});
+    QThread::msleep(100);
+    xdotool({"key", "Return"});
+    return true;
+}
+
+ModalAnswerer::ModalAnswerer(QObject *parent) : QObject(parent)
+{
+    startTimer(50);
+}
+
+void ModalAnswerer::timerEvent(QTimerEvent *)
+{
+    QWidget *modal = QApplication::activeModalWidget();
+    auto *box = qobject_cast<QMessageBox *>(modal);
+    if (!box || !box->isVisible())
+        return;
+    titles << box->windowTitle();
+    texts << box->text();
+    if (QAbstractButton *button = box->defaultButton())
+        button->click();
+    else
+        box->accept();
+}
+
+} // namespace TestSupport

@@ -1,0 +1,93 @@
+#pragma once
+
+#include <QMap>
+#include <QObject>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+#include <functional>
+
+class QWidget;
+
+namespace TestSupport {
+
+QString binDir();      // the build tree's program folder, with the simulators and gpg
+QString devKeyDir();   // the development signing key of this build tree
+
+// A throwaway world for one start of the program: home, temporary folder, current
+// folder and an application folder (with a blank in its path) holding a copy of the
+// program and the tools a test chooses.
+class Sandbox
+{
+public:
+    Sandbox();
+    bool isValid() const { return dir.isValid(); }
+
+    QString root() const { return dir.path(); }
+    QString home() const { return root() + "/home"; }
+    QString tmp() const { return root() + "/tmp"; }
+    QString cwd() const { return root() + "/cwd"; }
+    QString app() const { return root() + "/app folder"; }
+    QString workingRoot() const; // where the program keeps its log and scratch folders
+    QString logPath() const { return workingRoot() + "/logfile.txt"; }
+    QString log() const;
+
+    void writeConfig(const QMap<QString, QString> &keys) const;
+    QString configValue(const QString &key) const;
+    // Copies the program and links the named tools ("gpg", "dfu-util", ...) beside it.
+    void installProgram(const QStringList &tools) const;
+    QProcessEnvironment environment() const;
+
+private:
+    QTemporaryDir dir;
+};
+
+// The program running in a sandbox under an X display (the suite's Xvfb).
+class ProgramRun
+{
+public:
+    ProgramRun(const Sandbox &sandbox, const QStringList &args, const QString &cwd = QString(),
+               const QProcessEnvironment &extraEnv = QProcessEnvironment());
+    ~ProgramRun();
+    ProgramRun(const ProgramRun &) = delete;
+    ProgramRun &operator=(const ProgramRun &) = delete;
+
+    qint64 pid() const;
+    bool isRunning() const;
+    // Waits for the end; false on time-out (the program is then killed).
+    bool waitForExit(int msecs = 20000);
+    int exitCode() const;
+    QString output() const;
+    void kill9();
+    void terminate();
+
+private:
+    struct Private;
+    Private *d;
+};
+
+// Waits for a top-level window whose title matches exactly; returns its X id or 0.
+QString waitForWindow(const QString &title, int msecs = 15000);
+// Presses Return in the window with this title (a box's default button).
+bool answerBox(const QString &title, int msecs = 15000);
+bool windowExists(const QString &title);
+
+// In-process: answers the next modal box with its default button and records it.
+class ModalAnswerer : public QObject
+{
+    Q_OBJECT
+public:
+    explicit ModalAnswerer(QObject *parent = nullptr);
+    QStringList titles;
+    QStringList texts;
+    int answered() const { return titles.size(); }
+
+protected:
+    void timerEvent(QTimerEvent *) override;
+};
+
+QByteArray readFile(const QString &path);
+
+} // namespace TestSupport

@@ -1,0 +1,214 @@
+// The built program started as a user starts it, in a throwaway home, under Xvfb;
+// its boxes are answered by pressing Return in them.
+#include "testsupport.h"
+
+#include <QDir>
+#include <QTest>
+
+#include <unistd.h>
+
+using TestSupport::ProgramRun;
+using TestSupport::Sandbox;
+
+namespace {
+const QString version = "Morvanta.03.20260616.0";
+const QString noGpgSuffix = " < Not using Zelko signed files > ";
+
+QString openingLines(const Sandbox &s, bool dfu)
+{
+    return "Logfile path  \"" + s.logPath() + "\" \n" + "Version:  \"" + version + "\" \n \n" +
+           "Search dfu-util:  \"" + s.app() + "/dfu-util\" ... \n" +
+           (dfu ? "...Found dfu-util \n" : "...dfu-util not found \n");
+}
+} // namespace
+
+class TestStartup : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase() { QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run under xvfb-run"); }
+
+    void usageAndParameterErrors_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<bool>("dfu");
+        QTest::addColumn<QString>("box");
+        QTest::addColumn<QString>("logAfterOpening");
+
+        const QString usage = "\"usage: Morvanta\n"
+                              "          |-h       | show this help menue\n"
+                              "          |-p path  | Path to search for files\n"
+                              "          |-z       | Use zip files\n"
+                              "          |-a       | automatic mode active\n"
+                              "          |-d       | flash latest debug image (only in automatic mode)\n"
+                              "          |-b       | flash latest bootloader (only in automatic mode)\n"
+                              "          |-f file  | Full file path to use (only in automatic mode)\n\" \n";
+        QTest::newRow("-h") << QStringList{"-h"} << true << "HELP" << usage;
+        QTest::newRow("--help") << QStringList{"--help"} << true << "HELP" << usage;
+        QTest::newRow("-h behind a bad combination") << QStringList{"-d", "-h", "-b"} << true << "HELP"
+                                                     << "Internal Automatic Mode - Debug \n" + usage;
+        QTest::newRow("-d alone") << QStringList{"-d"} << true << "PARAMETER ERROR"
+                                  << "Internal Automatic Mode - Debug \n";
+        QTest::newRow("-a -d -b") << QStringList{"-a", "-d", "-b"} << true << "PARAMETER ERROR"
+                                  << "Internal Automatic Mode \nInternal Automatic Mode - Debug \n"
+                                     "Internal Automatic Mode - Bootloader \n";
+        QTest::newRow("-a -d -f") << QStringList{"-a", "-d", "-f", "x"} << true << "PARAMETER ERROR"
+                                  << "Internal Automatic Mode \nInternal Automatic Mode - Debug \n";
+        QTest::newRow("-p with -f") << QStringList{"-z", "-p", "x", "-f", "y"} << true << "PARAMETER ERROR"
+                                    << "Use zip files \n";
+        QTest::newRow("-a without dfu-util") << QStringList{"-a"} << false << "PARAMETER ERROR"
+                                             << "Internal Automatic Mode \n";
+    }
+
+    void usageAndParameterErrors()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(bool, dfu);
+        QFETCH(QString, box);
+        QFETCH(QString, logAfterOpening);
+        Sandbox sandbox;
+        sandbox.writeConfig({{"mode", "internal"}});
+        sandbox.installProgram(dfu ? QStringList{"gpg", "dfu-util"} : QStringList{"gpg"});
+
+        ProgramRun run(sandbox, args);
+        QVERIFY2(TestSupport::answerBox(box), qPrintable(box + " box did not appear; running: " +
+                                                          QString::number(run.isRunning()) + " " + run.output()));
+        QVERIFY(run.waitForExit());
+        QCOMPARE(run.exitCode(), 2);
+        QCOMPARE(sandbox.log(), openingLines(sandbox, dfu) + logAfterOpening);
+    }
+
+    void commandLineIgnored_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<bool>("gpg");
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("title");
+        QTest::newRow("mode user") << "user" << true << QStringList{"-h", "-a", "-d"} << version;
+        QTest::newRow("mode absent") << "" << true << QStringList{"-d"} << version;
+        QTest::newRow("internal without gpg") << "internal" << false << QStringList{"-h"} << version + noGpgSuffix;
+        QTest::newRow("internal, valid options") << "internal" << true << QStringList{"-z", "-p", "/fw", "extra"}
+                                                 << version;
+    }
+
+    void commandLineIgnored()
+    {
+        QFETCH(QString, mode);
+        QFETCH(bool, gpg);
+        QFETCH(QStringList, args);
+        QFETCH(QString, title);
+        Sandbox sandbox;
+        if (!mode.isEmpty())
+            sandbox.writeConfig({{"mode", mode}});
+        sandbox.installProgram(gpg ? QStringList{"gpg", "dfu-util"} : QStringList{"dfu-util"});
+
+        ProgramRun run(sandbox, args);
+        QVERIFY2(!TestSupport::waitForWindow(title).isEmpty(), qPrintable(title));
+        QVERIFY(!TestSupport::windowExists("HELP") && !TestSupport::windowExists("PARAMETER ERROR"));
+        QVERIFY(run.isRunning());
+        const QString log = sandbox.log();
+        QVERIFY(log.startsWith(openingLines(sandbox, true)));
+        QCOMPARE(log.contains("Use zip files"), args.contains("-z") && mode == "internal" && gpg);
+        QVERIFY(!log.contains("Internal Automatic Mode"));
+        run.terminate();
+    }
+
+    void oneInstancePerFolder()
+    {
+        Sandbox sandbox;
+        sandbox.installProgram({"gpg", "dfu-util"});
+        auto first = std::make_unique<ProgramRun>(sandbox, QStringList{});
+        QVERIFY(!TestSupport::waitForWindow(version).isEmpty());
+
+        ProgramRun second(sandbox, {});
+        QVERIFY(TestSupport::answerBox("ERROR"));
+        QVERIFY(second.waitForExit());
+        QCOMPARE(second.exitCode(), 2);
+        QVERIFY(first->isRunning());
+
+        const QString otherFolder = sandbox.root() + "/other";
+        QDir().mkpath(otherFolder);
+        ProgramRun elsewhere(sandbox, {}, otherFolder);
+        QTest::qWait(1500);
+        QVERIFY(elsewhere.isRunning());
+        QVERIFY(!TestSupport::windowExists("ERROR"));
+        elsewhere.terminate();
+
+        // A crash leaves nothing behind that keeps the next start out.
+        first->kill9();
+        first.reset();
+        ProgramRun afterCrash(sandbox, {});
+        QTest::qWait(1500);
+        QVERIFY(afterCrash.isRunning());
+        QVERIFY(!TestSupport::windowExists("ERROR"));
+        afterCrash.terminate();
+    }
+
+    void foreignWorkingFolderIsNeverUsed_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::newRow("folder of another user") << "foreign";
+        QTest::newRow("link planted in its place") << "link";
+    }
+
+    void foreignWorkingFolderIsNeverUsed()
+    {
+        QFETCH(QString, kind);
+        Sandbox sandbox;
+        sandbox.installProgram({"gpg", "dfu-util"});
+        const QString usual = sandbox.workingRoot();
+        const QString planted = kind == "link" ? sandbox.root() + "/planted" : usual;
+        QDir().mkpath(planted + "/ZelkoGPG");
+        for (const char *file : {"/logfile.txt", "/ZelkoGPG/pubring.gpg"}) {
+            QFile f(planted + QLatin1String(file));
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write("planted");
+        }
+        if (kind == "link") {
+            QVERIFY(QFile::link(planted, usual));
+        } else {
+            if (getuid() != 0)
+                QSKIP("needs root to hand a folder to another user");
+            for (const QString &path : {planted, planted + "/ZelkoGPG", planted + "/logfile.txt",
+                                        planted + "/ZelkoGPG/pubring.gpg"})
+                QCOMPARE(chown(QFile::encodeName(path).constData(), 65534, 65534), 0);
+        }
+
+        ProgramRun run(sandbox, {});
+        QVERIFY(!TestSupport::waitForWindow(version).isEmpty());
+        run.terminate();
+
+        QCOMPARE(TestSupport::readFile(planted + "/logfile.txt"), QByteArray("planted"));
+        QCOMPARE(TestSupport::readFile(planted + "/ZelkoGPG/pubring.gpg"), QByteArray("planted"));
+        QCOMPARE(QDir(planted).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name),
+                 (QStringList{"ZelkoGPG", "logfile.txt"}));
+        const QStringList used = QDir(sandbox.tmp()).entryList({"morvanta-*-*"}, QDir::Dirs);
+        QCOMPARE(used.size(), 1);
+        const QString log = QString::fromLocal8Bit(TestSupport::readFile(sandbox.tmp() + "/" + used.first() + "/logfile.txt"));
+        QVERIFY(log.startsWith("Logfile path  \"" + sandbox.tmp() + "/" + used.first() + "/logfile.txt\" \n"));
+        QCOMPARE(TestSupport::readFile(sandbox.tmp() + "/" + used.first() + "/ZelkoGPG/pubring.gpg"),
+                 TestSupport::readFile(TestSupport::devKeyDir() + "/pubring.gpg"));
+    }
+
+    void eachStartBeginsAFreshLog()
+    {
+        Sandbox sandbox;
+        sandbox.writeConfig({{"mode", "internal"}});
+        sandbox.installProgram({"gpg", "dfu-util"});
+        {
+            ProgramRun run(sandbox, {"-z"});
+            QVERIFY(!TestSupport::waitForWindow(version).isEmpty());
+            run.terminate();
+        }
+        QVERIFY(sandbox.log().contains("Use zip files \n"));
+        ProgramRun run(sandbox, {});
+        QVERIFY(!TestSupport::waitForWindow(version).isEmpty());
+        QVERIFY(!sandbox.log().contains("Use zip files"));
+        QVERIFY(sandbox.log().startsWith(openingLines(sandbox, true) + "Application directory \"" + sandbox.app()));
+        run.terminate();
+    }
+};
+
+QTEST_GUILESS_MAIN(TestStartup)
+#include "tst_startup.moc"
