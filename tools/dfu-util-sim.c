@@ -64,6 +64,8 @@ int main(int argc, char **argv)
     long error_at = env_long("DFU_SIM_ERROR_AT", -1);
     long hang_at = faulty ? env_long("DFU_SIM_HANG_AT", -1) : -1;
 
+    if (faulty && env_long("DFU_SIM_SILENT", 0))
+        return exit_code;
     if (list) {
         if (env_long("DFU_SIM_LIST_HANG", 0))
             hang_forever();

@@ -48,6 +48,8 @@ public:
     QString getTempPath() const { return tempDir.absolutePath(); }
     static bool removeFolder(const QString &path);
     void createExtractFolder();
+    // Fresh GPG home holding copies of the built-in key ring.
+    void prepareGpgFolder();
 
     // Update server and file names
     static QString getTesselNINEName();
@@ -82,7 +84,6 @@ signals:
 private:
     void load();
     void decideGpgAvailable();
-    void prepareGpgFolder();
     void copyKeyResource(const QString &resource, const QString &destination, const QString &failureText);
     QString toolPath(const QString &baseName) const;
     QString listUrl(const QString &folder, const QString &userIdentifier) const;

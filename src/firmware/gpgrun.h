@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QStringList>
+
+#include <atomic>
+
+// gpg's command line: check the signature, decrypt, write the plain archive to
+// tempPath/extractName/outName. Logs the list.
+QStringList gpgArguments(const QString &homeDir, const QString &tempPath, const QString &extractName,
+                         const QString &outName, const QString &inputFile);
+
+// Where the decrypted archives of these signed files will lie: the file name cut at
+// its first ".gpg", in tempPath/ZelkoExtract. Logs the list.
+QStringList decryptedFileList(const QString &tempPath, const QStringList &encrypted);
+
+enum class GpgOutcome { Done, StartFailed, OpenFailed, BadSignature };
+
+// One run of gpg on the calling thread; its output goes to the log. `stop` kills it.
+GpgOutcome runGpg(QProcess &process, const QString &gpgPath, const QStringList &arguments,
+                  const std::atomic<bool> &stop);

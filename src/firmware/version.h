@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QObject>
+#include <QProcess>
+#include <QString>
+
+class Settings;
+
+// What one chunk of "dfu-util -l" says.
+struct DeviceReply {
+    enum Kind { NoDevice, NothingFound, Found } kind = NothingFound;
+    QString version;
+    bool hasV = false;
+    int bootLoaderRev = 0;
+};
+DeviceReply parseDeviceReply(const QByteArray &chunk, const QString &family);
+
+// The device's firmware version, asked of dfu-util, and versions of file names.
+class Version : public QObject
+{
+    Q_OBJECT
+public:
+    Version(Settings *settings, QObject *parent);
+
+    // Blocks for at most 5 seconds.
+    QString getDeviceVersion(bool *found, bool *hasV);
+    int getBootLoaderRev() const { return bootLoaderRev; }
+
+    static QString fileVersion(QString &file, const QString &family, bool *hasV);
+    static QString filePreName(const QString &name, const QString &family);
+    static int compareVersions(const QString &selected, bool selectedHasV, const QString &current,
+                               bool currentHasV);
+    static void listDevices(Settings *settings);
+
+public slots:
+    void readVersion();
+
+private:
+    QProcess *process;
+    Settings *settings;
+    QString deviceVersion;
+    bool deviceFound = false;
+    bool deviceHasV = false;
+    int bootLoaderRev = 0;
+};

@@ -1,0 +1,137 @@
+#include "zipextract.h"
+
+#include "app/logstream.h"
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QtDebug>
+
+#include <cerrno>
+#include <zip.h>
+
+namespace {
+// One buffer for all entries of an archive, so memory does not grow with entry sizes.
+constexpr int bufferSize = 65535;
+
+// An entry name that cannot leave the target folder: relative, no "..", no drive.
+bool isContainedName(const QString &name)
+{
+    if (name.startsWith(QLatin1Char('/')) || name.startsWith(QLatin1Char('\\')) ||
+        (name.size() > 1 && name.at(1) == QLatin1Char(':')))
+        return false;
+    const QStringList parts = QString(name).replace(QLatin1Char('\\'), QLatin1Char('/')).split(QLatin1Char('/'));
+    return !parts.contains(QLatin1String(".."));
+}
+} // namespace
+
+bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buffer, int bufferSize)
+{
+    if (file == nullptr || buffer == nullptr || bufferSize == 0) {
+        qDebug() << "zip file, buffer or buffer size is 0";
+        return false;
+    }
+    QFile out(path);
+    if (!out.open(QIODevice::WriteOnly)) {
+        qDebug() << quoted(QStringLiteral("Cannot open file: [%1]").arg(path));
+        return false;
+    }
+    quint64 done = 0;
+    while (done < size) {
+        const zip_int64_t length = zip_fread(file, buffer, zip_uint64_t(bufferSize));
+        if (length < 0) {
+            qDebug() << "zip_fread length is less than 0";
+            return false;
+        }
+        if (length == 0) {
+            // A damaged archive: the entry ends before its size.
+            qDebug() << "zip_fread returned no data before the end of the entry";
+            return false;
+        }
+        out.write(buffer, length);
+        done += quint64(length);
+    }
+    return true;
+}
+
+bool unzipFile(const QString &archive, const QString &outDir)
+{
+    const QByteArray archivePath = QFile::encodeName(archive);
+    zip_stat_t stat;
+    zip_stat_init(&stat);
+    QByteArray buffer(bufferSize, '\0');
+
+    int error = 0;
+    zip_t *zip = zip_open(archivePath.constData(), 0, &error);
+    if (zip == nullptr) {
+        zip_error_to_str(buffer.data(), zip_uint64_t(bufferSize), error, errno);
+        qDebug() << quoted(QStringLiteral("zip_open failed: [%1]").arg(QString::fromLocal8Bit(buffer.constData())));
+        return false;
+    }
+
+    bool ok = true;
+    bool createdParents = false;
+    const zip_int64_t entries = zip_get_num_entries(zip, 0);
+    for (zip_int64_t i = 0; i < entries; ++i) {
+        if (zip_stat_index(zip, zip_uint64_t(i), 0, &stat) != 0) {
+            qDebug() << "zip_stat_index failed";
+            continue;
+        }
+        const QString name = QString::fromLocal8Bit(stat.name);
+        const QString nativeName = QDir::toNativeSeparators(name);
+        if (name.isEmpty()) {
+            qDebug() << "Zip name length is 0";
+            ok = false;
+            continue;
+        }
+        qDebug() << quoted(QStringLiteral("Unzip [%1]").arg(name));
+        if (!isContainedName(name)) {
+            qDebug() << quoted(QStringLiteral("Zip entry leaves the target folder: [%1]").arg(name));
+            ok = false;
+            continue;
+        }
+
+        if (name.endsWith(QLatin1Char('/'))) {
+            if (name.size() < 2) {
+                qDebug() << "Zip name length is less than 2";
+                ok = false;
+                continue;
+            }
+            const QString folder = outDir + QDir::separator() + nativeName;
+            if (!QDir().mkpath(folder)) {
+                qDebug() << quoted(QStringLiteral("Cannot create directory: [%1]").arg(folder));
+                ok = false;
+            }
+            continue;
+        }
+
+        zip_file_t *entry = zip_fopen_index(zip, zip_uint64_t(i), 0);
+        if (entry == nullptr) {
+            qDebug() << "zip_fopen_index failed";
+            ok = false;
+            continue;
+        }
+        if (name.contains(QLatin1Char('/'))) {
+            const QString folder = QFileInfo(outDir + QDir::separator() + nativeName).path();
+            if (!QFileInfo::exists(folder)) {
+                createdParents = true;
+                if (!QDir().mkpath(folder)) {
+                    qDebug() << quoted(QStringLiteral("Cannot create directory: [%1]").arg(folder));
+                    ok = false;
+                }
+            }
+        }
+        if (!writeZipEntry(entry, unsigned(stat.size), outDir + QDir::separator() + nativeName, buffer.data(),
+                           bufferSize))
+            ok = false;
+        zip_fclose(entry);
+    }
+    zip_close(zip);
+
+    if (ok)
+        QFile::remove(archive);
+    if (createdParents)
+        qDebug() << "Zip package contains no seperate directory entries";
+    return ok;
+}

@@ -1,0 +1,127 @@
+#pragma once
+
+#include "app/errortexts.h"
+#include "transferprogress.h"
+
+#include <QElapsedTimer>
+#include <QStringList>
+#include <QThread>
+
+#include <atomic>
+
+class QProcess;
+class Settings;
+
+// Flashes a Tessel NINE: prepares the package (hashes, gpg or copy, unzip, file lists)
+// and runs dfu-util once for every .sys file, stage by stage.
+class DFUThread : public QThread
+{
+    Q_OBJECT
+public:
+    DFUThread(Settings *settings, int flashMode, const QStringList &firmwareFiles, int bootLoaderRev, bool skipGpg,
+              bool bootLoaderOnly, QObject *parent);
+    ~DFUThread() override;
+
+    static QStringList dfuArguments(const QString &tempPath, const QString &extractName, const QString &ext,
+                                    const QString &file, int bootLoaderRev);
+
+public slots:
+    void abortByUser();
+    void continueFlashing();
+    void abortFlashing();
+
+signals:
+    void updateFileLabel(QString filename);
+    void updateProgress(int);
+    void updateDFUProgress(int);
+    void updateStatus(QString);
+    void updateWrittenStatus(long written, long total, bool useByteSize);
+    void timeRemaining(QString min, QString sec);
+    void visibilityRemaining(bool visibility);
+    void resetWrittenStatus();
+    void sigenableAbort();
+    void sigdisableAbort();
+    void errorOutputSignal(QString);
+    void msgboxErrorSignal(ErrorTexts::errorLevel, QString);
+    void exitCode(int err);
+    void externalProcessesFinished();
+    void breakFlashing();
+
+protected:
+    void run() override;
+
+private:
+    // Package preparation
+    bool hashFirmware();
+    bool decryptFirmware();
+    bool copyFirmware();
+    bool extractFirmware();
+    bool buildSysLists();
+    bool calcTotalFileSize();
+    bool fillStageList(const QString &stage, QStringList &list);
+    bool sumStage(const QString &stage, const QStringList &list, qint64 &total);
+    void reportFailure(const QString &text);
+    void fileOpenError(const QString &path);
+    void gpgOpenFailed();
+    void signatureError();
+    void gpgStartError();
+    void extractError();
+    void noFirmwareError();
+    void showError(const QString &text);
+
+    // Transfers
+    bool flashFiles(const QString &label, const QString &ext, const QStringList &files);
+    bool transferFile(const QString &label, const QString &ext, const QString &file);
+    void prepareCurrentFile(const QString &ext, const QString &file);
+    bool runDfu(const QStringList &args);
+    void readProgram(const QByteArray &chunk);
+    void showFlashingStage(const QString &stage);
+    void countHashMarks(int n);
+    void calcTimeRemaining(qint64 elapsed, qint32 written, qint32 total);
+    void killProcesses();
+    void sendExternalProcessesFinished();
+    void pause(int seconds);
+
+    void finishFlash();
+    void failFlash();
+    void failFlashAborted();
+
+    QString stagePath(const QString &stage) const;
+
+    // Valid during run() only, on the worker thread.
+    QProcess *dfuProcess = nullptr;
+    QProcess *gpgProcess = nullptr;
+
+    Settings *settings;
+    const int flashMode;
+    const int bootLoaderRev;
+    const bool skipGpg;
+    const bool bootLoaderOnly;
+    const bool gpgAvailable;
+
+    // Written by the GUI thread, read by the worker, and back.
+    std::atomic<bool> finishedByUser{false};
+    std::atomic<bool> breakPending{true};
+    std::atomic<bool> breakAborted{false};
+    std::atomic<bool> gpgRunning{false};
+    std::atomic<bool> dfuRunning{false};
+    std::atomic<bool> externalFinishedSent{false};
+
+    // The worker's own.
+    bool flashOk = true;
+    bool sawOutput = false;
+    QString tempPath;
+    QString gpgFolder;
+    QString dfuPath;
+    QString gpgPath;
+    QStringList firmwareFiles;
+    QStringList osFiles;
+    QStringList prFiles;
+    QStringList blFiles;
+    QString stageLabel;
+    QString currentFile;
+    qint32 filesStarted = 0;
+    qint32 filesTotal = 0;
+    TransferCounters counters;
+    QElapsedTimer remainingClock;
+};

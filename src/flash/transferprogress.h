@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QString>
+#include <QtGlobal>
+
+// The counters of one DFU run, in the 32-bit arithmetic the displays are built on.
+struct TransferCounters {
+    qint32 filePercent = 0;     // of the current file, 2 per hash mark
+    qint32 currentFileSize = 0; // bytes
+    qint32 totalFileSize = 0;   // bytes of the whole run
+    qint32 writtenSize = 0;     // bytes counted as written in the run
+    bool useByteSize = false;   // the last report is in bytes (else in units of 1000 bytes)
+};
+
+struct HashMarkReport {
+    qint32 percent;
+    qint32 written;
+    qint32 total;
+    bool useByteSize;
+};
+
+// One hash mark: one fiftieth of the current file, and the run's progress after it.
+HashMarkReport countHashMark(TransferCounters &counters);
+
+// Time left at the pace so far; false when nothing was written yet.
+bool remainingTime(qint64 elapsedMs, qint32 written, qint32 total, QString *minutes, QString *seconds);

@@ -1,0 +1,151 @@
+#include "firmwarekit.h"
+
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+
+#include <zip.h>
+
+#include <vector>
+
+namespace TestSupport {
+
+namespace {
+bool gpg(const QString &home, const QStringList &args, const QByteArray &input = QByteArray())
+{
+    QProcess p;
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.start("gpg", QStringList{"--homedir", home, "--batch", "--quiet", "--yes"} + args);
+    if (!p.waitForStarted())
+        return false;
+    p.write(input);
+    p.closeWriteChannel();
+    p.waitForFinished(60000);
+    return p.exitStatus() == QProcess::NormalExit && p.exitCode() == 0;
+}
+
+void stopAgent(const QString &home)
+{
+    QProcess::execute("gpgconf", {"--homedir", home, "--kill", "all"});
+}
+} // namespace
+
+// gpg-agent's socket path must stay short, hence /tmp.
+FirmwareKit::FirmwareKit() : homes("/tmp/mvkit-XXXXXX")
+{
+}
+
+FirmwareKit::~FirmwareKit()
+{
+    for (const QString &home : {devHome, otherHome}) {
+        if (!home.isEmpty())
+            stopAgent(home);
+    }
+}
+
+bool FirmwareKit::makeZip(const QString &path, const ZipEntries &entries)
+{
+    if (entries.isEmpty()) {
+        // libzip writes no file for an empty archive: the end record alone is one.
+        QFile f(path);
+        return f.open(QIODevice::WriteOnly) && f.write(QByteArray("PK\x05\x06", 4) + QByteArray(18, '\0')) == 22;
+    }
+    int error = 0;
+    zip_t *zip = zip_open(QFile::encodeName(path).constData(), ZIP_CREATE | ZIP_TRUNCATE, &error);
+    if (!zip)
+        return false;
+    bool ok = true;
+    std::vector<QByteArray> contents; // libzip reads them at zip_close
+    contents.reserve(size_t(entries.size()));
+    for (const auto &entry : entries) {
+        const QByteArray name = entry.first.toUtf8();
+        if (name.endsWith('/')) {
+            ok = ok && zip_dir_add(zip, name.constData(), ZIP_FL_ENC_UTF_8) >= 0;
+            continue;
+        }
+        contents.push_back(entry.second);
+        zip_source_t *source =
+            zip_source_buffer(zip, contents.back().constData(), zip_uint64_t(contents.back().size()), 0);
+        ok = ok && source && zip_file_add(zip, name.constData(), source, ZIP_FL_ENC_UTF_8 | ZIP_FL_OVERWRITE) >= 0;
+    }
+    return zip_close(zip) == 0 && ok;
+}
+
+bool FirmwareKit::signWith(const QString &home, const QString &input, const QString &output)
+{
+    return gpg(home, {"--sign", "-o", output, input});
+}
+
+bool FirmwareKit::sign(const QString &input, const QString &output)
+{
+    if (devHome.isEmpty()) {
+        devHome = homes.path() + "/dev";
+        QDir().mkpath(devHome);
+        QFile::setPermissions(devHome, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        if (!gpg(devHome, {"--import", devKeyDir() + "/secret.asc"}))
+            return false;
+    }
+    return signWith(devHome, input, output);
+}
+
+QString FirmwareKit::strangerHome()
+{
+    if (otherHome.isEmpty()) {
+        otherHome = homes.path() + "/other";
+        QDir().mkpath(otherHome);
+        QFile::setPermissions(otherHome, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        gpg(otherHome, {"--passphrase", "", "--quick-gen-key", "Stranger <stranger@example.invalid>", "rsa2048",
+                        "sign", "never"});
+    }
+    return otherHome;
+}
+
+bool FirmwareKit::signAsStranger(const QString &input, const QString &output)
+{
+    return signWith(strangerHome(), input, output);
+}
+
+ZipEntries FirmwareKit::stageEntries(const QString &stage, int count, int size)
+{
+    ZipEntries entries{{stage + "/", QByteArray()}};
+    for (int i = 0; i < count; ++i) {
+        QByteArray content(size, '\0');
+        for (int b = 0; b < size; ++b)
+            content[b] = char((b * 31 + i * 7 + stage.size()) & 0xff);
+        entries << qMakePair(QString("%1/%1_%2.sys").arg(stage).arg(i + 1, 2, 10, QChar('0')), content);
+    }
+    return entries;
+}
+
+static QString finish(FirmwareKit &kit, const QString &plain, bool signedFiles)
+{
+    if (!signedFiles)
+        return plain;
+    const QString gpgFile = plain + ".gpg";
+    const bool ok = kit.sign(plain, gpgFile);
+    QFile::remove(plain);
+    return ok ? gpgFile : QString();
+}
+
+QStringList FirmwareKit::makePackage(const QString &folder, const QString &name, int osCount, int prCount, int size,
+                                     bool signedFiles)
+{
+    const QString os = folder + "/" + name + ".OS.zip";
+    const QString pr = folder + "/" + name + ".PR.zip";
+    if (!makeZip(os, stageEntries("os", osCount, size)) || !makeZip(pr, stageEntries("pr", prCount, size)))
+        return {};
+    return {finish(*this, os, signedFiles), finish(*this, pr, signedFiles)};
+}
+
+QString FirmwareKit::makeBootloader(const QString &folder, const QString &name, int blCount, int size,
+                                    bool signedFiles)
+{
+    const QString bl = folder + "/" + name + ".BL.zip";
+    if (!makeZip(bl, stageEntries("bl", blCount, size)))
+        return {};
+    return finish(*this, bl, signedFiles);
+}
+
+} // namespace TestSupport

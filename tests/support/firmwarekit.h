@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QPair>
+#include <QString>
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace TestSupport {
+
+using ZipEntries = QList<QPair<QString, QByteArray>>; // name ("os/", "os/a.sys") and content
+
+// Firmware packages for tests: real zip archives made with libzip, signed with the
+// real gpg by the build tree's development key (or a stranger's).
+class FirmwareKit
+{
+public:
+    FirmwareKit();
+    ~FirmwareKit();
+    FirmwareKit(const FirmwareKit &) = delete;
+    FirmwareKit &operator=(const FirmwareKit &) = delete;
+
+    static bool makeZip(const QString &path, const ZipEntries &entries);
+    // Signs `input` into `output` (gpg --sign) with the development key.
+    bool sign(const QString &input, const QString &output);
+    // Signs with a key the program's key ring does not hold.
+    bool signAsStranger(const QString &input, const QString &output);
+
+    // A Tessel NINE pair "<folder>/<name>.OS.zip[.gpg]" and ".PR.zip[.gpg]" with
+    // osCount and prCount .sys files of `size` bytes; returns {OS, PR}.
+    QStringList makePackage(const QString &folder, const QString &name, int osCount, int prCount, int size,
+                            bool signedFiles);
+    // A boot loader package "<folder>/<name>.BL.zip[.gpg]" with blCount .sys files.
+    QString makeBootloader(const QString &folder, const QString &name, int blCount, int size, bool signedFiles);
+
+    static ZipEntries stageEntries(const QString &stage, int count, int size);
+
+private:
+    bool signWith(const QString &home, const QString &input, const QString &output);
+    QString strangerHome();
+
+    QTemporaryDir homes;
+    QString devHome;
+    QString otherHome;
+};
+
+} // namespace TestSupport

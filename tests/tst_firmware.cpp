@@ -1,0 +1,364 @@
+#include "app/log.h"
+#include "app/settings.h"
+#include "firmware/fileverify.h"
+#include "firmware/gpgrun.h"
+#include "firmware/hashing.h"
+#include "firmware/zipextract.h"
+
+#include "firmwarekit.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QLocalServer>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QtEndian>
+
+using TestSupport::FirmwareKit;
+using TestSupport::ZipEntries;
+
+class TestFirmware : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir dir;
+    FirmwareKit kit;
+
+    QString log() const { return QString::fromLocal8Bit(TestSupport::readFile(Log::filePath())); }
+    QString fresh(const QString &name)
+    {
+        const QString path = dir.path() + "/" + name;
+        QDir(path).removeRecursively();
+        QDir().mkpath(path);
+        return path;
+    }
+    static void touch(const QString &path, const QByteArray &content = "x")
+    {
+        QDir().mkpath(QFileInfo(path).path());
+        QFile f(path);
+        f.open(QIODevice::WriteOnly);
+        f.write(content);
+    }
+    static QString md5sum(const QString &path)
+    {
+        QProcess p;
+        p.start("md5sum", {path});
+        p.waitForFinished();
+        return QString::fromLatin1(p.readAllStandardOutput()).section(' ', 0, 0);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        Log::setFolder(dir.path());
+        qInstallMessageHandler(logMessageHandler);
+    }
+    void init() { clearLogFile(); }
+
+    void verifyTesselNINE_data()
+    {
+        QTest::addColumn<QString>("selected");
+        QTest::addColumn<QStringList>("existing");
+        QTest::addColumn<int>("result");
+        QTest::addColumn<QStringList>("flashFiles");
+        const QString os = "fw/Tessel_NINE_01_02_03.OS.zip", pr = "fw/Tessel_NINE_01_02_03.PR.zip";
+        QTest::newRow("OS selected") << os << QStringList{os, pr} << 1 << QStringList{os, pr};
+        QTest::newRow("PR selected") << pr << QStringList{os, pr} << 1 << QStringList{pr, os};
+        QTest::newRow("signed pair") << os + ".gpg" << QStringList{os + ".gpg", pr + ".gpg"} << 1
+                                     << QStringList{os + ".gpg", pr + ".gpg"};
+        QTest::newRow("partner missing") << os << QStringList{os} << 2 << QStringList{os, pr};
+        QTest::newRow("neither exists") << os << QStringList{} << 3 << QStringList{os, pr};
+        QTest::newRow("no family name") << "fw/other.OS.zip" << QStringList{"fw/other.OS.zip", "fw/other.PR.zip"} << 3
+                                        << QStringList{"fw/other.OS.zip", "fw/other.PR.zip"};
+        QTest::newRow("not firmware") << "fw/readme.txt" << QStringList{"fw/readme.txt"} << 0 << QStringList{};
+        QTest::newRow("both marks in path") << "OS.zip-backup/Tessel_NINE_01_02_03.PR.zip"
+                                            << QStringList{"OS.zip-backup/Tessel_NINE_01_02_03.PR.zip"} << 2
+                                            << QStringList{"OS.zip-backup/Tessel_NINE_01_02_03.PR.zip",
+                                                           "PR.zip-backup/Tessel_NINE_01_02_03.PR.zip"};
+        QTest::newRow("cancelled dialog") << "" << QStringList{} << 0 << QStringList{};
+    }
+
+    void verifyTesselNINE()
+    {
+        QFETCH(QString, selected);
+        QFETCH(QStringList, existing);
+        QFETCH(QStringList, flashFiles);
+        const QString base = fresh("verify");
+        for (const QString &f : existing)
+            touch(base + "/" + f);
+        Fileverify verify(selected.isEmpty() ? QString() : base + "/" + selected);
+        QTEST(verify.verify(Fileverify::TesselNINE), "result");
+        QStringList expected;
+        for (const QString &f : flashFiles)
+            expected << base + "/" + f;
+        QCOMPARE(verify.getFlashFiles(), expected);
+    }
+
+    void verifyBrioMel_data()
+    {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<bool>("exists");
+        QTest::addColumn<int>("result");
+        QTest::newRow("good") << "BRIO_MEL_1_0.zkl" << true << 1;
+        QTest::newRow("missing") << "BRIO_MEL_1_0.zkl" << false << 3;
+        QTest::newRow("no family") << "other_1_0.zkl" << true << 3;
+        QTest::newRow("not zkl") << "BRIO_MEL_1_0.bin" << true << 0;
+    }
+
+    void verifyBrioMel()
+    {
+        QFETCH(QString, name);
+        QFETCH(bool, exists);
+        const QString path = fresh("brio") + "/" + name;
+        if (exists)
+            touch(path);
+        Fileverify verify(path);
+        const int result = verify.verify(Fileverify::BrioMel);
+        QTEST(result, "result");
+        QCOMPARE(verify.getFlashFiles(), result == 1 ? QStringList{path} : QStringList{});
+    }
+
+    void resultTexts()
+    {
+        QCOMPARE(Fileverify::resultText(0), QString("Firmware files not found"));
+        QCOMPARE(Fileverify::resultText(1), QString("Files found"));
+        QCOMPARE(Fileverify::resultText(2), QString("Firmware counter part file not found"));
+        QCOMPARE(Fileverify::resultText(3), QString("The selected file is no firmware file"));
+        QCOMPARE(Fileverify::resultText(4), QString());
+    }
+
+    void findNewest_data()
+    {
+        QTest::addColumn<QStringList>("files");
+        QTest::addColumn<bool>("debug");
+        QTest::addColumn<bool>("zip");
+        QTest::addColumn<QString>("expected");
+        const QStringList mixed{"Tessel_NINE_1_9_0.OS.zip.gpg", "Tessel_NINE_1_10_0.OS.zip.gpg",
+                                "Tessel_NINE_1_9_0.BL.zip.gpg"};
+        QTest::newRow("name order, not numbers") << mixed << false << false << "Tessel_NINE_1_9_0.OS.zip.gpg";
+        QTest::newRow("plain zips") << QStringList{"Tessel_NINE_1_0.OS.zip", "Tessel_NINE_1_1.OS.zip.gpg",
+                                                   "Tessel_NINE_0_9.PR.zip", "Tessel_NINE_2.OS.zip.md5"}
+                                    << false << true << "Tessel_NINE_1_0.OS.zip";
+        QTest::newRow("debug signed") << QStringList{"Tessel_NINE_1_0_D.OS.zip.gpg", "Tessel_NINE_1_1.OS.zip.gpg",
+                                                     "Tessel_NINE_0_1_D.PR.zip.gpg"}
+                                      << true << false << "Tessel_NINE_1_0_D.OS.zip.gpg";
+        QTest::newRow("debug plain") << QStringList{"Tessel_NINE_1_0_D.OS.zip", "Tessel_NINE_1_2_D.OS.zip.gpg"} << true
+                                     << true << "Tessel_NINE_1_0_D.OS.zip";
+        QTest::newRow("case ignored in order") << QStringList{"a_Tessel.OS.zip.gpg", "B_Tessel.OS.zip.gpg"} << false
+                                               << false << "B_Tessel.OS.zip.gpg";
+        QTest::newRow("nothing fits") << QStringList{"notes.txt", "x.BL.zip.gpg"} << false << false << "";
+        QTest::newRow("folder with a fitting name is passed over")
+            << QStringList{"Tessel_NINE_1.OS.zip.gpg", "Tessel_NINE_2.OS.zip.gpg/"} << false << false
+            << "Tessel_NINE_1.OS.zip.gpg";
+    }
+
+    void findNewest()
+    {
+        QFETCH(QStringList, files);
+        QFETCH(bool, debug);
+        QFETCH(bool, zip);
+        QFETCH(QString, expected);
+        const QString folder = fresh("newest");
+        for (const QString &f : files) {
+            if (f.endsWith('/'))
+                QDir().mkpath(folder + "/" + f);
+            else
+                touch(folder + "/" + f);
+        }
+        SearchOptions options;
+        options.debug = debug;
+        options.searchPath = folder;
+        QCOMPARE(findNewestFirmware(options, zip), expected.isEmpty() ? QString() : folder + "/" + expected);
+    }
+
+    void findNewestFollowsLinksAndUseFile()
+    {
+        const QString folder = fresh("links");
+        touch(dir.path() + "/real/Tessel_NINE_5.OS.zip.gpg");
+        QVERIFY(QFile::link(dir.path() + "/real/Tessel_NINE_5.OS.zip.gpg", folder + "/Tessel_NINE_5.OS.zip.gpg"));
+        SearchOptions options;
+        options.searchPath = folder;
+        QCOMPARE(findNewestFirmware(options, false), dir.path() + "/real/Tessel_NINE_5.OS.zip.gpg");
+        options.useFile = "/anything/at/all";
+        QCOMPARE(findNewestFirmware(options, false), QString("/anything/at/all"));
+        options.useFile.clear();
+        options.searchPath = dir.path() + "/no/such/folder";
+        QCOMPARE(findNewestFirmware(options, false), QString());
+    }
+
+    void hashes()
+    {
+        QVERIFY(calculateHashes({}));
+        QCOMPARE(log(), QString());
+
+        const QString folder = fresh("hash");
+        touch(folder + "/a.zip", QByteArray(300000, 'a'));
+        touch(folder + "/c.zip", QByteArray());
+        const QStringList files{folder + "/a.zip", folder + "/missing.zip", folder + "/c.zip"};
+        QVERIFY(!calculateHashes(files));
+        QCOMPARE(log(), QString("File:  \"%1\" \nMD5 :  \"%2\" \n \n"
+                                "Unable to open file:  \"%3\" \n"
+                                "File:  \"%4\" \nMD5 :  \"d41d8cd98f00b204e9800998ecf8427e\" \n \n")
+                            .arg(files[0], md5sum(files[0]), files[1], files[2]));
+    }
+
+    void unzip_data()
+    {
+        QTest::addColumn<ZipEntries>("entries");
+        QTest::addColumn<bool>("ok");
+        QTest::addColumn<QStringList>("written"); // files below the target, with sizes checked against entries
+        QTest::addColumn<bool>("noDirectoryEntriesLine");
+        const QByteArray big(65536, 'b');
+        QTest::newRow("empty archive") << ZipEntries{} << true << QStringList{} << false;
+        QTest::newRow("folder entry first") << ZipEntries{{"os/", {}}, {"os/a.sys", "abc"}} << true
+                                            << QStringList{"os/a.sys"} << false;
+        QTest::newRow("no folder entries") << ZipEntries{{"os/a.sys", "abc"}, {"pr/b.sys", "de"}} << true
+                                           << QStringList{"os/a.sys", "pr/b.sys"} << true;
+        QTest::newRow("zero-byte entry") << ZipEntries{{"os/", {}}, {"os/empty.sys", {}}} << true
+                                         << QStringList{"os/empty.sys"} << false;
+        QTest::newRow("one buffer exactly") << ZipEntries{{"os/", {}}, {"os/x.sys", QByteArray(65535, 'x')}} << true
+                                            << QStringList{"os/x.sys"} << false;
+        QTest::newRow("one byte over a buffer") << ZipEntries{{"os/", {}}, {"os/y.sys", big}} << true
+                                                << QStringList{"os/y.sys"} << false;
+        QTest::newRow("entry climbing out") << ZipEntries{{"os/", {}}, {"../escaped.sys", "evil"}, {"os/ok.sys", "ok"}}
+                                            << false << QStringList{"os/ok.sys"} << false;
+        QTest::newRow("entry climbing out inside") << ZipEntries{{"os/../../escaped.sys", "evil"}} << false
+                                                   << QStringList{} << false;
+        QTest::newRow("absolute entry") << ZipEntries{{"/tmp/escaped-absolute.sys", "evil"}} << false << QStringList{}
+                                        << false;
+    }
+
+    void unzip()
+    {
+        QFETCH(ZipEntries, entries);
+        QFETCH(bool, ok);
+        QFETCH(QStringList, written);
+        QFETCH(bool, noDirectoryEntriesLine);
+        const QString root = fresh("unzip");
+        const QString target = root + "/out";
+        QDir().mkpath(target);
+        const QString archive = root + "/p.zip";
+        QVERIFY(FirmwareKit::makeZip(archive, entries));
+
+        QCOMPARE(unzipFile(archive, target), ok);
+        QCOMPARE(QFile::exists(archive), !ok);
+        for (const QString &name : written) {
+            const auto it = std::find_if(entries.begin(), entries.end(), [&](const auto &e) { return e.first == name; });
+            QCOMPARE(TestSupport::readFile(target + "/" + name), it->second);
+        }
+        QVERIFY(!QFile::exists(root + "/escaped.sys"));
+        QVERIFY(!QFile::exists("/tmp/escaped-absolute.sys"));
+        QCOMPARE(log().contains("Zip package contains no seperate directory entries"), noDirectoryEntriesLine);
+    }
+
+    void unzipRefusesWhatIsNoArchive()
+    {
+        const QString root = fresh("notzip");
+        touch(root + "/p.zip", "this is no zip");
+        QVERIFY(!unzipFile(root + "/p.zip", root));
+        QVERIFY(QFile::exists(root + "/p.zip"));
+        QVERIFY(log().contains("\"zip_open failed: ["));
+    }
+
+    void unzipEndsOnAShortEntry()
+    {
+        // An entry whose stored data is shorter than its recorded size must end as a
+        // failed entry, not loop for ever.
+        const QString root = fresh("short");
+        const QString archive = root + "/p.zip";
+        QVERIFY(FirmwareKit::makeZip(archive, {{"os/a.sys", QByteArray(100, 'a')}}));
+        QByteArray bytes = TestSupport::readFile(archive);
+        // Claim a far larger uncompressed size, in the local header and the central directory.
+        int patched = 0;
+        for (int at = bytes.indexOf("PK\x03\x04"); at >= 0; at = bytes.indexOf("PK\x03\x04", at + 4)) {
+            qToLittleEndian<quint32>(1000000, bytes.data() + at + 22);
+            ++patched;
+        }
+        for (int at = bytes.indexOf("PK\x01\x02"); at >= 0; at = bytes.indexOf("PK\x01\x02", at + 4)) {
+            qToLittleEndian<quint32>(1000000, bytes.data() + at + 24);
+            ++patched;
+        }
+        QCOMPARE(patched, 2);
+        QFile f(archive);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+        f.close();
+        QVERIFY(!unzipFile(archive, root));
+        QVERIFY(QFile::exists(archive));
+    }
+
+    void gpgNames()
+    {
+        QCOMPARE(decryptedFileList("/t", {"/fw/Tessel_NINE_02_00_00.OS.zip.gpg", "/fw/a.gpg.zip.gpg", "/fw/plain.zip"}),
+                 (QStringList{"/t/ZelkoExtract/Tessel_NINE_02_00_00.OS.zip", "/t/ZelkoExtract/a",
+                              "/t/ZelkoExtract/plain.zip"}));
+        QCOMPARE(gpgArguments("/home/g", "/t", "ZelkoExtract", "x.OS.zip", "/fw/x.OS.zip.gpg"),
+                 (QStringList{"--batch", "--yes", "--homedir", "/home/g", "--always-trust", "-o",
+                              "/t/ZelkoExtract/x.OS.zip", "/fw/x.OS.zip.gpg"}));
+        QVERIFY(log().contains("GPG Arguments  (\"--batch\", \"--yes\", \"--homedir\", \"/home/g\", "));
+    }
+
+    void gpgRuns_data()
+    {
+        QTest::addColumn<QString>("input");
+        QTest::addColumn<int>("outcome");
+        QTest::newRow("good signature") << "good" << int(GpgOutcome::Done);
+        QTest::newRow("tampered") << "tampered" << int(GpgOutcome::BadSignature);
+        QTest::newRow("key not in the ring") << "stranger" << int(GpgOutcome::BadSignature);
+        QTest::newRow("no OpenPGP data") << "plain" << int(GpgOutcome::BadSignature);
+        QTest::newRow("unreadable input") << "socket" << int(GpgOutcome::OpenFailed);
+        QTest::newRow("missing input") << "missing" << int(GpgOutcome::OpenFailed);
+        QTest::newRow("gpg cannot start") << "nogpg" << int(GpgOutcome::StartFailed);
+    }
+
+    void gpgRuns()
+    {
+        QFETCH(QString, input);
+        const QString root = fresh("gpg");
+        const QString home = root + "/home";
+        QDir().mkpath(home);
+        QFile::setPermissions(home, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QFile::copy(TestSupport::devKeyDir() + "/pubring.gpg", home + "/pubring.gpg");
+        QFile::copy(TestSupport::devKeyDir() + "/trustdb.gpg", home + "/trustdb.gpg");
+        QDir().mkpath(root + "/ZelkoExtract");
+        const ZipEntries content = FirmwareKit::stageEntries("os", 2, 5000);
+        QVERIFY(FirmwareKit::makeZip(root + "/fw.OS.zip", content));
+        const QString signedFile = root + "/fw.OS.zip.gpg";
+        QString gpgPath = "\"/usr/bin/gpg\"";
+        std::unique_ptr<QLocalServer> socket;
+
+        if (input == "good" || input == "tampered" || input == "nogpg") {
+            QVERIFY(kit.sign(root + "/fw.OS.zip", signedFile));
+        } else if (input == "stranger") {
+            QVERIFY(kit.signAsStranger(root + "/fw.OS.zip", signedFile));
+        } else if (input == "plain") {
+            QVERIFY(QFile::copy(root + "/fw.OS.zip", signedFile));
+        } else if (input == "socket") {
+            socket = std::make_unique<QLocalServer>();
+            QVERIFY(socket->listen(signedFile));
+        }
+        if (input == "tampered") {
+            QByteArray bytes = TestSupport::readFile(signedFile);
+            bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 0x55);
+            QFile f(signedFile);
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(bytes);
+        }
+        if (input == "nogpg")
+            gpgPath = "\"" + root + "/no such gpg\"";
+
+        QProcess process;
+        std::atomic<bool> stop{false};
+        const QStringList args = gpgArguments(home, root, "ZelkoExtract", "fw.OS.zip", signedFile);
+        QTEST(int(runGpg(process, gpgPath, args, stop)), "outcome");
+        const bool good = input == "good";
+        QCOMPARE(QFile::exists(root + "/ZelkoExtract/fw.OS.zip"), good);
+        if (good)
+            QCOMPARE(TestSupport::readFile(root + "/ZelkoExtract/fw.OS.zip"), TestSupport::readFile(root + "/fw.OS.zip"));
+        if (input != "nogpg")
+            QVERIFY(log().contains("GPG Output  \"gpg: "));
+    }
+};
+
+QTEST_MAIN(TestFirmware)
+#include "tst_firmware.moc"
