@@ -5,6 +5,8 @@
 #include <QTest>
 #include <QTranslator>
 
+#include "testsupport.h"
+
 class TestErrorTexts : public QObject
 {
     Q_OBJECT
@@ -64,6 +66,35 @@ private slots:
         QVERIFY(translator.load(":/translations/translations/flashloader_de"));
         for (const QString &text : english)
             QVERIFY2(!translator.translate("ErrorTexts", text.toUtf8().constData()).isEmpty(), qPrintable(text));
+    }
+
+    void catalogueRows_data()
+    {
+        QTest::addColumn<QString>("context");
+        QTest::addColumn<QString>("source");
+        QTest::addColumn<QString>("german");
+        QTest::newRow("dfu suffix") << "DFUThread" << " - Opening error" << " - Fehler beim öffnen";
+        QTest::newRow("dfu corrupt") << "DFUThread" << "Device's firmware is corrupt" << "Fehler beim Übertragen der Firmware";
+        QTest::newRow("copy") << "DFUThread" << "Failed to copy file\n%1\nto\n%2" << "Fehler beim Kopieren von\n%1\nnach\n%2";
+        QTest::newRow("pair") << "Fileverify" << "Firmware counter part file not found"
+                              << "Firmware Zusatzdatei nicht gefunden";
+    }
+
+    void catalogueRows()
+    {
+        QFETCH(QString, context);
+        QFETCH(QString, source);
+        QTranslator translator;
+        QVERIFY(translator.load(":/translations/translations/flashloader_de"));
+        QTEST(translator.translate(context.toUtf8().constData(), source.toUtf8().constData()), "german");
+    }
+
+    // Every text the program shows has its German form in the catalogue we ship.
+    void catalogueIsComplete()
+    {
+        const QString ts = QString::fromUtf8(TestSupport::readFile(MORVANTA_TS_FILE));
+        QVERIFY(ts.contains("<message>"));
+        QCOMPARE(ts.count("type=\"unfinished\""), 0);
     }
 
     void qtCatalogueIsEmbedded()
