@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Builds and runs the benchmarks; prints figures, asserts nothing.
+#   bench/run-benchmarks.sh [BUILD_DIR]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build}
+command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
+cmake --build "$build" -j2 --target benchmarks >/dev/null
+bin=$build/bin
+
+work=$(mktemp -d /tmp/mvbench.XXXXXX)
+trap 'rm -rf "$work"' EXIT
+export HOME=$work/home TMPDIR=$work/tmp DFU_SIM_HASH_MS=0
+mkdir -p "$HOME" "$TMPDIR"
+
+echo "== package of 100 .sys files of 2 MiB (about 200 MB), signed"
+bash tools/make-firmware-kit.sh "$build/devkey" "$work/fw" Tessel_NINE_V9_9_9 50 50 2097152 >/dev/null
+os=$work/fw/Tessel_NINE_V9_9_9.OS.zip.gpg
+pr=$work/fw/Tessel_NINE_V9_9_9.PR.zip.gpg
+ls -l "$os" "$pr" | awk '{print "  " $5 " bytes  " $9}'
+
+echo "== Morvanta: DFUThread preparation (hashes, gpg, unzip, lists, sizes)"
+for i in 1 2 3; do
+    /usr/bin/time -o "$work/time" -f "  whole process: %e s wall, max RSS %M KiB" \
+        "$bin/bench_prepare" "$os" "$pr" 2>/dev/null | sed 's/^/  /'
+    cat "$work/time"
+done
+
+echo "== shell pipeline: md5sum, gpg, unzip"
+gh=$work/gnupg
+mkdir -m 700 "$gh"
+cp "$build/devkey/pubring.gpg" "$build/devkey/trustdb.gpg" "$gh/"
+for i in 1 2 3; do
+    out=$work/out; rm -rf "$out"; mkdir -p "$out"
+    start=$(date +%s%N)
+    /usr/bin/time -f "  md5sum max RSS %M KiB" md5sum "$os" "$pr" >/dev/null
+    /usr/bin/time -f "  gpg max RSS %M KiB" gpg --homedir "$gh" --batch --yes --quiet -o "$out/os.zip" "$os" 2>&1 | grep RSS
+    /usr/bin/time -f "  gpg max RSS %M KiB" gpg --homedir "$gh" --batch --yes --quiet -o "$out/pr.zip" "$pr" 2>&1 | grep RSS
+    /usr/bin/time -f "  unzip max RSS %M KiB" unzip -q -o "$out/os.zip" -d "$out"
+    /usr/bin/time -f "  unzip max RSS %M KiB" unzip -q -o "$out/pr.zip" -d "$out"
+    echo "  pipeline wall: $(( ($(date +%s%N) - start) / 1000000 )) ms"
+done
+gpgconf --homedir "$gh" --kill all >/dev/null 2>&1 || true
+
+echo "== dfu-util output parser"
+"$bin/bench_dfuparser" | sed 's/^/  /'
