@@ -186,6 +186,30 @@ private slots:
         QCOMPARE(findNewestFirmware(options, false), QString());
     }
 
+    void selectWithoutDialog()
+    {
+        qputenv("HOME", QFile::encodeName(dir.path()));
+        const QString folder = fresh("select");
+        touch(folder + "/Tessel_NINE_2_0.OS.zip.gpg");
+        Settings settings(static_cast<QObject *>(nullptr));
+        SearchOptions options;
+        options.automatic = true;
+        options.internal = true;
+        options.searchPath = folder;
+
+        // No device and the same zip choice as before: nothing is chosen anew.
+        settings.setSearchPath("/earlier/choice");
+        QVERIFY(selectFirmware(nullptr, "caption", &settings, true, options, false, false));
+        QCOMPARE(settings.getSearchPath(), QString("/earlier/choice"));
+
+        QVERIFY(selectFirmware(nullptr, "caption", &settings, false, options, false, false));
+        QCOMPARE(settings.getSearchPath(), folder + "/Tessel_NINE_2_0.OS.zip.gpg");
+
+        options.searchPath = folder + "/empty-folder";
+        QVERIFY(!selectFirmware(nullptr, "caption", &settings, false, options, true, false));
+        QCOMPARE(settings.getSearchPath(), QString());
+    }
+
     void hashes()
     {
         QVERIFY(calculateHashes({}));

@@ -258,7 +258,7 @@ private slots:
         touch(extract + "/os/old.sys");
 
         TestSupport::ModalAnswerer answerer;
-        Dialog dialog(SearchOptions(), false, nullptr);
+        Dialog dialog(SearchOptions(), true, nullptr);
         QCOMPARE(answerer.answered(), 0);
         Settings *settings = dialog.getSettings();
         QCOMPARE(settings->getExtractFolder(), extract);
@@ -280,7 +280,7 @@ private slots:
     void extractFolderThatCannotBeMade()
     {
         TestSupport::ModalAnswerer answerer;
-        Dialog dialog(SearchOptions(), false, nullptr);
+        Dialog dialog(SearchOptions(), true, nullptr);
         Settings *settings = dialog.getSettings();
         // A file where the folder should be: it can be neither emptied nor made.
         QVERIFY(Settings::removeFolder(settings->getExtractFolder()));

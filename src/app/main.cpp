@@ -83,7 +83,11 @@ int runPass(int &argc, char **argv)
             showHelpBox(usage);
             return 2;
         }
-        const QString broken = validateCommandLine(line, dfuMissing);
+        QString broken = validateCommandLine(line, dfuMissing);
+        // The boot loader wizard is not part of this build: refuse rather than
+        // flash the firmware in its place.
+        if (broken.isEmpty() && line.automatic && line.bootloader)
+            broken = QStringLiteral("Automatic boot loader flashing is not available in this version");
         if (!broken.isEmpty()) {
             showParameterError(broken);
             return 2;
@@ -95,6 +99,8 @@ int runPass(int &argc, char **argv)
     dialog.setWindowFlags(Qt::WindowCloseButtonHint | Qt::WindowMinimizeButtonHint);
     dialog.setWindowTitle(line.titleTag + appVersion + titleSuffix);
     dialog.setVisible(true);
+    if (options.automatic)
+        dialog.startAutomatic();
 
     return QApplication::exec();
 }

@@ -4,10 +4,20 @@
 #include "app/searchoptions.h"
 
 #include <QDialog>
+#include <QPointer>
+#include <QStringList>
 
+namespace Ui {
+class Dialog;
+}
+class DFUThread;
+class MyMenu;
 class Settings;
+class Version;
 
-// The program's one window.
+// The program's one window: it owns the settings, the device query and the workers,
+// turns their signals into labels and boxes, and locks its controls while a job runs.
+// The frame lives in dialog.cpp, each flow in a dialog_<flow>.cpp of its own.
 class Dialog : public QDialog
 {
     Q_OBJECT
@@ -17,11 +27,82 @@ public:
 
     Settings *getSettings() const { return settings; }
 
+    // Unattended runs
+    void startAutomatic();
+
 public slots:
     void handleSettingError();
 
+    void showMsgBox(ErrorTexts::errorLevel level, const QString &text);
+    void updateStatus(const QString &status);
+    void setTotalProgress(int val);
+    void setDFUProgress(int val);
+    void setProgressBar(int done, int max);
+    void setNetSearchText(const QString &text);
+    void setDefaultNetSearchText();
+    void updateWrittenStatus(long written, long total, bool useByteSize);
+    void errorOutputSlot(const QString &errorSpec);
+
+    // Activity slots of the workers
+    void lenableAbort();
+    void ldisableAbort();
+
+    // USB cable flow of the Tessel NINE
+    void slotLocalSearchTesselNINE();
+    void slotUpdateTesselNINE();
+    void externProcessesFinished();
+
+    void exitDfuInternalAutomaticOK(int err);
+    void exitInternalAutomatic(int err);
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
+
+private slots:
+    void tabTesselNINEModesChanged(int index);
+    void tabDevicesChanged(int index);
+    void questionLanguageRestart();
+    void checkHttpChanged();
+
 private:
+    void setUpTabs();
+    void setUpMenu();
+    void disableTab();
+    void enableTabs();
+    void resetStatus();
+    void setBootLoaderActionEnabled(bool enabled);
+    void showAbortedStatus();
+    void restoreSearchButtonText();
+
+    void checkFirmware(int origin, int device);
+    void checkDevice(int origin, int device);
+    void rejectFirmware();
+    bool recheckDevice();
+    void showDeviceVersion(const QString &selected, bool selectedHasV, const QString &current, bool currentHasV);
+    void startFlash();
+    void startOrAbortFlash();
+    void startDfuWorker();
+    void disposeDfuThread();
+    void finishAborted();
+    void flashNotCompleted();
+    void stopWorkers();
+
+    Ui::Dialog *ui;
     Settings *settings = nullptr;
-    bool dfuMissing = false;
+    bool usedZipSearch = false;
+    bool dfuMissing;
+    MyMenu *menu = nullptr;
+    Version *version = nullptr;
+    DFUThread *dfuThread = nullptr;
+    QPointer<DFUThread> retiredDfuThread; // told to stop, not yet gone
+    QString deviceVersion;
+    QStringList firmwareFiles;
+    int versionCompare = 0;
+    bool flashing = false;
+    bool downloading = false;
+    bool usbWriting = false;
+    bool deviceMissing = false;
     SearchOptions options;
+    int bootLoaderRev = 0;
 };

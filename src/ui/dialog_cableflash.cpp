@@ -1,0 +1,217 @@
+// The "USB Cable" tab of the Tessel NINE: choose a firmware, ask the device, flash, abort.
+#include "dialog.h"
+#include "ui_dialog.h"
+
+#include "dialogquestions.h"
+
+#include "app/settings.h"
+#include "firmware/fileverify.h"
+#include "firmware/version.h"
+#include "flash/dfuthread.h"
+
+void Dialog::slotLocalSearchTesselNINE()
+{
+    resetStatus();
+    settings->createExtractFolder();
+    if (!selectFirmware(this, tr("Open file"), settings, deviceMissing, options, ui->actionUseZipSearch->isChecked(),
+                        usedZipSearch))
+        showMsgBox(ErrorTexts::Error, tr("No firmware file in directory"));
+    usedZipSearch = ui->actionUseZipSearch->isChecked();
+    checkFirmware(0, 0);
+}
+
+void Dialog::checkFirmware(int origin, int device)
+{
+    const QString path = device == 1 ? settings->getSearchPathBrioMel() : settings->getSearchPath();
+    Fileverify verify(path);
+    const int result = verify.verify(device);
+    const QString text = Fileverify::resultText(result);
+    if (device == 1) {
+        ui->localStatus_tessel_briomel->setText(text);
+        ui->lsearchEdit_tessel_briomel->setText(path);
+    } else {
+        // Both Tessel NINE tabs always show the same firmware.
+        ui->localStatus_tessel_nine->setText(text);
+        ui->exStatus_tessel_nine->setText(text);
+        ui->lsearchEdit_tessel_nine->setText(path);
+        ui->exsearchEdit_tessel_nine->setText(path);
+    }
+    if (result != Fileverify::FilesFound) {
+        rejectFirmware();
+        return;
+    }
+    firmwareFiles = verify.getFlashFiles();
+    checkDevice(origin, device);
+}
+
+void Dialog::rejectFirmware()
+{
+    ui->lupdateButton_tessel_nine->setEnabled(false);
+    ui->usbDriveStartButton_tessel_nine->setEnabled(false);
+    deviceMissing = false;
+    restoreSearchButtonText();
+    exitInternalAutomatic(2);
+}
+
+void Dialog::checkDevice(int origin, int device)
+{
+    if (device == 1)
+        return; // the Brio Mel is asked for by its own presence check
+
+    QString file = firmwareFiles.value(0);
+    bool selectedHasV = false;
+    const QString selected = Version::fileVersion(file, Settings::getTesselNINEName(), &selectedHasV);
+    if (!dfuMissing) {
+        bool found = false;
+        bool currentHasV = false;
+        deviceVersion = version->getDeviceVersion(&found, &currentHasV);
+        bootLoaderRev = version->getBootLoaderRev();
+        if (found) {
+            showDeviceVersion(selected, selectedHasV, deviceVersion, currentHasV);
+            ui->lupdateButton_tessel_nine->setEnabled(true);
+            ui->usbDriveStartButton_tessel_nine->setEnabled(true);
+            restoreSearchButtonText();
+            deviceMissing = false;
+            return;
+        }
+    }
+    // A USB stick needs no device.
+    ui->usbDriveStartButton_tessel_nine->setEnabled(true);
+    if (!dfuMissing)
+        ui->statusLabel->setText(ErrorTexts::deviceNotConnected());
+    ui->lsearchButton_tessel_nine->setText(tr("Connect"));
+    deviceMissing = true;
+    if (origin == 0) {
+        ui->lupdateButton_tessel_nine->setEnabled(false);
+        showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected());
+    }
+    exitInternalAutomatic(2);
+}
+
+void Dialog::showDeviceVersion(const QString &selected, bool selectedHasV, const QString &current, bool currentHasV)
+{
+    versionCompare = Version::compareVersions(selected, selectedHasV, current, currentHasV);
+    ui->statusLabel->setText(tr("Current version   ") + Settings::getTesselNINEName() + QLatin1Char('.') + current);
+}
+
+void Dialog::slotUpdateTesselNINE()
+{
+    if (flashing) {
+        if (!DialogQuestions::questionAbortFlash())
+            return;
+        ui->statusLabel->setText(ErrorTexts::processWillBeAborted());
+        ui->lupdateButton_tessel_nine->setEnabled(false);
+    }
+    startOrAbortFlash();
+}
+
+void Dialog::startOrAbortFlash()
+{
+    if (dfuThread && dfuThread->isRunning())
+        dfuThread->abortByUser();
+    else if (!flashing)
+        startFlash();
+}
+
+void Dialog::startFlash()
+{
+    disposeDfuThread();
+    ui->progressBar->show();
+    if (!recheckDevice())
+        return;
+    if (!DialogQuestions::questionFlash(options.automatic, versionCompare))
+        return;
+    setDefaultNetSearchText();
+    startDfuWorker();
+}
+
+bool Dialog::recheckDevice()
+{
+    resetStatus();
+    QString file = firmwareFiles.value(0);
+    bool selectedHasV = false;
+    const QString selected = Version::fileVersion(file, Settings::getTesselNINEName(), &selectedHasV);
+    bool found = false;
+    bool currentHasV = false;
+    deviceVersion = version->getDeviceVersion(&found, &currentHasV);
+    bootLoaderRev = version->getBootLoaderRev();
+    if (found) {
+        showDeviceVersion(selected, selectedHasV, deviceVersion, currentHasV);
+        restoreSearchButtonText();
+        deviceMissing = false;
+        return true;
+    }
+    ui->statusLabel->setText(ErrorTexts::deviceNotConnected());
+    ui->lsearchButton_tessel_nine->setText(tr("Connect"));
+    ui->lupdateButton_tessel_nine->setEnabled(false);
+    deviceMissing = true;
+    showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected());
+    return false;
+}
+
+void Dialog::startDfuWorker()
+{
+    resetStatus();
+    // A worker told to stop may still be leaving the extract folder.
+    if (retiredDfuThread)
+        retiredDfuThread->wait(10000);
+    settings->createExtractFolder();
+    ui->progressBar->setMaximum(100);
+    disposeDfuThread();
+    dfuThread = new DFUThread(settings, 0, firmwareFiles, bootLoaderRev, usedZipSearch, false, nullptr);
+    connect(dfuThread, &DFUThread::updateProgress, this, &Dialog::setTotalProgress);
+    connect(dfuThread, &DFUThread::updateDFUProgress, this, &Dialog::setDFUProgress);
+    connect(dfuThread, &DFUThread::updateStatus, this, &Dialog::updateStatus);
+    connect(dfuThread, &DFUThread::updateWrittenStatus, this, &Dialog::updateWrittenStatus);
+    connect(dfuThread, &DFUThread::msgboxErrorSignal, this, &Dialog::showMsgBox);
+    connect(dfuThread, &DFUThread::errorOutputSignal, this, &Dialog::errorOutputSlot);
+    connect(dfuThread, &DFUThread::exitCode, this, &Dialog::exitDfuInternalAutomaticOK);
+    connect(dfuThread, &DFUThread::sigenableAbort, this, &Dialog::lenableAbort);
+    connect(dfuThread, &DFUThread::sigdisableAbort, this, &Dialog::ldisableAbort);
+    connect(dfuThread, &DFUThread::externalProcessesFinished, this, &Dialog::externProcessesFinished);
+    dfuThread->start(QThread::InheritPriority);
+}
+
+void Dialog::disposeDfuThread()
+{
+    if (!dfuThread)
+        return;
+    // Nothing more of this run reaches the window. The thread is never terminated:
+    // it is told to stop and deletes itself once run() has returned.
+    disconnect(dfuThread, nullptr, this, nullptr);
+    DFUThread *thread = dfuThread;
+    dfuThread = nullptr;
+    connect(thread, &QThread::finished, thread, &QObject::deleteLater);
+    if (thread->isRunning()) {
+        thread->abortByUser();
+        retiredDfuThread = thread;
+    } else {
+        thread->deleteLater();
+    }
+}
+
+void Dialog::externProcessesFinished()
+{
+    Version::listDevices(settings);
+    if (flashing)
+        flashNotCompleted();
+    else
+        startFlash();
+}
+
+void Dialog::flashNotCompleted()
+{
+    disposeDfuThread();
+    showMsgBox(ErrorTexts::Error, ErrorTexts::flashingNotCompleted());
+    finishAborted();
+    ui->lupdateButton_tessel_nine->setEnabled(true);
+}
+
+void Dialog::finishAborted()
+{
+    resetStatus();
+    showAbortedStatus();
+    settings->createExtractFolder();
+    ldisableAbort();
+    exitInternalAutomatic(1);
+}

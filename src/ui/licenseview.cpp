@@ -1,0 +1,26 @@
+#include "licenseview.h"
+#include "ui_licenseview.h"
+
+#include <QFile>
+#include <QTextStream>
+
+LicenseView::LicenseView() : QWidget(nullptr, Qt::WindowCloseButtonHint), ui(new Ui::LicenseView)
+{
+    ui->setupUi(this);
+    QFile notices(QStringLiteral(":/license/license/License_Morvanta.txt"));
+    if (!notices.open(QIODevice::ReadOnly | QIODevice::Text))
+        return;
+    QTextStream stream(&notices);
+    for (QString line = stream.readLine(); !line.isNull(); line = stream.readLine())
+        ui->textView->append(line);
+}
+
+LicenseView::~LicenseView()
+{
+    delete ui;
+}
+
+QTextBrowser *LicenseView::textView() const
+{
+    return ui->textView;
+}

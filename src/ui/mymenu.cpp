@@ -1,0 +1,79 @@
+#include "mymenu.h"
+
+#include "about.h"
+#include "licenseview.h"
+
+#include "app/log.h"
+#include "app/settings.h"
+
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileInfo>
+#include <QTextBrowser>
+#include <QUrl>
+
+MyMenu::MyMenu(Settings *settings, const QString &language)
+    : aboutWindow(new About), licenseWindow(new LicenseView), settings(settings), language(language)
+{
+}
+
+MyMenu::~MyMenu()
+{
+    delete aboutWindow;
+    delete licenseWindow;
+}
+
+static void showAndActivate(QWidget *window)
+{
+    window->show();
+    if (!window->isActiveWindow())
+        window->activateWindow();
+}
+
+void MyMenu::about()
+{
+    showAndActivate(aboutWindow);
+}
+
+void MyMenu::license()
+{
+    QTextCursor cursor = licenseWindow->textView()->textCursor();
+    cursor.setPosition(0);
+    licenseWindow->textView()->setTextCursor(cursor);
+    showAndActivate(licenseWindow);
+}
+
+void MyMenu::log()
+{
+    // The log lives in the program's private working folder.
+    const QFileInfo file(Log::filePath());
+    if (!file.isFile() || !QDesktopServices::openUrl(QUrl::fromLocalFile(file.absoluteFilePath())))
+        emit sendMsgBox(ErrorTexts::Error, tr("Unable to open log file!"));
+}
+
+void MyMenu::manual()
+{
+    const QString name = QLatin1String("Manual_") +
+                         (language == QLatin1String("German") ? QLatin1String("de.pdf") : QLatin1String("en.pdf"));
+    const QFileInfo file(QDir(QDir::currentPath()).absoluteFilePath(name));
+    if (!file.isFile() || !QDesktopServices::openUrl(QUrl::fromLocalFile(file.absoluteFilePath())))
+        emit sendMsgBox(ErrorTexts::Error, tr("Unable to open manual! %1").arg(file.absoluteFilePath()));
+}
+
+void MyMenu::changeLanguageTo(const QString &name)
+{
+    if (language == name)
+        return;
+    settings->setValue(QStringLiteral("language"), name);
+    emit changeLanguage();
+}
+
+void MyMenu::changeLanguageGerman()
+{
+    changeLanguageTo(QStringLiteral("German"));
+}
+
+void MyMenu::changeLanguageEnglish()
+{
+    changeLanguageTo(QStringLiteral("English"));
+}
