@@ -3,6 +3,8 @@
 #include <QApplication>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QFileDialog>
+#include <QLineEdit>
 #include <QFile>
 #include <QMessageBox>
 #include <QProcess>
@@ -209,12 +211,30 @@ ModalAnswerer::ModalAnswerer(QObject *parent) : QObject(parent)
 void ModalAnswerer::timerEvent(QTimerEvent *)
 {
     QWidget *modal = QApplication::activeModalWidget();
+    if (auto *dialog = qobject_cast<QFileDialog *>(modal)) {
+        if (!dialog->isVisible())
+            return;
+        ++fileDialogs;
+        if (fileToChoose.isEmpty()) {
+            dialog->reject();
+        } else {
+            // Typed as a user would: selectFile() depends on the dialog's file model
+            // having loaded the folder, typing does not.
+            if (auto *name = dialog->findChild<QLineEdit *>("fileNameEdit"))
+                name->setText(fileToChoose);
+            QMetaObject::invokeMethod(dialog, "accept");
+        }
+        return;
+    }
     auto *box = qobject_cast<QMessageBox *>(modal);
     if (!box || !box->isVisible())
         return;
     titles << box->windowTitle();
     texts << box->text();
-    if (QAbstractButton *button = box->defaultButton())
+    QAbstractButton *button = box->defaultButton();
+    if (!plannedButtons.isEmpty())
+        button = box->button(QMessageBox::StandardButton(plannedButtons.takeFirst()));
+    if (button)
         button->click();
     else
         box->accept();

@@ -74,7 +74,8 @@ QString waitForWindow(const QString &title, int msecs = 15000);
 bool answerBox(const QString &title, int msecs = 15000);
 bool windowExists(const QString &title);
 
-// In-process: answers the next modal box with its default button and records it.
+// In-process: answers every modal box (with the next planned button, else its
+// default) and every file dialog (with fileToChoose, or cancels), and records them.
 class ModalAnswerer : public QObject
 {
     Q_OBJECT
@@ -82,7 +83,15 @@ public:
     explicit ModalAnswerer(QObject *parent = nullptr);
     QStringList titles;
     QStringList texts;
-    int answered() const { return titles.size(); }
+    QList<int> plannedButtons; // QMessageBox::StandardButton values, used in order
+    QString fileToChoose;
+    int fileDialogs = 0;
+    int answered() const { return int(titles.size()); }
+    void clear()
+    {
+        titles.clear();
+        texts.clear();
+    }
 
 protected:
     void timerEvent(QTimerEvent *) override;

@@ -1,0 +1,301 @@
+// The window as a technician uses it: tabs, buttons, labels and boxes, flashing through
+// the dfu-util simulator with real gpg and signed packages.
+#include "app/log.h"
+#include "app/settings.h"
+#include "ui/dialog.h"
+
+#include "firmwarekit.h"
+#include "testsupport.h"
+
+#include <QAction>
+#include <QDir>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTest>
+
+using TestSupport::FirmwareKit;
+using TestSupport::ModalAnswerer;
+
+namespace {
+const QString welcome = "It is recommended always to use the same usb port \nfor flashing, if no problems occurred.\n"
+                        "Do not connect or disconnect other USB devices\nduring flash process.\n\n"
+                        "If possible, please connect device to usb!";
+
+QStringList pageNames(QTabWidget *tabs)
+{
+    QStringList names;
+    for (int i = 0; i < tabs->count(); ++i)
+        names << tabs->widget(i)->objectName();
+    return names;
+}
+} // namespace
+
+class TestDialog : public QObject
+{
+    Q_OBJECT
+    TestSupport::Sandbox sandbox;
+    FirmwareKit kit;
+    QString record;
+    QStringList package; // signed V1_2_4 pair
+
+    template <typename T> static T *child(Dialog &d, const char *name)
+    {
+        T *widget = d.findChild<T *>(name);
+        Q_ASSERT(widget);
+        return widget;
+    }
+    static QString status(Dialog &d) { return child<QLabel>(d, "statusLabel")->text(); }
+    static QPushButton *update(Dialog &d) { return child<QPushButton>(d, "lupdateButton_tessel_nine"); }
+    static QPushButton *search(Dialog &d) { return child<QPushButton>(d, "lsearchButton_tessel_nine"); }
+    int dfuDownloads() const
+    {
+        return int(QString::fromUtf8(TestSupport::readFile(record)).count("-D\t"));
+    }
+
+private slots:
+    void initTestCase()
+    {
+        qputenv("HOME", QFile::encodeName(sandbox.home()));
+        qputenv("TMPDIR", QFile::encodeName(sandbox.tmp()));
+        Log::setFolder(sandbox.root());
+        qInstallMessageHandler(logMessageHandler);
+        record = sandbox.root() + "/calls.txt";
+        qputenv("DFU_SIM_RECORD", QFile::encodeName(record));
+        qputenv("DFU_SIM_HASH_MS", "10");
+        QDir().mkpath(sandbox.root() + "/fw");
+        package = kit.makePackage(sandbox.root() + "/fw", "Tessel_NINE_V1_2_4", 2, 1, 4000, true);
+        QCOMPARE(package.size(), 2);
+    }
+
+    void init()
+    {
+        QFile::remove(record);
+        qputenv("DFU_SIM_DEVICE", "present");
+        qputenv("DFU_SIM_NAME", "V1_2_3");
+        qunsetenv("DFU_SIM_HANG_AT");
+    }
+
+    void tabLayouts_data()
+    {
+        QTest::addColumn<bool>("internal");
+        QTest::addColumn<bool>("dfuMissing");
+        QTest::addColumn<QStringList>("devices");
+        QTest::addColumn<QStringList>("tesselPages");
+        QTest::addColumn<bool>("welcomeBox");
+        QTest::newRow("plain start") << false << false << QStringList{"tessel_nine"}
+                                     << QStringList{"tab_tessel_nine_flash", "tab_tessel_nine_usbdrive", "tab_tessel_nine_download"}
+                                     << true;
+        QTest::newRow("plain start, no dfu-util") << false << true << QStringList{"tessel_nine"}
+                                                  << QStringList{"tab_tessel_nine_usbdrive", "tab_tessel_nine_download"} << false;
+        QTest::newRow("internal") << true << false << QStringList{"tessel_nine", "tessel_briomel"}
+                                  << QStringList{"tab_tessel_nine_flash", "tab_tessel_nine_usbdrive"} << true;
+        QTest::newRow("internal, no dfu-util") << true << true << QStringList{"tessel_nine", "tessel_briomel"}
+                                               << QStringList{"tab_tessel_nine_usbdrive"} << false;
+    }
+
+    void tabLayouts()
+    {
+        QFETCH(bool, internal);
+        QFETCH(bool, dfuMissing);
+        QFETCH(bool, welcomeBox);
+        SearchOptions options;
+        options.internal = internal;
+        ModalAnswerer answerer;
+        Dialog dialog(options, dfuMissing, nullptr);
+        QCOMPARE(answerer.texts, welcomeBox ? QStringList{welcome} : QStringList{});
+        QCOMPARE(answerer.titles, welcomeBox ? QStringList{"WELCOME"} : QStringList{});
+
+        QTEST(pageNames(child<QTabWidget>(dialog, "tab_devices")), "devices");
+        QTEST(pageNames(child<QTabWidget>(dialog, "tab_tessel_nine_options")), "tesselPages");
+        if (internal)
+            QCOMPARE(pageNames(child<QTabWidget>(dialog, "tab_tessel_briomel_options")),
+                     QStringList{"tab_tessel_briomel_Xmodem1k"});
+        QCOMPARE(child<QGroupBox>(dialog, "groupBox")->title(), dfuMissing ? QString("USB Write Status") : QString("Update Status"));
+        QCOMPARE(child<QAction>(dialog, "actionFlash_Bootloader")->isEnabled(), !dfuMissing);
+        QVERIFY(!update(dialog)->isEnabled());
+        QCOMPARE(update(dialog)->text(), QString("Update"));
+        QVERIFY(!child<QPushButton>(dialog, "usbDriveStartButton_tessel_nine")->isEnabled());
+        QVERIFY(!child<QPushButton>(dialog, "lupdateButton_tessel_briomel")->isEnabled());
+        QVERIFY(child<QProgressBar>(dialog, "progressBar")->isHidden());
+        QCOMPARE(child<QLabel>(dialog, "localStatus_tessel_nine")->text(), QString("Select firmware file"));
+        // gpg stands beside this test, so signed files are the default.
+        QVERIFY(child<QAction>(dialog, "actionUseZipSearch")->isVisible());
+        QVERIFY(!child<QAction>(dialog, "actionUseZipSearch")->isChecked());
+        QVERIFY(child<QAction>(dialog, "actionHTTPDownload")->isChecked());
+        QVERIFY(!child<QAction>(dialog, "actionHTTPDownload")->isEnabled());
+        QVERIFY(!child<QAction>(dialog, "actionEnglish")->isEnabled());
+        QVERIFY(child<QAction>(dialog, "actionGerman")->isEnabled());
+
+        // The status title follows the page; the Brio Mel tab and back restore it.
+        auto *tessel = child<QTabWidget>(dialog, "tab_tessel_nine_options");
+        const QStringList titles{"Update Status", "USB Write Status", "Download Status"};
+        for (int i = 0; i < tessel->count(); ++i) {
+            tessel->setCurrentIndex(i);
+            const QString page = tessel->widget(i)->objectName();
+            QCOMPARE(child<QGroupBox>(dialog, "groupBox")->title(),
+                     page.endsWith("flash") ? titles[0] : page.endsWith("usbdrive") ? titles[1] : titles[2]);
+        }
+        if (internal) {
+            auto *devices = child<QTabWidget>(dialog, "tab_devices");
+            const QString before = child<QGroupBox>(dialog, "groupBox")->title();
+            devices->setCurrentIndex(1);
+            QCOMPARE(child<QGroupBox>(dialog, "groupBox")->title(), QString("USB Write Status"));
+            QVERIFY(!child<QAction>(dialog, "actionFlash_Bootloader")->isEnabled());
+            devices->setCurrentIndex(0);
+            QCOMPARE(child<QGroupBox>(dialog, "groupBox")->title(), before);
+        }
+    }
+
+    void escapeDoesNothing()
+    {
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), true, nullptr);
+        dialog.show();
+        QTest::keyClick(&dialog, Qt::Key_Escape);
+        QTest::keyClick(&dialog, Qt::Key_Return);
+        QVERIFY(dialog.isVisible());
+        QCOMPARE(dialog.result(), 0);
+    }
+
+    void wholeFlashFromTheWindow()
+    {
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.show();
+        answerer.clear();
+        answerer.fileToChoose = package[0];
+        search(dialog)->click();
+        QCOMPARE(answerer.fileDialogs, 1);
+        QCOMPARE(child<QLabel>(dialog, "localStatus_tessel_nine")->text(), QString("Files found"));
+        QCOMPARE(child<QLabel>(dialog, "exStatus_tessel_nine")->text(), QString("Files found"));
+        QCOMPARE(child<QLineEdit>(dialog, "lsearchEdit_tessel_nine")->text(), package[0]);
+        QCOMPARE(status(dialog), QString("Current version   Tessel_NINE.1_2_3"));
+        QVERIFY(update(dialog)->isEnabled());
+        QVERIFY(answerer.titles.isEmpty());
+
+        answerer.plannedButtons = {QMessageBox::Yes};
+        update(dialog)->click();
+        QCOMPARE(answerer.texts.value(0),
+                 QString("Do you want to start flashing?\nPress 'Yes' to perform flashing or 'No' to cancel"));
+        QTRY_COMPARE(update(dialog)->text(), QString("Abort"));
+        QVERIFY(!search(dialog)->isEnabled());
+        QVERIFY(!child<QTabWidget>(dialog, "tab_tessel_nine_options")->isTabEnabled(1));
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.titles.size(), 2, 60000);
+        QCOMPARE(answerer.titles[1], QString("INFO"));
+        QCOMPARE(answerer.texts[1], QString("Flashing completed\nPlease perform Tessel restart!"));
+        QCOMPARE(update(dialog)->text(), QString("Update"));
+        QVERIFY(update(dialog)->isEnabled() && search(dialog)->isEnabled());
+        QVERIFY(child<QTabWidget>(dialog, "tab_tessel_nine_options")->isTabEnabled(1));
+        QCOMPARE(status(dialog), QString("Flashing completed"));
+        QCOMPARE(child<QProgressBar>(dialog, "progressBar")->value(), 100);
+        QVERIFY(child<QProgressBar>(dialog, "progressBar")->isVisible());
+        QCOMPARE(dfuDownloads(), 3);
+    }
+
+    void abortDuringTheFlash()
+    {
+        qputenv("DFU_SIM_HANG_AT", "5");
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.show();
+        answerer.fileToChoose = package[1]; // the PR half finds its partner too
+        search(dialog)->click();
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        update(dialog)->click();
+        QTRY_VERIFY_WITH_TIMEOUT(status(dialog).startsWith("Flashing firmware stage #1"), 30000);
+
+        answerer.plannedButtons = {QMessageBox::No};
+        update(dialog)->click(); // asked, and declined: the flash goes on
+        QCOMPARE(answerer.texts.last(), QString("Do you really want to abort\nflashing process?"));
+        QCOMPARE(update(dialog)->text(), QString("Abort"));
+
+        answerer.plannedButtons = {QMessageBox::Yes};
+        update(dialog)->click();
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.texts.last(), QString("Flashing not completed"), 10000);
+        QCOMPARE(answerer.titles.last(), QString("ERROR"));
+        QCOMPARE(status(dialog), QString("Process aborted! Perform device restart before flashing again"));
+        QCOMPARE(update(dialog)->text(), QString("Update"));
+        QVERIFY(update(dialog)->isEnabled() && search(dialog)->isEnabled());
+        QTest::qWait(300);
+        // Start, abort declined, abort agreed, and nothing more from the aborted run.
+        QCOMPARE(answerer.titles, (QStringList{"QUESTION", "QUESTION", "QUESTION", "ERROR"}));
+        QCOMPARE(dfuDownloads(), 1);
+    }
+
+    void noDeviceThenConnect()
+    {
+        qputenv("DFU_SIM_DEVICE", "absent");
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.show();
+        answerer.clear();
+        answerer.fileToChoose = package[0];
+        search(dialog)->click();
+        QCOMPARE(answerer.titles, QStringList{"ERROR"});
+        QCOMPARE(answerer.texts, QStringList{"Device is not connected"});
+        QCOMPARE(search(dialog)->text(), QString("Connect"));
+        QCOMPARE(status(dialog), QString("Device is not connected"));
+        QVERIFY(!update(dialog)->isEnabled());
+        QVERIFY(child<QPushButton>(dialog, "usbDriveStartButton_tessel_nine")->isEnabled());
+
+        qputenv("DFU_SIM_DEVICE", "present");
+        search(dialog)->click();
+        QCOMPARE(answerer.fileDialogs, 1); // no second dialog
+        QCOMPARE(search(dialog)->text(), QString("Search..."));
+        QVERIFY(update(dialog)->isEnabled());
+        QCOMPARE(status(dialog), QString("Current version   Tessel_NINE.1_2_3"));
+
+        // A changed zip choice opens the dialog again, even while "Connect" shows.
+        qputenv("DFU_SIM_DEVICE", "absent");
+        update(dialog)->click();
+        QCOMPARE(search(dialog)->text(), QString("Connect"));
+        child<QAction>(dialog, "actionUseZipSearch")->setChecked(true);
+        answerer.fileToChoose.clear();
+        search(dialog)->click();
+        QCOMPARE(answerer.fileDialogs, 2);
+        QCOMPARE(child<QLabel>(dialog, "localStatus_tessel_nine")->text(), QString("Firmware files not found"));
+        QVERIFY(!update(dialog)->isEnabled());
+    }
+
+    void versionQuestions_data()
+    {
+        QTest::addColumn<QString>("device");
+        QTest::addColumn<QString>("question");
+        QTest::newRow("same version") << "V1_2_4"
+                                      << "Current version equals latest version.\nDo you want to continue?\nPress 'Yes' to "
+                                         "perform flashing or 'No' to cancel";
+        QTest::newRow("older file") << "V1_3_0"
+                                    << "Selected version is older than current version.\nDo you want to continue?\nPress "
+                                       "'Yes' to perform flashing or 'No' to cancel";
+        QTest::newRow("plain-form device") << "Tessel_NINE 01.02.03"
+                                           << "Selected version is older than current version.\nDo you want to "
+                                              "continue?\nPress 'Yes' to perform flashing or 'No' to cancel";
+    }
+
+    void versionQuestions()
+    {
+        QFETCH(QString, device);
+        qputenv("DFU_SIM_NAME", device.toUtf8());
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        answerer.fileToChoose = package[0];
+        search(dialog)->click();
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::No};
+        update(dialog)->click();
+        QCOMPARE(answerer.titles, QStringList{"QUESTION"});
+        QTEST(answerer.texts.value(0), "question");
+        QTest::qWait(300);
+        QCOMPARE(update(dialog)->text(), QString("Update"));
+        QCOMPARE(dfuDownloads(), 0);
+    }
+};
+
+QTEST_MAIN(TestDialog)
+#include "tst_dialog.moc"
