@@ -1,0 +1,98 @@
+// Unattended runs as a production script starts them: the built program with -a,
+// the dfu-util simulator, real gpg and signed packages; the exit code is the answer.
+#include "firmwarekit.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QTest>
+
+using TestSupport::FirmwareKit;
+using TestSupport::ProgramRun;
+using TestSupport::Sandbox;
+
+class TestAutomatic : public QObject
+{
+    Q_OBJECT
+    FirmwareKit kit;
+    QTemporaryDir firmware;
+    QStringList package; // signed V1_2_4 pair, alone in its folder
+
+    static QString lastLogLine(const Sandbox &s)
+    {
+        const QStringList lines = s.log().split('\n', Qt::SkipEmptyParts);
+        return lines.isEmpty() ? QString() : lines.last();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run under xvfb-run");
+        QDir().mkpath(firmware.path() + "/good");
+        QDir().mkpath(firmware.path() + "/lonely");
+        QDir().mkpath(firmware.path() + "/empty");
+        package = kit.makePackage(firmware.path() + "/good", "Tessel_NINE_V1_2_4", 2, 1, 4000, true);
+        QCOMPARE(package.size(), 2);
+        QVERIFY(QFile::copy(package[0], firmware.path() + "/lonely/Tessel_NINE_V1_2_4.OS.zip.gpg"));
+    }
+
+    void endings_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("env");     // NAME=VALUE;... for the simulator
+        QTest::addColumn<QString>("box");     // the box to answer first, if any
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<int>("downloads");   // dfu-util transfers made
+        const QString fw = firmware.path();
+        QTest::newRow("good run") << QStringList{"-a", "-p", fw + "/good"} << "" << "" << 0 << 3;
+        QTest::newRow("partner missing") << QStringList{"-a", "-f", fw + "/lonely/Tessel_NINE_V1_2_4.OS.zip.gpg"}
+                                         << "" << "" << 2 << 0;
+        QTest::newRow("empty folder") << QStringList{"-a", "-p", fw + "/empty"} << "" << "ERROR" << 2 << 0;
+        QTest::newRow("zip files asked, only signed ones there") << QStringList{"-a", "-z", "-p", fw + "/good"} << ""
+                                                                 << "ERROR" << 2 << 0;
+        QTest::newRow("no device") << QStringList{"-a", "-p", fw + "/good"} << "DFU_SIM_DEVICE=absent" << "ERROR" << 2
+                                   << 0;
+        QTest::newRow("device error during the flash")
+            << QStringList{"-a", "-p", fw + "/good"} << "DFU_SIM_ERROR=Cannot open device: LIBUSB_ERROR_ACCESS"
+            << "ERROR" << 2 << 1;
+    }
+
+    void endings()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QString, env);
+        QFETCH(QString, box);
+        QFETCH(int, downloads);
+        Sandbox sandbox;
+        sandbox.writeConfig({{"mode", "internal"}});
+        sandbox.installProgram({"gpg", "dfu-util"});
+        QProcessEnvironment extra;
+        extra.insert("DFU_SIM_RECORD", sandbox.root() + "/calls.txt");
+        extra.insert("DFU_SIM_HASH_MS", "10");
+        for (const QString &pair : env.split(';', Qt::SkipEmptyParts))
+            extra.insert(pair.section('=', 0, 0), pair.section('=', 1));
+
+        ProgramRun run(sandbox, args, QString(), extra);
+        if (!box.isEmpty())
+            QVERIFY2(TestSupport::answerBox(box, 60000), qPrintable(box));
+        QVERIFY2(run.waitForExit(60000), qPrintable(run.output()));
+        QTEST(run.exitCode(), "exitCode");
+        QFETCH(int, exitCode);
+        QCOMPARE(lastLogLine(sandbox), QString("\"Morvanta exit %1\" ").arg(exitCode));
+        QCOMPARE(int(QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/calls.txt")).count("-D\t")), downloads);
+        QVERIFY(!sandbox.log().contains("Copy config file")); // the window's settings found the file
+    }
+
+    void bootLoaderRunIsRefused()
+    {
+        Sandbox sandbox;
+        sandbox.writeConfig({{"mode", "internal"}});
+        sandbox.installProgram({"gpg", "dfu-util"});
+        ProgramRun run(sandbox, {"-a", "-b"});
+        QVERIFY(TestSupport::answerBox("PARAMETER ERROR"));
+        QVERIFY(run.waitForExit());
+        QCOMPARE(run.exitCode(), 2);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAutomatic)
+#include "tst_automatic.moc"
