@@ -197,6 +197,23 @@ private slots:
                  TestSupport::readFile(TestSupport::devKeyDir() + "/pubring.gpg"));
     }
 
+    void languageSwitchRestartsInGerman()
+    {
+        Sandbox sandbox;
+        sandbox.installProgram({"gpg", "dfu-util"});
+        ProgramRun run(sandbox, {});
+        QVERIFY(mainWindowAppears(version));
+        QVERIFY(TestSupport::typeInto(version, "ctrl+g"));
+        QVERIFY(TestSupport::answerBox("QUESTION")); // Yes is the default here
+        // The same process comes up again, now in German.
+        QVERIFY(TestSupport::answerBox("WILLKOMMEN"));
+        QVERIFY(!TestSupport::waitForWindow(version).isEmpty());
+        QVERIFY(run.isRunning());
+        QCOMPARE(sandbox.configValue("language"), QString("German"));
+        QVERIFY(sandbox.log().startsWith(openingLines(sandbox, true)));
+        run.terminate();
+    }
+
     void eachStartBeginsAFreshLog()
     {
         Sandbox sandbox;

@@ -2,6 +2,21 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="de_DE">
 <context>
+    <name>About</name>
+    <message>
+        <source>About...</source>
+        <translation>Über...</translation>
+    </message>
+    <message>
+        <source>Zelko Regeltechnik GmbH - all rights reserved</source>
+        <translation>Zelko Regeltechnik GmbH - alle Rechte vorbehalten</translation>
+    </message>
+    <message>
+        <source>Industriestrasse 9, 70565 Stuttgart, Germany</source>
+        <translation>Industriestraße 9, 70565 Stuttgart, Deutschland</translation>
+    </message>
+</context>
+<context>
     <name>DFUThread</name>
     <message>
         <source>Search for DFU USB device - This might take a few seconds</source>
@@ -188,6 +203,361 @@ nach
         <source>Installation corrupted! Please uninstall and install again!</source>
         <translation>Installation beschädigt! Bitte deinstallieren und neu installieren!</translation>
     </message>
+    <message>
+        <source>&amp;Help</source>
+        <translation>&amp;Hilfe</translation>
+    </message>
+    <message>
+        <source>&amp;Language</source>
+        <translation>&amp;Sprache</translation>
+    </message>
+    <message>
+        <source>Advanced</source>
+        <translation>Erweitert</translation>
+    </message>
+    <message>
+        <source>Tessel NINE®</source>
+        <translation>Tessel NINE®</translation>
+    </message>
+    <message>
+        <source>USB Cable</source>
+        <translation>USB-Kabel</translation>
+    </message>
+    <message>
+        <source>Folder</source>
+        <translation>Ordner</translation>
+    </message>
+    <message>
+        <source>Search...</source>
+        <translation>Suchen...</translation>
+    </message>
+    <message>
+        <source>Select firmware file</source>
+        <translation>Firmware-Datei auswählen</translation>
+    </message>
+    <message>
+        <source>Update</source>
+        <translation>Aktualisieren</translation>
+    </message>
+    <message>
+        <source>USB Drive</source>
+        <translation>USB-Laufwerk</translation>
+    </message>
+    <message>
+        <source>Please select firmware and write files to usb drive</source>
+        <translation>Bitte Firmware auswählen und Dateien auf USB-Laufwerk schreiben</translation>
+    </message>
+    <message>
+        <source>Start</source>
+        <translation>Start</translation>
+    </message>
+    <message>
+        <source>Download from server</source>
+        <translation>Vom Server laden</translation>
+    </message>
+    <message>
+        <source>Please use &apos;Expert Mode&apos; only
+according to the
+agreement with customer support</source>
+        <translation>Bitte 'Expertenmodus' nur
+nach Absprache mit dem
+Kundendienst verwenden</translation>
+    </message>
+    <message>
+        <source>Expert Mode</source>
+        <translation>Expertenmodus</translation>
+    </message>
+    <message>
+        <source>Search for latest firmware at Zelko Update Server</source>
+        <translation>Neueste Firmware auf dem Zelko Update-Server suchen</translation>
+    </message>
+    <message>
+        <source>Brio®/Mel</source>
+        <translation>Brio®/Mel</translation>
+    </message>
+    <message>
+        <source>Update Status</source>
+        <translation>Aktualisierungsstatus</translation>
+    </message>
+    <message>
+        <source>Manual</source>
+        <translation>Handbuch</translation>
+    </message>
+    <message>
+        <source>F1</source>
+        <translation>F1</translation>
+    </message>
+    <message>
+        <source>Log file</source>
+        <translation>Protokolldatei</translation>
+    </message>
+    <message>
+        <source>F2</source>
+        <translation>F2</translation>
+    </message>
+    <message>
+        <source>English</source>
+        <translation>Englisch</translation>
+    </message>
+    <message>
+        <source>Ctrl+E</source>
+        <translation>Ctrl+E</translation>
+    </message>
+    <message>
+        <source>German</source>
+        <translation>Deutsch</translation>
+    </message>
+    <message>
+        <source>Ctrl+G</source>
+        <translation>Ctrl+G</translation>
+    </message>
+    <message>
+        <source>Info</source>
+        <translation>Info</translation>
+    </message>
+    <message>
+        <source>F3</source>
+        <translation>F3</translation>
+    </message>
+    <message>
+        <source>About</source>
+        <translation>Über</translation>
+    </message>
+    <message>
+        <source>F10</source>
+        <translation>F10</translation>
+    </message>
+    <message>
+        <source>Flash Boot Loader</source>
+        <translation>Boot Loader flashen</translation>
+    </message>
+    <message>
+        <source>Search Zip Files</source>
+        <translation>Zip-Dateien suchen</translation>
+    </message>
+    <message>
+        <source>HTTP Download</source>
+        <translation>HTTP-Download</translation>
+    </message>
+    <message>
+        <source>Use HTTP</source>
+        <translation>HTTP verwenden</translation>
+    </message>
+    <message>
+        <source>**** %1 uses encryption mechanism ****
+
+</source>
+        <translation>**** %1 verwendet Verschlüsselung ****
+
+</translation>
+    </message>
+    <message>
+        <source>**** %1 does not use any encryption mechanism ****
+
+</source>
+        <translation>**** %1 verwendet keine Verschlüsselung ****
+
+</translation>
+    </message>
+    <message>
+        <source>It is recommended always to use the same usb port 
+for flashing, if no problems occurred.
+Do not connect or disconnect other USB devices
+during flash process.
+
+If possible, please connect device to usb!</source>
+        <translation>Es wird empfohlen, zum Flashen immer denselben USB-Anschluss 
+zu verwenden, wenn keine Probleme aufgetreten sind.
+Während des Flashens keine anderen USB-Geräte
+anschließen oder trennen.
+
+Bitte Gerät möglichst jetzt per USB verbinden!</translation>
+    </message>
+    <message>
+        <source>Download Status</source>
+        <translation>Downloadstatus</translation>
+    </message>
+    <message>
+        <source>USB Write Status</source>
+        <translation>USB-Schreibstatus</translation>
+    </message>
+    <message>
+        <source>Bytes written </source>
+        <translation>Bytes geschrieben </translation>
+    </message>
+    <message>
+        <source>KBytes written </source>
+        <translation>KBytes geschrieben </translation>
+    </message>
+    <message>
+        <source>Abort</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>Flash</source>
+        <translation>Flashen</translation>
+    </message>
+    <message>
+        <source>
+This will cause abort flashing!</source>
+        <translation>
+Dadurch wird das Flashen abgebrochen!</translation>
+    </message>
+    <message>
+        <source>
+This will cause abort download!</source>
+        <translation>
+Dadurch wird der Download abgebrochen!</translation>
+    </message>
+    <message>
+        <source>
+This will cause abort writing to USB drive!</source>
+        <translation>
+Dadurch wird das Schreiben auf das USB-Laufwerk abgebrochen!</translation>
+    </message>
+    <message>
+        <source>Application has to be restarted
+to apply language changes.
+Do you want to restart application now?</source>
+        <translation>Die Anwendung muss neu gestartet werden,
+um die Sprache zu ändern.
+Möchten Sie die Anwendung jetzt neu starten?</translation>
+    </message>
+    <message>
+        <source>Unable to restart application
+while flashing is in progress!
+Restart later to apply changes.</source>
+        <translation>Neustart während des Flashens
+nicht möglich!
+Später neu starten, um die Änderung zu übernehmen.</translation>
+    </message>
+    <message>
+        <source>Unable to restart application
+while downloading files!
+Restart later to apply changes.</source>
+        <translation>Neustart während des Downloads
+nicht möglich!
+Später neu starten, um die Änderung zu übernehmen.</translation>
+    </message>
+    <message>
+        <source>Unable to restart application
+while writing files to USB drive!
+Restart later to apply changes.</source>
+        <translation>Neustart während des Schreibens auf das USB-Laufwerk
+nicht möglich!
+Später neu starten, um die Änderung zu übernehmen.</translation>
+    </message>
+    <message>
+        <source>Open file</source>
+        <translation>Datei öffnen</translation>
+    </message>
+    <message>
+        <source>No firmware file in directory</source>
+        <translation>Keine Firmware-Datei im Verzeichnis</translation>
+    </message>
+    <message>
+        <source>Connect</source>
+        <translation>Verbinden</translation>
+    </message>
+    <message>
+        <source>Current version   </source>
+        <translation>Aktuelle Version   </translation>
+    </message>
+</context>
+<context>
+    <name>DialogQuestions</name>
+    <message>
+        <source>Current version equals latest version.
+Do you want to continue?
+Press &apos;Yes&apos; to perform flashing or &apos;No&apos; to cancel</source>
+        <translation>Die aktuelle Version entspricht der neuesten Version.
+Möchten Sie fortfahren?
+'Ja' zum Flashen, 'Nein' zum Abbrechen</translation>
+    </message>
+    <message>
+        <source>Do you want to start flashing?
+Press &apos;Yes&apos; to perform flashing or &apos;No&apos; to cancel</source>
+        <translation>Möchten Sie das Flashen starten?
+'Ja' zum Flashen, 'Nein' zum Abbrechen</translation>
+    </message>
+    <message>
+        <source>Selected version is older than current version.
+Do you want to continue?
+Press &apos;Yes&apos; to perform flashing or &apos;No&apos; to cancel</source>
+        <translation>Die ausgewählte Version ist älter als die aktuelle Version.
+Möchten Sie fortfahren?
+'Ja' zum Flashen, 'Nein' zum Abbrechen</translation>
+    </message>
+    <message>
+        <source>Do you really want
+to abort download?</source>
+        <translation>Möchten Sie den Download
+wirklich abbrechen?</translation>
+    </message>
+    <message>
+        <source>Do you really want to close?%1</source>
+        <translation>Möchten Sie wirklich schließen?%1</translation>
+    </message>
+    <message>
+        <source>Do you really want to abort
+flashing process?</source>
+        <translation>Möchten Sie das Flashen
+wirklich abbrechen?</translation>
+    </message>
+    <message>
+        <source>Do you really want to abort
+writing to USB drive process?</source>
+        <translation>Möchten Sie das Schreiben auf das
+USB-Laufwerk wirklich abbrechen?</translation>
+    </message>
+    <message>
+        <source>Do you really want to abort
+boot loader flashing process?
+This will cause serious problems!</source>
+        <translation>Möchten Sie das Flashen des Boot Loaders
+wirklich abbrechen?
+Dies führt zu ernsthaften Problemen!</translation>
+    </message>
+    <message>
+        <source>A new version of %1 is available.
+Do you want to upgrade?</source>
+        <translation>Eine neue Version von %1 ist verfügbar.
+Möchten Sie aktualisieren?</translation>
+    </message>
+    <message>
+        <source>Firmware files already
+exist in directory!
+Do you want to overwrite
+existing files?</source>
+        <translation>Firmware-Dateien existieren
+bereits im Verzeichnis!
+Möchten Sie die vorhandenen
+Dateien überschreiben?</translation>
+    </message>
+    <message>
+        <source>Output directory for firmware files already exits!
+Do you want to overwrite existing directory?</source>
+        <translation>Das Zielverzeichnis für die Firmware-Dateien existiert bereits!
+Möchten Sie das vorhandene Verzeichnis überschreiben?</translation>
+    </message>
+    <message>
+        <source>Do you want to download firmware files with version %1?
+Press &apos;Yes&apos; to download or &apos;No&apos; to cancel</source>
+        <translation>Möchten Sie die Firmware-Dateien der Version %1 herunterladen?
+'Ja' zum Herunterladen, 'Nein' zum Abbrechen</translation>
+    </message>
+    <message>
+        <source>Do you want to download boot loader file with version %1?
+Press &apos;Yes&apos; to download or &apos;No&apos; to cancel</source>
+        <translation>Möchten Sie die Boot-Loader-Datei der Version %1 herunterladen?
+'Ja' zum Herunterladen, 'Nein' zum Abbrechen</translation>
+    </message>
+    <message>
+        <source>Do you want to download firmware file with version %1?
+Press &apos;Yes&apos; to download or &apos;No&apos; to cancel</source>
+        <translation>Möchten Sie die Firmware-Datei der Version %1 herunterladen?
+'Ja' zum Herunterladen, 'Nein' zum Abbrechen</translation>
+    </message>
 </context>
 <context>
     <name>ErrorTexts</name>
@@ -249,6 +619,24 @@ Bitte vor erneutem Flashen Gerät neu starten</translation>
     <message>
         <source>The selected file is no firmware file</source>
         <translation>Die ausgewählte Datei ist keine Firmware-Datei</translation>
+    </message>
+</context>
+<context>
+    <name>LicenseView</name>
+    <message>
+        <source>License</source>
+        <translation>Lizenz</translation>
+    </message>
+</context>
+<context>
+    <name>MyMenu</name>
+    <message>
+        <source>Unable to open log file!</source>
+        <translation>Protokolldatei kann nicht geöffnet werden!</translation>
+    </message>
+    <message>
+        <source>Unable to open manual! %1</source>
+        <translation>Handbuch kann nicht geöffnet werden! %1</translation>
     </message>
 </context>
 <context>

@@ -203,6 +203,17 @@ bool answerBox(const QString &title, int msecs)
     return true;
 }
 
+bool typeInto(const QString &title, const QString &keys, int msecs)
+{
+    const QString id = waitForWindow(title, msecs);
+    if (id.isEmpty())
+        return false;
+    xdotool({"windowfocus", "--sync", id});
+    QThread::msleep(100);
+    xdotool({"key", keys});
+    return true;
+}
+
 ModalAnswerer::ModalAnswerer(QObject *parent) : QObject(parent)
 {
     startTimer(50);

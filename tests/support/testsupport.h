@@ -73,6 +73,8 @@ QString waitForWindow(const QString &title, int msecs = 15000);
 // Presses Return in the window with this title (a box's default button).
 bool answerBox(const QString &title, int msecs = 15000);
 bool windowExists(const QString &title);
+// Types keys (xdotool names, e.g. "ctrl+g") into the window with this title.
+bool typeInto(const QString &title, const QString &keys, int msecs = 15000);
 
 // In-process: answers every modal box (with the next planned button, else its
 // default) and every file dialog (with fileToChoose, or cancels), and records them.
