@@ -8,6 +8,8 @@
 #include "app/settings.h"
 #include "firmware/version.h"
 #include "flash/dfuthread.h"
+#include "flash/usbdetector.h"
+#include "flash/xmodemthread.h"
 
 #include <QCloseEvent>
 #include <QMessageBox>
@@ -31,6 +33,8 @@ Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
 
     connect(ui->lsearchButton_tessel_nine, &QPushButton::clicked, this, &Dialog::slotLocalSearchTesselNINE);
     connect(ui->lupdateButton_tessel_nine, &QPushButton::clicked, this, &Dialog::slotUpdateTesselNINE);
+    connect(ui->lsearchButton_tessel_briomel, &QPushButton::clicked, this, &Dialog::slotLocalSearchBrioMel);
+    connect(ui->lupdateButton_tessel_briomel, &QPushButton::clicked, this, &Dialog::slotUpdateBrioMel);
 
     if (settings->isGpgAvailable()) {
         qDebug() << quoted(tr("**** %1 uses encryption mechanism ****\n\n").arg(QStringLiteral("Morvanta")));
@@ -68,6 +72,8 @@ void Dialog::stopWorkers()
             thread->wait(5000);
         }
     }
+    disposeXmodemThread();
+    disposeUsbDetector();
 }
 
 // ---- Tabs and menu ----
@@ -315,6 +321,8 @@ void Dialog::closeEvent(QCloseEvent *event)
     }
     if (flashing && dfuThread)
         dfuThread->abortByUser();
+    if (flashing && xmodemThread)
+        xmodemThread->killXmodem();
     QCoreApplication::exit(0);
     event->accept();
 }

@@ -12,6 +12,8 @@ class Dialog;
 }
 class DFUThread;
 class MyMenu;
+class USBDetector;
+class XMODEMthread;
 class Settings;
 class Version;
 
@@ -52,6 +54,14 @@ public slots:
     void slotUpdateTesselNINE();
     void externProcessesFinished();
 
+    // USB cable flow of the Brio Mel
+    void slotLocalSearchBrioMel();
+    void slotUpdateBrioMel();
+    void startUsbDetection();
+    void setBrioMelDetected(bool detected);
+    void abortXmodem();
+    void userAbortXmodem();
+
     void exitDfuInternalAutomaticOK(int err);
     void exitInternalAutomatic(int err);
 
@@ -87,6 +97,8 @@ private:
     void finishAborted();
     void flashNotCompleted();
     void stopWorkers();
+    void disposeXmodemThread();
+    void disposeUsbDetector();
 
     Ui::Dialog *ui;
     Settings *settings = nullptr;
@@ -95,6 +107,8 @@ private:
     MyMenu *menu = nullptr;
     Version *version = nullptr;
     DFUThread *dfuThread = nullptr;
+    XMODEMthread *xmodemThread = nullptr;
+    USBDetector *usbDetector = nullptr;
     QPointer<DFUThread> retiredDfuThread; // told to stop, not yet gone
     QString deviceVersion;
     QStringList firmwareFiles;

@@ -55,8 +55,10 @@ void Dialog::rejectFirmware()
 
 void Dialog::checkDevice(int origin, int device)
 {
-    if (device == 1)
-        return; // the Brio Mel is asked for by its own presence check
+    if (device == 1) {
+        startUsbDetection();
+        return;
+    }
 
     QString file = firmwareFiles.value(0);
     bool selectedHasV = false;

@@ -1,0 +1,258 @@
+// The Brio Mel tab: the presence check through the detector simulator and the XMODEM
+// flash through the xmodem-util simulator, as the window shows them.
+#include "app/log.h"
+#include "app/settings.h"
+#include "flash/xmodemrecord.h"
+#include "ui/dialog.h"
+
+#include "testsupport.h"
+
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScopeGuard>
+#include <QTabWidget>
+#include <QTest>
+
+using TestSupport::ModalAnswerer;
+
+namespace {
+const QString aborted = "Process aborted! Perform device restart before flashing again";
+}
+
+class TestBrioMel : public QObject
+{
+    Q_OBJECT
+    TestSupport::Sandbox sandbox;
+    QString firmware;
+
+    template <typename T> static T *child(Dialog &d, const char *name) { return d.findChild<T *>(name); }
+    static QPushButton *flash(Dialog &d) { return child<QPushButton>(d, "lupdateButton_tessel_briomel"); }
+    static QString status(Dialog &d) { return child<QLabel>(d, "statusLabel")->text(); }
+    static QProgressBar *bar(Dialog &d) { return child<QProgressBar>(d, "progressBar"); }
+
+    std::unique_ptr<Dialog> window(ModalAnswerer &answerer)
+    {
+        SearchOptions options;
+        options.internal = true;
+        auto dialog = std::make_unique<Dialog>(options, false, nullptr);
+        dialog->show();
+        child<QTabWidget>(*dialog, "tab_devices")->setCurrentIndex(1);
+        answerer.clear();
+        return dialog;
+    }
+    // Chooses the firmware and waits for the detector's answer to take effect.
+    void choose(Dialog &d, ModalAnswerer &answerer, const QString &file)
+    {
+        answerer.fileToChoose = file;
+        child<QPushButton>(d, "lsearchButton_tessel_briomel")->click();
+        QTest::qWait(400);
+    }
+    static auto brokenTool(const QString &name)
+    {
+        const QString path = QCoreApplication::applicationDirPath() + "/" + name;
+        const QString target = QFileInfo(path).symLinkTarget();
+        QFile::remove(path);
+        QFile f(path);
+        f.open(QIODevice::WriteOnly);
+        f.write("not a program");
+        f.close();
+        return qScopeGuard([path, target] {
+            QFile::remove(path);
+            QFile::link(target, path);
+        });
+    }
+
+private slots:
+    void initTestCase()
+    {
+        qputenv("HOME", QFile::encodeName(sandbox.home()));
+        qputenv("TMPDIR", QFile::encodeName(sandbox.tmp()));
+        Log::setFolder(sandbox.root());
+        qInstallMessageHandler(logMessageHandler);
+        firmware = sandbox.root() + "/BRIO_MEL_2_1.zkl";
+        QFile f(firmware);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(QByteArray(4000, 'z'));
+        qputenv("XMODEM_SIM_DELAY_MS", "40");
+    }
+
+    void init()
+    {
+        qputenv("DETECTOR_SIM_OUTPUT", "1\n");
+        qputenv("XMODEM_SIM_MODE", "ok");
+    }
+
+    void records_data()
+    {
+        QTest::addColumn<QString>("chunk");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<int>("loaded");
+        QTest::addColumn<int>("all");
+        const QString rec = "{\"user_message\": \"%1\", \"loaded_size\": %2, \"all_bin_size\": %3, \"status_code\": %4}\n";
+        QTest::newRow("progress") << rec.arg("Sending").arg(1000).arg(4000).arg(0) << 0 << 1000 << 4000;
+        QTest::newRow("first record counts") << rec.arg("a").arg(1).arg(2).arg(0) + rec.arg("b").arg(2).arg(2).arg(6) << 0 << 1 << 2;
+        QTest::newRow("items in any order") << "\"status_code\": 6 \"all_bin_size\": 9 \"user_message\": \"\" \"loaded_size\": 9" << 6 << 9 << 9;
+        QTest::newRow("no message, incomplete") << "{\"loaded_size\": 1, \"all_bin_size\": 2, \"status_code\": 6}" << -1 << 0 << 0;
+        QTest::newRow("negative does not match") << rec.arg("x").arg(-5).arg(10).arg(6) << -1 << 0 << 0;
+        QTest::newRow("too large for 32 bits") << rec.arg("x").arg(4294967296LL).arg(4294967296LL).arg(6) << 6 << 0 << 0;
+        QTest::newRow("two blanks do not match") << "\"user_message\": \"x\", \"loaded_size\":  1, \"all_bin_size\": 2, \"status_code\": 0" << -1 << 0 << 0;
+        QTest::newRow("torn record") << "{\"user_message\": \"Sending\", \"loaded_size\": 10" << -1 << 0 << 0;
+        QTest::newRow("garbage") << "\x01\x02 ### {}" << -1 << 0 << 0;
+    }
+
+    void records()
+    {
+        QFETCH(QString, chunk);
+        const XmodemStatus s = parseXmodemRecord(chunk);
+        QTEST(int(s.statusCode), "status");
+        QTEST(int(s.loadedSize), "loaded");
+        QTEST(int(s.allBinSize), "all");
+    }
+
+    void detectorAnswers_data()
+    {
+        QTest::addColumn<QString>("output");
+        QTest::addColumn<bool>("enabledBefore");
+        QTest::addColumn<bool>("enabledAfter");
+        QTest::addColumn<QStringList>("boxes");
+        QTest::newRow("present, with line end") << "1\n" << false << true << QStringList{};
+        QTest::newRow("absent") << "0" << true << false << QStringList{"Device is not connected"};
+        QTest::newRow("tool error keeps the button") << "2" << true << true << QStringList{};
+        QTest::newRow("a word reads as absent") << "maybe" << true << false << QStringList{"Device is not connected"};
+        QTest::newRow("nothing keeps the button") << "" << false << false << QStringList{};
+    }
+
+    void detectorAnswers()
+    {
+        QFETCH(QString, output);
+        QFETCH(bool, enabledBefore);
+        ModalAnswerer answerer;
+        auto dialog = window(answerer);
+        if (enabledBefore) {
+            choose(*dialog, answerer, firmware); // a first, positive check
+            QTRY_VERIFY(flash(*dialog)->isEnabled());
+        }
+        answerer.clear();
+        qputenv("DETECTOR_SIM_OUTPUT", output.toUtf8());
+        choose(*dialog, answerer, firmware);
+        QTEST(flash(*dialog)->isEnabled(), "enabledAfter");
+        QTEST(answerer.texts, "boxes");
+        QCOMPARE(child<QLabel>(*dialog, "localStatus_tessel_briomel")->text(), QString("Files found"));
+    }
+
+    void cancelledDialogKeepsThePath()
+    {
+        ModalAnswerer answerer;
+        auto dialog = window(answerer);
+        choose(*dialog, answerer, firmware);
+        QTRY_VERIFY(flash(*dialog)->isEnabled());
+        choose(*dialog, answerer, QString());
+        QVERIFY(!flash(*dialog)->isEnabled());
+        QCOMPARE(dialog->getSettings()->getSearchPathBrioMel(), firmware);
+        QCOMPARE(child<QLabel>(*dialog, "localStatus_tessel_briomel")->text(), QString("Firmware files not found"));
+    }
+
+    void endings_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<QStringList>("boxes");
+        QTest::addColumn<QString>("finalStatus");
+        QTest::newRow("whole flash") << "ok" << QStringList{"INFO:Flashing completed\nPlease perform Tessel restart!"} << "";
+        QTest::newRow("sizes too large") << "bigsize" << QStringList{"INFO:Flashing completed\nPlease perform Tessel restart!"} << "";
+        QTest::newRow("no device") << "nodevice" << QStringList{"ERROR:Device not connected!"} << aborted;
+        QTest::newRow("no firmware") << "nofile" << QStringList{"ERROR:No firmware file in directory"} << aborted;
+    }
+
+    void endings()
+    {
+        QFETCH(QString, mode);
+        QFETCH(QString, finalStatus);
+        qputenv("XMODEM_SIM_MODE", mode.toUtf8());
+        ModalAnswerer answerer;
+        auto dialog = window(answerer);
+        choose(*dialog, answerer, firmware);
+        QTRY_VERIFY(flash(*dialog)->isEnabled());
+        answerer.clear();
+        flash(*dialog)->click();
+        QTRY_VERIFY_WITH_TIMEOUT(answerer.answered() == 1, 20000);
+        QStringList boxes;
+        for (int i = 0; i < answerer.titles.size(); ++i)
+            boxes << answerer.titles[i] + ":" + answerer.texts[i];
+        QTEST(boxes, "boxes");
+        QTRY_COMPARE(flash(*dialog)->text(), QString("Flash"));
+        QTRY_VERIFY(flash(*dialog)->isEnabled());
+        QCOMPARE(status(*dialog), finalStatus);
+        QCOMPARE(bar(*dialog)->maximum(), 100);
+        QCOMPARE(bar(*dialog)->value(), 0);
+        QTest::qWait(200);
+        QCOMPARE(answerer.answered(), 1);
+    }
+
+    void progressAsTheRecordsCome()
+    {
+        qputenv("XMODEM_SIM_MODE", "ok");
+        qputenv("XMODEM_SIM_DELAY_MS", "400");
+        const auto restore = qScopeGuard([] { qputenv("XMODEM_SIM_DELAY_MS", "40"); });
+        ModalAnswerer answerer;
+        auto dialog = window(answerer);
+        choose(*dialog, answerer, firmware);
+        QTRY_VERIFY(flash(*dialog)->isEnabled());
+        flash(*dialog)->click();
+        QTRY_COMPARE(status(*dialog), QString("Flashing firmware"));
+        QTRY_COMPARE(bar(*dialog)->value(), 1000); // second record: 1000 of 4000
+        QCOMPARE(bar(*dialog)->maximum(), 4000);
+        QCOMPARE(flash(*dialog)->text(), QString("Abort"));
+        QTRY_VERIFY_WITH_TIMEOUT(answerer.answered() == 1, 20000);
+    }
+
+    void nothingEndsWithoutAnEnding_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::newRow("status 3") << "status3";
+        QTest::newRow("records torn apart") << "split";
+        QTest::newRow("garbage") << "garbage";
+        QTest::newRow("tool cannot start") << "broken";
+    }
+
+    void nothingEndsWithoutAnEnding()
+    {
+        QFETCH(QString, mode);
+        qputenv("XMODEM_SIM_MODE", mode.toUtf8());
+        std::optional<decltype(brokenTool(""))> guard;
+        if (mode == "broken")
+            guard.emplace(brokenTool("xmodem-util"));
+        ModalAnswerer answerer;
+        auto dialog = window(answerer);
+        choose(*dialog, answerer, firmware);
+        QTRY_VERIFY(flash(*dialog)->isEnabled());
+        flash(*dialog)->click();
+        QTRY_COMPARE(flash(*dialog)->text(), QString("Abort"));
+        QTest::qWait(1500);
+        QVERIFY(answerer.texts.isEmpty());
+        QCOMPARE(flash(*dialog)->text(), QString("Abort"));
+        if (mode == "split" || mode == "garbage")
+            QCOMPARE(bar(*dialog)->maximum(), 0); // Qt's busy look, for incomplete chunks
+
+        // The technician aborts (or, when the tool is gone, starts again).
+        answerer.plannedButtons = {QMessageBox::Yes};
+        flash(*dialog)->click();
+        if (mode == "status3") {
+            QCOMPARE(answerer.texts.value(0), QString("Do you really want to abort\nflashing process?"));
+            QTRY_COMPARE(flash(*dialog)->text(), QString("Flash"));
+            QVERIFY(!flash(*dialog)->isEnabled()); // until the next positive check
+            QCOMPARE(status(*dialog), QString("Process will be aborted! This might take a few seconds."));
+            QTest::qWait(300);
+            QCOMPARE(answerer.answered(), 1);
+        } else {
+            // The tool had ended: the click finds no running worker and starts a new run.
+            QCOMPARE(answerer.answered(), 0);
+            QTRY_COMPARE(flash(*dialog)->text(), QString("Abort"));
+        }
+    }
+};
+
+QTEST_MAIN(TestBrioMel)
+#include "tst_briomel.moc"
