@@ -259,7 +259,7 @@ nach
         <source>Please use &apos;Expert Mode&apos; only
 according to the
 agreement with customer support</source>
-        <translation>Bitte 'Expertenmodus' nur
+        <translation>Bitte &apos;Expertenmodus&apos; nur
 nach Absprache mit dem
 Kundendienst verwenden</translation>
     </message>
@@ -472,13 +472,13 @@ Do you want to continue?
 Press &apos;Yes&apos; to perform flashing or &apos;No&apos; to cancel</source>
         <translation>Die aktuelle Version entspricht der neuesten Version.
 Möchten Sie fortfahren?
-'Ja' zum Flashen, 'Nein' zum Abbrechen</translation>
+&apos;Ja&apos; zum Flashen, &apos;Nein&apos; zum Abbrechen</translation>
     </message>
     <message>
         <source>Do you want to start flashing?
 Press &apos;Yes&apos; to perform flashing or &apos;No&apos; to cancel</source>
         <translation>Möchten Sie das Flashen starten?
-'Ja' zum Flashen, 'Nein' zum Abbrechen</translation>
+&apos;Ja&apos; zum Flashen, &apos;Nein&apos; zum Abbrechen</translation>
     </message>
     <message>
         <source>Selected version is older than current version.
@@ -486,7 +486,7 @@ Do you want to continue?
 Press &apos;Yes&apos; to perform flashing or &apos;No&apos; to cancel</source>
         <translation>Die ausgewählte Version ist älter als die aktuelle Version.
 Möchten Sie fortfahren?
-'Ja' zum Flashen, 'Nein' zum Abbrechen</translation>
+&apos;Ja&apos; zum Flashen, &apos;Nein&apos; zum Abbrechen</translation>
     </message>
     <message>
         <source>Do you really want
@@ -544,19 +544,19 @@ Möchten Sie das vorhandene Verzeichnis überschreiben?</translation>
         <source>Do you want to download firmware files with version %1?
 Press &apos;Yes&apos; to download or &apos;No&apos; to cancel</source>
         <translation>Möchten Sie die Firmware-Dateien der Version %1 herunterladen?
-'Ja' zum Herunterladen, 'Nein' zum Abbrechen</translation>
+&apos;Ja&apos; zum Herunterladen, &apos;Nein&apos; zum Abbrechen</translation>
     </message>
     <message>
         <source>Do you want to download boot loader file with version %1?
 Press &apos;Yes&apos; to download or &apos;No&apos; to cancel</source>
         <translation>Möchten Sie die Boot-Loader-Datei der Version %1 herunterladen?
-'Ja' zum Herunterladen, 'Nein' zum Abbrechen</translation>
+&apos;Ja&apos; zum Herunterladen, &apos;Nein&apos; zum Abbrechen</translation>
     </message>
     <message>
         <source>Do you want to download firmware file with version %1?
 Press &apos;Yes&apos; to download or &apos;No&apos; to cancel</source>
         <translation>Möchten Sie die Firmware-Datei der Version %1 herunterladen?
-'Ja' zum Herunterladen, 'Nein' zum Abbrechen</translation>
+&apos;Ja&apos; zum Herunterladen, &apos;Nein&apos; zum Abbrechen</translation>
     </message>
 </context>
 <context>
@@ -664,6 +664,31 @@ Bitte vor erneutem Flashen Gerät neu starten</translation>
     <message>
         <source>Unable to copy Gpg trustdb</source>
         <translation>Gpg trustdb kann nicht kopiert werden</translation>
+    </message>
+</context>
+<context>
+    <name>XMODEMthread</name>
+    <message>
+        <source>Flashing firmware</source>
+        <translation>Firmware wird geflasht</translation>
+    </message>
+    <message>
+        <source>Device not connected!</source>
+        <translation>Gerät nicht verbunden!</translation>
+    </message>
+    <message>
+        <source>No firmware file in directory</source>
+        <translation>Keine Firmware-Datei im Verzeichnis</translation>
+    </message>
+    <message>
+        <source>Flashing completed</source>
+        <translation>Flashen abgeschlossen</translation>
+    </message>
+    <message>
+        <source>
+Please perform Tessel restart!</source>
+        <translation>
+Bitte Tessel neu starten!</translation>
     </message>
 </context>
 </TS>
