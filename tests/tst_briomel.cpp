@@ -50,28 +50,11 @@ class TestBrioMel : public QObject
         child<QPushButton>(d, "lsearchButton_tessel_briomel")->click();
         QTest::qWait(400);
     }
-    static auto brokenTool(const QString &name)
-    {
-        const QString path = QCoreApplication::applicationDirPath() + "/" + name;
-        const QString target = QFileInfo(path).symLinkTarget();
-        QFile::remove(path);
-        QFile f(path);
-        f.open(QIODevice::WriteOnly);
-        f.write("not a program");
-        f.close();
-        return qScopeGuard([path, target] {
-            QFile::remove(path);
-            QFile::link(target, path);
-        });
-    }
 
 private slots:
     void initTestCase()
     {
-        qputenv("HOME", QFile::encodeName(sandbox.home()));
-        qputenv("TMPDIR", QFile::encodeName(sandbox.tmp()));
-        Log::setFolder(sandbox.root());
-        qInstallMessageHandler(logMessageHandler);
+        TestSupport::useSandbox(sandbox);
         firmware = sandbox.root() + "/BRIO_MEL_2_1.zkl";
         QFile f(firmware);
         QVERIFY(f.open(QIODevice::WriteOnly));
@@ -221,9 +204,9 @@ private slots:
     {
         QFETCH(QString, mode);
         qputenv("XMODEM_SIM_MODE", mode.toUtf8());
-        std::optional<decltype(brokenTool(""))> guard;
+        std::optional<TestSupport::BrokenTool> guard;
         if (mode == "broken")
-            guard.emplace(brokenTool("xmodem-util"));
+            guard.emplace("xmodem-util");
         ModalAnswerer answerer;
         auto dialog = window(answerer);
         choose(*dialog, answerer, firmware);

@@ -108,31 +108,13 @@ class TestDfuThread : public QObject
     {
         QTRY_VERIFY_WITH_TIMEOUT(run.recorder->has(event), 30000);
     }
-    // Swaps a tool beside the test program for a file that cannot be run, until the guard ends.
-    static auto brokenTool(const QString &name)
-    {
-        const QString path = QCoreApplication::applicationDirPath() + "/" + name;
-        const QString target = QFileInfo(path).symLinkTarget();
-        QFile::remove(path);
-        QFile f(path);
-        f.open(QIODevice::WriteOnly);
-        f.write("not a program");
-        f.close();
-        return qScopeGuard([path, target] {
-            QFile::remove(path);
-            QFile::link(target, path);
-        });
-    }
 
 private slots:
     void initTestCase()
     {
         QVERIFY(QFile::exists(QCoreApplication::applicationDirPath() + "/dfu-util"));
         QVERIFY(QFile::exists(QCoreApplication::applicationDirPath() + "/gpg"));
-        qputenv("HOME", QFile::encodeName(sandbox.home()));
-        qputenv("TMPDIR", QFile::encodeName(sandbox.tmp()));
-        Log::setFolder(sandbox.root());
-        qInstallMessageHandler(logMessageHandler);
+        TestSupport::useSandbox(sandbox);
         settings = std::make_unique<Settings>(static_cast<QObject *>(nullptr));
         QVERIFY(settings->isGpgAvailable());
         settings->prepareGpgFolder();
@@ -272,9 +254,9 @@ private slots:
         QFETCH(QString, error);
         const QStringList files = kit.makePackage(firmware, "Tessel_NINE_9_8", 1, 1, 3000, false);
         qputenv("DFU_SIM_SILENT", "1");
-        std::optional<decltype(brokenTool(""))> guard;
+        std::optional<TestSupport::BrokenTool> guard;
         if (broken)
-            guard.emplace(brokenTool("dfu-util"));
+            guard.emplace("dfu-util");
         Run run = start(files, 0, 0, true);
         QVERIFY(finish(run));
         QCOMPARE(run.recorder->only("error:"), QStringList{error});
@@ -338,9 +320,9 @@ private slots:
                 f.write(bytes);
             }
         }
-        std::optional<decltype(brokenTool(""))> guard;
+        std::optional<TestSupport::BrokenTool> guard;
         if (kind == "nogpg")
-            guard.emplace(brokenTool("gpg"));
+            guard.emplace("gpg");
 
         Run run = start(files, 0, 0, skipGpg);
         QVERIFY(finish(run));

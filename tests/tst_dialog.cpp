@@ -60,10 +60,7 @@ class TestDialog : public QObject
 private slots:
     void initTestCase()
     {
-        qputenv("HOME", QFile::encodeName(sandbox.home()));
-        qputenv("TMPDIR", QFile::encodeName(sandbox.tmp()));
-        Log::setFolder(sandbox.root());
-        qInstallMessageHandler(logMessageHandler);
+        TestSupport::useSandbox(sandbox);
         record = sandbox.root() + "/calls.txt";
         qputenv("DFU_SIM_RECORD", QFile::encodeName(record));
         qputenv("DFU_SIM_HASH_MS", "10");

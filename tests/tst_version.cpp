@@ -14,10 +14,7 @@ class TestVersion : public QObject
 private slots:
     void initTestCase()
     {
-        qputenv("HOME", QFile::encodeName(sandbox.home()));
-        qputenv("TMPDIR", QFile::encodeName(sandbox.tmp()));
-        Log::setFolder(sandbox.root());
-        qInstallMessageHandler(logMessageHandler);
+        TestSupport::useSandbox(sandbox);
     }
 
     void cleanup()

@@ -89,6 +89,8 @@ private:
     void checkDevice(int origin, int device);
     void rejectFirmware();
     bool recheckDevice();
+    // Reads the selected firmware's and the device's versions and shows them; false: no device.
+    bool askDevice();
     void showDeviceVersion(const QString &selected, bool selectedHasV, const QString &current, bool currentHasV);
     void startFlash();
     void startOrAbortFlash();

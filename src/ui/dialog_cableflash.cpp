@@ -60,16 +60,8 @@ void Dialog::checkDevice(int origin, int device)
         return;
     }
 
-    QString file = firmwareFiles.value(0);
-    bool selectedHasV = false;
-    const QString selected = Version::fileVersion(file, Settings::getTesselNINEName(), &selectedHasV);
     if (!dfuMissing) {
-        bool found = false;
-        bool currentHasV = false;
-        deviceVersion = version->getDeviceVersion(&found, &currentHasV);
-        bootLoaderRev = version->getBootLoaderRev();
-        if (found) {
-            showDeviceVersion(selected, selectedHasV, deviceVersion, currentHasV);
+        if (askDevice()) {
             ui->lupdateButton_tessel_nine->setEnabled(true);
             ui->usbDriveStartButton_tessel_nine->setEnabled(true);
             restoreSearchButtonText();
@@ -88,6 +80,20 @@ void Dialog::checkDevice(int origin, int device)
         showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected());
     }
     exitInternalAutomatic(2);
+}
+
+bool Dialog::askDevice()
+{
+    QString file = firmwareFiles.value(0);
+    bool selectedHasV = false;
+    const QString selected = Version::fileVersion(file, Settings::getTesselNINEName(), &selectedHasV);
+    bool found = false;
+    bool currentHasV = false;
+    deviceVersion = version->getDeviceVersion(&found, &currentHasV);
+    bootLoaderRev = version->getBootLoaderRev();
+    if (found)
+        showDeviceVersion(selected, selectedHasV, deviceVersion, currentHasV);
+    return found;
 }
 
 void Dialog::showDeviceVersion(const QString &selected, bool selectedHasV, const QString &current, bool currentHasV)
@@ -130,15 +136,7 @@ void Dialog::startFlash()
 bool Dialog::recheckDevice()
 {
     resetStatus();
-    QString file = firmwareFiles.value(0);
-    bool selectedHasV = false;
-    const QString selected = Version::fileVersion(file, Settings::getTesselNINEName(), &selectedHasV);
-    bool found = false;
-    bool currentHasV = false;
-    deviceVersion = version->getDeviceVersion(&found, &currentHasV);
-    bootLoaderRev = version->getBootLoaderRev();
-    if (found) {
-        showDeviceVersion(selected, selectedHasV, deviceVersion, currentHasV);
+    if (askDevice()) {
         restoreSearchButtonText();
         deviceMissing = false;
         return true;

@@ -1,5 +1,7 @@
 #include "testsupport.h"
 
+#include "app/log.h"
+
 #include <QApplication>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -83,6 +85,29 @@ QProcessEnvironment Sandbox::environment() const
     env.insert("QT_QPA_PLATFORM", "xcb");
     env.remove("LANGUAGE");
     return env;
+}
+
+void useSandbox(const Sandbox &sandbox)
+{
+    qputenv("HOME", QFile::encodeName(sandbox.home()));
+    qputenv("TMPDIR", QFile::encodeName(sandbox.tmp()));
+    Log::setFolder(sandbox.root());
+    qInstallMessageHandler(logMessageHandler);
+}
+
+BrokenTool::BrokenTool(const QString &name)
+    : path(QCoreApplication::applicationDirPath() + "/" + name), target(QFileInfo(path).symLinkTarget())
+{
+    QFile::remove(path);
+    QFile f(path);
+    f.open(QIODevice::WriteOnly);
+    f.write("not a program");
+}
+
+BrokenTool::~BrokenTool()
+{
+    QFile::remove(path);
+    QFile::link(target, path);
 }
 
 struct ProgramRun::Private {

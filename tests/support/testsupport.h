@@ -44,6 +44,24 @@ private:
     QTemporaryDir dir;
 };
 
+// Points this test process's home, temporary folder and log into the sandbox.
+void useSandbox(const Sandbox &sandbox);
+
+// Puts a file that cannot be run in place of a tool beside this test program, until
+// the returned guard ends.
+class BrokenTool
+{
+public:
+    explicit BrokenTool(const QString &name);
+    ~BrokenTool();
+    BrokenTool(const BrokenTool &) = delete;
+    BrokenTool &operator=(const BrokenTool &) = delete;
+
+private:
+    QString path;
+    QString target;
+};
+
 // The program running in a sandbox under an X display (the suite's Xvfb).
 class ProgramRun
 {
