@@ -17,6 +17,7 @@
 #include <QPushButton>
 #include <QTabWidget>
 #include <QTest>
+#include <QTextBrowser>
 
 using TestSupport::FirmwareKit;
 using TestSupport::ModalAnswerer;
@@ -146,6 +147,36 @@ private slots:
             devices->setCurrentIndex(0);
             QCOMPARE(child<QGroupBox>(dialog, "groupBox")->title(), before);
         }
+    }
+
+    void helpMenu()
+    {
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), true, nullptr);
+        dialog.show();
+        // No manual beside us: the box names the path that was looked at.
+        child<QAction>(dialog, "actionManual")->trigger();
+        QCOMPARE(answerer.titles, QStringList{"ERROR"});
+        QCOMPARE(answerer.texts, QStringList{"Unable to open manual! " + QDir::current().absoluteFilePath("Manual_en.pdf")});
+
+        child<QAction>(dialog, "actionAbout")->trigger();
+        QWidget *about = nullptr;
+        for (QWidget *w : QApplication::topLevelWidgets())
+            if (w->objectName() == "About" && w->isVisible())
+                about = w;
+        QVERIFY(about);
+        QCOMPARE(about->windowTitle(), QString("About..."));
+        QCOMPARE(about->findChild<QLabel *>("dateLabel")->text(), QString("Build:      16.6.2026"));
+        QCOMPARE(about->findChild<QLabel *>("releaseLabel")->text(), QString());
+        QCOMPARE(about->findChild<QLabel *>("labelApplicationName")->text(), QString("Morvanta"));
+
+        child<QAction>(dialog, "actionInfo")->trigger();
+        QWidget *license = nullptr;
+        for (QWidget *w : QApplication::topLevelWidgets())
+            if (w->objectName() == "LicenseView" && w->isVisible())
+                license = w;
+        QVERIFY(license);
+        QVERIFY(license->findChild<QTextBrowser *>("textView")->toPlainText().contains("GNU LESSER GENERAL PUBLIC LICENSE"));
     }
 
     void escapeDoesNothing()
