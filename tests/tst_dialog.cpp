@@ -256,6 +256,41 @@ private slots:
         QCOMPARE(dfuDownloads(), 1);
     }
 
+    void closingAndLanguageDuringAFlash()
+    {
+        qputenv("DFU_SIM_HANG_AT", "5");
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.show();
+        answerer.fileToChoose = package[0];
+        search(dialog)->click();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        update(dialog)->click();
+        QTRY_COMPARE_WITH_TIMEOUT(update(dialog)->text(), QString("Abort"), 30000);
+        answerer.clear();
+
+        answerer.plannedButtons = {QMessageBox::No};
+        dialog.close();
+        QCOMPARE(answerer.texts, QStringList{"Do you really want to close?\nThis will cause abort flashing!"});
+        QVERIFY(dialog.isVisible());
+        QCOMPARE(update(dialog)->text(), QString("Abort"));
+
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        child<QAction>(dialog, "actionGerman")->trigger();
+        QCOMPARE(answerer.titles, (QStringList{"QUESTION", "ERROR"}));
+        QCOMPARE(answerer.texts.value(1), QString("Unable to restart application\nwhile flashing is in progress!\n"
+                                                  "Restart later to apply changes."));
+        QCOMPARE(dialog.getSettings()->getValue("language"), QString("German")); // applies at the next start
+        QVERIFY(dialog.isVisible());
+        dialog.getSettings()->setValue("language", "");
+
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        update(dialog)->click(); // abort, to leave no tool behind
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.texts.last(), QString("Flashing not completed"), 10000);
+    }
+
     void noDeviceThenConnect()
     {
         qputenv("DFU_SIM_DEVICE", "absent");
