@@ -53,6 +53,18 @@ class TestDialog : public QObject
     static QString status(Dialog &d) { return child<QLabel>(d, "statusLabel")->text(); }
     static QPushButton *update(Dialog &d) { return child<QPushButton>(d, "lupdateButton_tessel_nine"); }
     static QPushButton *search(Dialog &d) { return child<QPushButton>(d, "lsearchButton_tessel_nine"); }
+    // Chooses a firmware, agrees to the flash question, and waits until the worker can be aborted.
+    static void startHangingFlash(Dialog &dialog, ModalAnswerer &answerer, const QString &file)
+    {
+        qputenv("DFU_SIM_HANG_AT", "5");
+        answerer.fileToChoose = file;
+        search(dialog)->click();
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        update(dialog)->click();
+        QTRY_VERIFY_WITH_TIMEOUT(status(dialog).startsWith("Flashing firmware stage #1"), 30000);
+    }
+
     int dfuDownloads() const
     {
         return int(QString::fromUtf8(TestSupport::readFile(record)).count("-D\t"));
@@ -227,16 +239,10 @@ private slots:
 
     void abortDuringTheFlash()
     {
-        qputenv("DFU_SIM_HANG_AT", "5");
         ModalAnswerer answerer;
         Dialog dialog(SearchOptions(), false, nullptr);
         dialog.show();
-        answerer.fileToChoose = package[1]; // the PR half finds its partner too
-        search(dialog)->click();
-        answerer.clear();
-        answerer.plannedButtons = {QMessageBox::Yes};
-        update(dialog)->click();
-        QTRY_VERIFY_WITH_TIMEOUT(status(dialog).startsWith("Flashing firmware stage #1"), 30000);
+        startHangingFlash(dialog, answerer, package[1]); // the PR half finds its partner too
 
         answerer.plannedButtons = {QMessageBox::No};
         update(dialog)->click(); // asked, and declined: the flash goes on
@@ -258,15 +264,11 @@ private slots:
 
     void closingAndLanguageDuringAFlash()
     {
-        qputenv("DFU_SIM_HANG_AT", "5");
         ModalAnswerer answerer;
         Dialog dialog(SearchOptions(), false, nullptr);
         dialog.show();
-        answerer.fileToChoose = package[0];
-        search(dialog)->click();
-        answerer.plannedButtons = {QMessageBox::Yes};
-        update(dialog)->click();
-        QTRY_COMPARE_WITH_TIMEOUT(update(dialog)->text(), QString("Abort"), 30000);
+        startHangingFlash(dialog, answerer, package[0]);
+        QCOMPARE(update(dialog)->text(), QString("Abort"));
         answerer.clear();
 
         answerer.plannedButtons = {QMessageBox::No};
