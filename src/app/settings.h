@@ -45,7 +45,6 @@ public:
     QString getExtractFolder() const { return extractFolder; }
     static QString getExtractFolderName();
     QString getGpgFolder() const { return gpgFolder; }
-    QString getTempPath() const { return tempDir.absolutePath(); }
     static bool removeFolder(const QString &path);
     void createExtractFolder();
     // Fresh GPG home holding copies of the built-in key ring.

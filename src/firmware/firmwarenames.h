@@ -2,13 +2,9 @@
 
 #include <QString>
 
-// Names inside and around firmware packages.
+// The stage folders inside a firmware package, in flash order "bl", "os", "pr".
 namespace FirmwareNames {
 inline const QString stageOs = QStringLiteral("os");
 inline const QString stagePr = QStringLiteral("pr");
 inline const QString stageBl = QStringLiteral("bl");
-inline const QString signedPackageExtension = QStringLiteral(".zip.gpg");
-inline const QString plainPackageExtension = QStringLiteral(".zip");
-inline const QString brioMelExtension = QStringLiteral(".zkl");
-inline const QString usbStickFolder = QStringLiteral(".zelko_update");
 } // namespace FirmwareNames

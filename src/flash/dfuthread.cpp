@@ -21,7 +21,7 @@
 
 DFUThread::DFUThread(Settings *settings, int flashMode, const QStringList &firmwareFiles, int bootLoaderRev,
                      bool skipGpg, bool bootLoaderOnly, QObject *parent)
-    : QThread(parent), settings(settings), flashMode(flashMode), bootLoaderRev(bootLoaderRev), skipGpg(skipGpg),
+    : QThread(parent), flashMode(flashMode), bootLoaderRev(bootLoaderRev), skipGpg(skipGpg),
       bootLoaderOnly(bootLoaderOnly), gpgAvailable(settings->isGpgAvailable()), firmwareFiles(firmwareFiles)
 {
     qRegisterMetaType<ErrorTexts::errorLevel>("ErrorTexts::errorLevel");

@@ -92,7 +92,6 @@ private:
     QProcess *dfuProcess = nullptr;
     QProcess *gpgProcess = nullptr;
 
-    Settings *settings;
     const int flashMode;
     const int bootLoaderRev;
     const bool skipGpg;

@@ -31,8 +31,7 @@ void XMODEMthread::readxmodem(const QByteArray &chunk)
 {
     qDebug() << "XMODEM Output " << quoted(chunk);
     const int nul = int(chunk.indexOf('\0'));
-    lastOutput = QString::fromLatin1(nul < 0 ? chunk : chunk.left(nul));
-    const XmodemStatus status = parseXmodemRecord(lastOutput);
+    const XmodemStatus status = parseXmodemRecord(QString::fromLatin1(nul < 0 ? chunk : chunk.left(nul)));
     if (status.statusCode < 0)
         std::printf("regEx not found\n");
     if (status.statusCode == 0)

@@ -41,7 +41,6 @@ private:
 
     const QString program;
     const QString firmwarePath;
-    QString lastOutput;
     std::atomic<bool> killRequested{false};
     std::atomic<bool> toolRunning{false};
 };

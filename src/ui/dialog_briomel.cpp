@@ -3,6 +3,7 @@
 #include "ui_dialog.h"
 
 #include "dialogquestions.h"
+#include "retireworker.h"
 
 #include "app/settings.h"
 #include "firmware/fileverify.h"
@@ -49,29 +50,17 @@ void Dialog::startUsbDetection()
 
 void Dialog::setBrioMelDetected(bool detected)
 {
-    // One answer per check: nothing more from this detector reaches the window.
-    if (usbDetector)
-        disconnect(usbDetector, nullptr, this, nullptr);
+    // One answer per check: the detector goes before the box can let another in.
+    disposeUsbDetector();
     ui->lupdateButton_tessel_briomel->setEnabled(detected);
     if (!detected)
         showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected());
-    disposeUsbDetector();
 }
 
 void Dialog::disposeUsbDetector()
 {
-    if (!usbDetector)
-        return;
-    // Never destroyed while it runs: a detector that hangs is stopped, and deletes
-    // itself once its thread has ended.
-    disconnect(usbDetector, nullptr, this, nullptr);
-    USBDetector *detector = usbDetector;
-    usbDetector = nullptr;
-    connect(detector, &QThread::finished, detector, &QObject::deleteLater);
-    if (detector->isRunning())
-        detector->stop();
-    else
-        detector->deleteLater();
+    // A detector that hangs is stopped; it is never destroyed while it runs.
+    retireWorker(usbDetector, this, &USBDetector::stop);
 }
 
 void Dialog::slotUpdateBrioMel()
@@ -102,16 +91,7 @@ void Dialog::slotUpdateBrioMel()
 
 void Dialog::disposeXmodemThread()
 {
-    if (!xmodemThread)
-        return;
-    disconnect(xmodemThread, nullptr, this, nullptr);
-    XMODEMthread *thread = xmodemThread;
-    xmodemThread = nullptr;
-    connect(thread, &QThread::finished, thread, &QObject::deleteLater);
-    if (thread->isRunning())
-        thread->killXmodem();
-    else
-        thread->deleteLater();
+    retireWorker(xmodemThread, this, &XMODEMthread::killXmodem);
 }
 
 void Dialog::abortXmodem()

@@ -3,6 +3,7 @@
 #include "ui_dialog.h"
 
 #include "dialogquestions.h"
+#include "retireworker.h"
 
 #include "app/settings.h"
 #include "firmware/fileverify.h"
@@ -174,20 +175,9 @@ void Dialog::startDfuWorker()
 
 void Dialog::disposeDfuThread()
 {
-    if (!dfuThread)
-        return;
-    // Nothing more of this run reaches the window. The thread is never terminated:
-    // it is told to stop and deletes itself once run() has returned.
-    disconnect(dfuThread, nullptr, this, nullptr);
-    DFUThread *thread = dfuThread;
-    dfuThread = nullptr;
-    connect(thread, &QThread::finished, thread, &QObject::deleteLater);
-    if (thread->isRunning()) {
-        thread->abortByUser();
-        retiredDfuThread = thread;
-    } else {
-        thread->deleteLater();
-    }
+    // Remembered while it still runs: it may be leaving the extract folder.
+    if (DFUThread *stillRunning = retireWorker(dfuThread, this, &DFUThread::abortByUser))
+        retiredDfuThread = stillRunning;
 }
 
 void Dialog::externProcessesFinished()

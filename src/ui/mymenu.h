@@ -17,9 +17,6 @@ public:
     MyMenu(Settings *settings, const QString &language);
     ~MyMenu() override;
 
-    About *getAboutWindow() const { return aboutWindow; }
-    LicenseView *getLicenseWindow() const { return licenseWindow; }
-
 public slots:
     void about();
     void license();
