@@ -33,5 +33,5 @@ xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" build/bin/morvanta -a -p "$samp
 code=$?
 set -e
 echo "Morvanta ended with exit code $code. Log:"
-tail -n 5 "${TMPDIR:-/tmp}/morvanta-$(id -u)/logfile.txt"
+tail -n 5 "$(ls -t "${TMPDIR:-/tmp}"/morvanta-"$(id -u)"*/instance-*/logfile.txt | head -n 1)"
 exit $code

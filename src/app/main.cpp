@@ -53,7 +53,7 @@ int runPass(int &argc, char **argv)
         QCoreApplication::installTranslator(&qtTranslator);
     }
 
-    Log::setFolder(Platform::workingRoot());
+    Log::setFolder(Platform::instanceFolder());
     clearLogFile();
     qInstallMessageHandler(logMessageHandler);
     qDebug() << "Logfile path " << quoted(Log::filePath());

@@ -63,7 +63,7 @@ void Settings::load()
     config = new QSettings(homeFile, QSettings::IniFormat);
     config->setValue(QStringLiteral("Path"), appDir);
 
-    tempDir = QDir(Platform::workingRoot());
+    tempDir = QDir(Platform::instanceFolder());
     extractFolder = tempDir.absolutePath() + QLatin1Char('/') + QLatin1String(extractFolderName);
     gpgFolder = tempDir.absolutePath() + QLatin1Char('/') + QLatin1String(gpgFolderName);
     searchPath = getValue(QStringLiteral("searchPath"));
@@ -177,19 +177,8 @@ void Settings::showWarning(const QString &text)
 
 bool Settings::removeFolder(const QString &path)
 {
-    QDir dir(path);
-    if (!dir.exists(path))
-        return true;
-    const QFileInfoList entries = dir.entryInfoList(
-        QDir::NoDotAndDotDot | QDir::System | QDir::Hidden | QDir::AllDirs | QDir::Files, QDir::DirsFirst);
-    for (const QFileInfo &entry : entries) {
-        // A link is removed as a link: never follow one out of the folder.
-        const bool ok = entry.isDir() && !entry.isSymLink() ? removeFolder(entry.absoluteFilePath())
-                                                             : QFile::remove(entry.absoluteFilePath());
-        if (!ok)
-            return false;
-    }
-    return dir.rmdir(path);
+    // Never through a link: the folder may be on a USB stick, which anyone could have prepared.
+    return Platform::removeTree(path);
 }
 
 void Settings::createExtractFolder()
@@ -219,7 +208,7 @@ void Settings::copyKeyResource(const QString &resource, const QString &destinati
 {
     QFile source(resource);
     if (!source.open(QIODevice::ReadOnly)) {
-        showWarning(failureText + QLatin1Char(' ') + QLatin1String("Failed to open resource"));
+        showWarning(failureText + QLatin1Char(' ') + tr("Failed to open resource"));
         return;
     }
     qDebug() << quoted(QLatin1String("Copy file to: ") + destination);

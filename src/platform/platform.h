@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QProcessEnvironment>
 #include <QString>
 
 namespace Platform {
@@ -7,14 +8,36 @@ namespace Platform {
 // File name of an external tool on this platform ("dfu-util", "gpg", ...).
 QString toolFileName(const QString &baseName);
 
-// The folder that holds the log and the scratch folders. It is private to the user:
-// nobody else can have created it or anything inside it. Computed once per process.
+// The folder private to the user that holds every instance's folder and lock: nobody
+// else can have created it or anything inside it. Computed once per process.
 QString workingRoot();
 
 // The same decision for a given base folder; workingRoot() uses the system's
-// temporary folder. Falls back to a fresh private folder when the usual one is not
-// safe to use, and to the usual path (left uncreated) when nothing can be created.
+// temporary folder. When the usual folder is not safe to use, a private fallback
+// beside it is used instead, the same one at every start. When nothing can be
+// created, the usual path is returned uncreated.
 QString privateFolderIn(const QString &baseFolder);
+
+// Key of an instance: instances started from the same folder share it.
+QString instanceKey(const QString &currentFolder);
+
+// This instance's own folder inside the working root, keyed by the current folder as
+// the single-instance guard is: the log and the scratch folders live there, so
+// instances started from different folders never touch each other's files.
+QString instanceFolder();
+
+// Deletes a folder tree without ever following a symbolic link: a link inside is
+// removed as a link, and so is a link given as the folder itself. A path that does
+// not exist counts as removed; a plain file given as the folder is refused.
+bool removeTree(const QString &path);
+
+// Environment for a tool whose messages the program reads: fixed C locale, so the
+// texts it looks for do not depend on the user's language.
+QProcessEnvironment toolEnvironment();
+
+// Writes a file's data and its folder's entry through to the device.
+bool syncFile(const QString &path);
+bool syncFolder(const QString &path);
 
 } // namespace Platform
 

@@ -2,13 +2,18 @@
 
 #include "app/logstream.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QtDebug>
 
 #include <cerrno>
+#include <dirent.h>
+#include <fcntl.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 QString Platform::toolFileName(const QString &baseName)
 {
@@ -29,9 +34,24 @@ static bool isPrivateFolderOfMine(const QByteArray &path)
     return true;
 }
 
+// The first private fallback folder of ours beside the usual one, by name.
+static QString firstPrivateFallback(const QString &base, const QString &prefix)
+{
+    const QStringList names =
+        QDir(base).entryList({prefix.mid(base.size() + 1) + QLatin1String("-??????")},
+                             QDir::Dirs | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString &name : names) {
+        const QString path = base + QLatin1Char('/') + name;
+        if (isPrivateFolderOfMine(QFile::encodeName(path)))
+            return path;
+    }
+    return QString();
+}
+
 QString Platform::privateFolderIn(const QString &baseFolder)
 {
-    const QString usual = QDir::cleanPath(baseFolder) + QLatin1String("/morvanta-") + QString::number(getuid());
+    const QString base = QDir::cleanPath(baseFolder);
+    const QString usual = base + QLatin1String("/morvanta-") + QString::number(getuid());
     const QByteArray usualPath = QFile::encodeName(usual);
     if (mkdir(usualPath.constData(), S_IRWXU) == 0)
         return usual;
@@ -41,17 +61,130 @@ QString Platform::privateFolderIn(const QString &baseFolder)
     if (mkdirError != EEXIST)
         return usual; // nothing can be created here: the run goes on without a log
 
-    QByteArray fresh = usualPath + "-XXXXXX";
-    if (mkdtemp(fresh.data()) == nullptr)
-        return usual;
-    qWarning() << "Working folder" << quoted(usual) << "is not private, using" << quoted(QFile::decodeName(fresh));
-    return QFile::decodeName(fresh);
+    // The same fallback at every start keeps the single-instance guard working and
+    // keeps fallback folders from piling up.
+    QString chosen = firstPrivateFallback(base, usual);
+    if (chosen.isEmpty()) {
+        QByteArray fresh = usualPath + "-XXXXXX";
+        if (mkdtemp(fresh.data()) == nullptr)
+            return usual;
+        // Two starts at the same moment each made one: both settle on the first.
+        chosen = firstPrivateFallback(base, usual);
+        if (chosen != QFile::decodeName(fresh))
+            rmdir(fresh.constData());
+        if (chosen.isEmpty())
+            return usual;
+    }
+    qWarning() << "Working folder" << quoted(usual) << "is not private, using" << quoted(chosen);
+    return chosen;
 }
 
 QString Platform::workingRoot()
 {
     static const QString root = privateFolderIn(QDir::tempPath());
     return root;
+}
+
+QString Platform::instanceKey(const QString &currentFolder)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(currentFolder.toUtf8(), QCryptographicHash::Sha1).toHex());
+}
+
+QString Platform::instanceFolder()
+{
+    static const QString folder = [] {
+        const QString path = workingRoot() + QLatin1String("/instance-") +
+                             instanceKey(QDir(QDir::currentPath()).absolutePath());
+        // Inside the private root nobody else can have put anything in its place.
+        mkdir(QFile::encodeName(path).constData(), S_IRWXU);
+        return path;
+    }();
+    return folder;
+}
+
+// Empties the open folder fd; entries are looked at without following links.
+static bool removeInside(int fd)
+{
+    const int listFd = dup(fd);
+    DIR *dir = listFd < 0 ? nullptr : fdopendir(listFd);
+    if (!dir) {
+        if (listFd >= 0)
+            close(listFd);
+        return false;
+    }
+    std::vector<std::string> names;
+    while (const dirent *entry = readdir(dir)) {
+        const std::string name = entry->d_name;
+        if (name != "." && name != "..")
+            names.push_back(name);
+    }
+    closedir(dir);
+
+    for (const std::string &name : names) {
+        struct stat st;
+        if (fstatat(fd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno == ENOENT)
+                continue;
+            return false;
+        }
+        if (S_ISDIR(st.st_mode)) {
+            const int sub = openat(fd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+            if (sub < 0)
+                return false;
+            const bool emptied = removeInside(sub);
+            close(sub);
+            if (!emptied || unlinkat(fd, name.c_str(), AT_REMOVEDIR) != 0)
+                return false;
+        } else if (unlinkat(fd, name.c_str(), 0) != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool Platform::removeTree(const QString &path)
+{
+    const QByteArray native = QFile::encodeName(path);
+    struct stat st;
+    if (lstat(native.constData(), &st) != 0)
+        return errno == ENOENT;
+    if (S_ISLNK(st.st_mode))
+        return unlink(native.constData()) == 0;
+    if (!S_ISDIR(st.st_mode))
+        return false;
+    const int fd = open(native.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool emptied = removeInside(fd);
+    close(fd);
+    return emptied && rmdir(native.constData()) == 0;
+}
+
+QProcessEnvironment Platform::toolEnvironment()
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C"));
+    env.remove(QStringLiteral("LANGUAGE"));
+    return env;
+}
+
+static bool syncPath(const QString &path, int flags)
+{
+    const int fd = open(QFile::encodeName(path).constData(), flags | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    const bool ok = fsync(fd) == 0;
+    return close(fd) == 0 && ok;
+}
+
+bool Platform::syncFile(const QString &path)
+{
+    return syncPath(path, O_RDONLY | O_NOFOLLOW);
+}
+
+bool Platform::syncFolder(const QString &path)
+{
+    return syncPath(path, O_RDONLY | O_DIRECTORY);
 }
 
 void setHiddenAttribute(const QString &)

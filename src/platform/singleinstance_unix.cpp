@@ -1,7 +1,6 @@
 #include "singleinstance.h"
 #include "platform.h"
 
-#include <QCryptographicHash>
 #include <QFile>
 
 #include <fcntl.h>
@@ -10,8 +9,7 @@
 
 SingleInstance::SingleInstance(const QString &key)
 {
-    const QByteArray digest = QCryptographicHash::hash(key.toUtf8(), QCryptographicHash::Sha1).toHex();
-    lockPath = Platform::workingRoot() + QLatin1String("/instance-") + QString::fromLatin1(digest) +
+    lockPath = Platform::workingRoot() + QLatin1String("/instance-") + Platform::instanceKey(key) +
                QLatin1String(".lock");
 }
 
