@@ -1,8 +1,19 @@
 #include "toolrun.h"
 
+#include "platform/platform.h"
+
 QString unquotedProgram(const QString &quotedProgram)
 {
     return QProcess::splitCommand(quotedProgram).value(0);
+}
+
+void startTool(QProcess &process, const QString &quotedProgram, const QStringList &arguments)
+{
+    process.setProcessEnvironment(Platform::toolEnvironment());
+    process.start(unquotedProgram(quotedProgram), arguments, QIODevice::ReadWrite);
+    // No tool is given anything to read: gpg, handed a detached signature, would
+    // otherwise wait on standard input for the signed data for ever.
+    process.closeWriteChannel();
 }
 
 ToolResult runTool(QProcess &process, const QString &quotedProgram, const QStringList &arguments,
@@ -18,7 +29,7 @@ ToolResult runTool(QProcess &process, const QString &quotedProgram, const QStrin
             onChunk(chunk);
     });
 
-    process.start(unquotedProgram(quotedProgram), arguments, QIODevice::ReadWrite);
+    startTool(process, quotedProgram, arguments);
     result.started = process.waitForStarted(startTimeoutMs);
     if (result.started) {
         bool killed = false;

@@ -26,3 +26,7 @@ ToolResult runTool(QProcess &process, const QString &quotedProgram, const QStrin
 
 // The program named by a quoted tool path of Settings.
 QString unquotedProgram(const QString &quotedProgram);
+
+// Starts a tool whose text the program reads: in the C locale, with standard input
+// closed at once.
+void startTool(QProcess &process, const QString &quotedProgram, const QStringList &arguments);

@@ -16,6 +16,10 @@ QStringList gpgArguments(const QString &homeDir, const QString &tempPath, const 
                                 QStringLiteral("--homedir"),
                                 homeDir,
                                 QStringLiteral("--always-trust"),
+                                // Machine-readable verdicts: the exit code alone also
+                                // passes data stored without any signature.
+                                QStringLiteral("--status-fd"),
+                                QStringLiteral("1"),
                                 QStringLiteral("-o"),
                                 QDir::fromNativeSeparators(tempPath + QLatin1Char('/') + extractName +
                                                            QLatin1Char('/') + outName),
@@ -38,30 +42,59 @@ QStringList decryptedFileList(const QString &tempPath, const QStringList &encryp
     return files;
 }
 
+bool signedByOurRing(const QByteArray &output)
+{
+    bool plaintext = false;
+    bool good = false;
+    bool valid = false;
+    static const QList<QByteArray> refusals{"BADSIG",    "ERRSIG",     "EXPSIG",      "EXPKEYSIG",
+                                             "REVKEYSIG", "NO_PUBKEY",  "BADMDC",      "DECRYPTION_FAILED",
+                                             "FAILURE",   "BADARMOR",   "NODATA",      "UNEXPECTED"};
+    for (const QByteArray &line : output.split('\n')) {
+        if (!line.startsWith("[GNUPG:] "))
+            continue;
+        const QByteArray keyword = line.mid(9).split(' ').value(0).trimmed();
+        if (refusals.contains(keyword))
+            return false;
+        plaintext = plaintext || keyword == "PLAINTEXT";
+        good = good || keyword == "GOODSIG";
+        valid = valid || keyword == "VALIDSIG";
+    }
+    // GOODSIG without PLAINTEXT is a detached signature: nothing of ours was unpacked.
+    return plaintext && good && valid;
+}
+
 GpgOutcome runGpg(QProcess &process, const QString &gpgPath, const QStringList &arguments,
                   const std::atomic<bool> &stop)
 {
     bool openError = false;
+    bool overflow = false;
+    QByteArray output;
     const ToolResult result = runTool(
         process, gpgPath, arguments,
-        [&openError](const QByteArray &output) {
-            qDebug() << "GPG Output " << quoted(output);
-            if (QString::fromLocal8Bit(output).contains(QLatin1String("can't open")))
+        [&openError, &overflow, &output](const QByteArray &chunk) {
+            qDebug() << "GPG Output " << quoted(chunk);
+            // A few lines for a sound file; a hostile one cannot make us hoard.
+            overflow = overflow || output.size() + chunk.size() > (1 << 20);
+            if (!overflow)
+                output += chunk;
+            if (QString::fromLocal8Bit(chunk).contains(QLatin1String("can't open")))
                 openError = true;
         },
         &stop, 3000);
+    const bool good = result.succeeded() && !openError && !overflow && signedByOurRing(output);
     // gpg writes the content before it has checked the signature: nothing of a failed
     // run may stay behind to be mistaken for a checked archive.
-    if (!result.succeeded() || openError) {
-        const int output = int(arguments.indexOf(QStringLiteral("-o")));
-        if (output >= 0 && output + 1 < arguments.size())
-            QFile::remove(arguments.at(output + 1));
+    if (!good) {
+        const int target = int(arguments.indexOf(QStringLiteral("-o"))) + 1;
+        if (target > 0 && target < arguments.size())
+            QFile::remove(arguments.at(target));
     }
     if (!result.started)
         return GpgOutcome::StartFailed;
     if (openError)
         return GpgOutcome::OpenFailed;
-    if (!result.succeeded())
+    if (!good)
         return GpgOutcome::BadSignature;
     return GpgOutcome::Done;
 }

@@ -15,6 +15,10 @@ QStringList gpgArguments(const QString &homeDir, const QString &tempPath, const 
 // its first ".gpg", in tempPath/ZelkoExtract. Logs the list.
 QStringList decryptedFileList(const QString &tempPath, const QStringList &encrypted);
 
+// gpg's status lines say that a signature by a key of the given ring was checked
+// and found good, and that signed data was written.
+bool signedByOurRing(const QByteArray &statusOutput);
+
 enum class GpgOutcome { Done, StartFailed, OpenFailed, BadSignature };
 
 // One run of gpg on the calling thread; its output goes to the log. `stop` kills it.
