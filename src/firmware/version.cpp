@@ -43,11 +43,13 @@ DeviceReply parseDeviceReply(const QByteArray &chunk, const QString &family)
     const int q2 = text.indexOf(QLatin1Char('"'), q1 + 1);
     // Positions are used as they fall: a reply without a name yields what it yields.
     const auto between = [&text](int from, int to) { return from <= to ? text.mid(from, to - from) : QString(); };
-    if (text.contains(QLatin1Char('V'))) {
+    // The form is the name's own: the tool's header (a copyright line with a capital V)
+    // often arrives in the same chunk.
+    const QString name = between(q1 + 1, q2);
+    if (name.contains(QLatin1Char('V'))) {
         reply.version = between(q1 + 2, q2);
         reply.hasV = true;
     } else {
-        const QString name = between(q1 + 1, q2);
         reply.version = name.contains(family) ? between(q1 + 2 + int(family.size()), q2) : name;
         reply.version.replace(QLatin1Char('.'), QLatin1Char('_'));
         reply.hasV = false;
@@ -73,7 +75,7 @@ Version::Version(Settings *settings, QObject *parent)
 QString Version::getDeviceVersion(bool *found, bool *hasV)
 {
     deviceVersion.clear();
-    process->start(unquotedProgram(settings->getDfuUtilPath()), {QStringLiteral("-l")}, QIODevice::ReadWrite);
+    startTool(*process, settings->getDfuUtilPath(), {QStringLiteral("-l")});
     if (!process->waitForFinished(5000) && process->state() != QProcess::NotRunning) {
         process->kill();
         process->waitForFinished(1000);
@@ -182,7 +184,7 @@ void Version::listDevices(Settings *settings)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(unquotedProgram(settings->getDfuUtilPath()), {QStringLiteral("-l")}, QIODevice::ReadWrite);
+    startTool(process, settings->getDfuUtilPath(), {QStringLiteral("-l")});
     if (!process.waitForFinished(1000) && process.state() != QProcess::NotRunning) {
         process.kill();
         process.waitForFinished(1000);

@@ -2,6 +2,8 @@
 
 #include "app/errortexts.h"
 
+#include <cctype>
+
 namespace {
 struct Mark {
     const char *needle;
@@ -55,12 +57,20 @@ DfuChunk DfuOutputParser::parse(const QByteArray &chunk)
         }
         result.events << DfuEvent{mark.kind, text, 0};
     }
-    const int hashes = int(chunk.count('#'));
+    // "Setting Alternate Setting #0 ..." arrives in one chunk with the first marks:
+    // a '#' in front of a digit numbers something and is no mark.
+    QByteArray rest;
+    rest.reserve(chunk.size());
+    int hashes = 0;
+    for (int i = 0; i < chunk.size(); ++i) {
+        const bool mark = chunk[i] == '#' && !(i + 1 < chunk.size() && std::isdigit(uchar(chunk[i + 1])));
+        if (mark)
+            ++hashes;
+        else
+            rest += chunk[i];
+    }
     if (hashes > 0)
         result.events << DfuEvent{DfuEvent::HashMarks, QString(), hashes};
-
-    QByteArray rest = chunk;
-    rest.replace('#', QByteArray());
     if (!rest.isEmpty())
         result.logText = rest;
     return result;
