@@ -665,6 +665,10 @@ Bitte vor erneutem Flashen Gerät neu starten</translation>
         <source>Unable to copy Gpg trustdb</source>
         <translation>Gpg trustdb kann nicht kopiert werden</translation>
     </message>
+    <message>
+        <source>Failed to open resource</source>
+        <translation>Ressource kann nicht geöffnet werden</translation>
+    </message>
 </context>
 <context>
     <name>XMODEMthread</name>

@@ -86,6 +86,11 @@ bool unzipFile(const QString &archive, const QString &outDir)
             continue;
         }
         qDebug() << quoted(QStringLiteral("Unzip [%1]").arg(name));
+        if (name.endsWith(QLatin1Char('/')) && name.size() < 2) {
+            qDebug() << "Zip name length is less than 2";
+            ok = false;
+            continue;
+        }
         if (!isContainedName(name)) {
             qDebug() << quoted(QStringLiteral("Zip entry leaves the target folder: [%1]").arg(name));
             ok = false;
@@ -93,11 +98,6 @@ bool unzipFile(const QString &archive, const QString &outDir)
         }
 
         if (name.endsWith(QLatin1Char('/'))) {
-            if (name.size() < 2) {
-                qDebug() << "Zip name length is less than 2";
-                ok = false;
-                continue;
-            }
             const QString folder = outDir + QDir::separator() + nativeName;
             if (!QDir().mkpath(folder)) {
                 qDebug() << quoted(QStringLiteral("Cannot create directory: [%1]").arg(folder));

@@ -65,15 +65,23 @@ Dialog::~Dialog()
 
 void Dialog::stopWorkers()
 {
-    // Workers are never terminated: their children are killed and run() returns.
-    for (DFUThread *thread : {dfuThread, retiredDfuThread.data()}) {
-        if (thread && thread->isRunning()) {
-            thread->abortByUser();
-            thread->wait(5000);
-        }
-    }
+    // Workers are never terminated: told to stop, they kill their children and
+    // return from run(). Waiting for that here means no tool outlives the program.
+    disposeDfuThread();
     disposeXmodemThread();
     disposeUsbDetector();
+    for (const QPointer<QThread> &thread : std::as_const(retiring)) {
+        if (thread)
+            thread->wait(5000);
+    }
+}
+
+void Dialog::keepRetiring(QThread *thread)
+{
+    if (!thread)
+        return;
+    retiring.removeAll(nullptr);
+    retiring << thread;
 }
 
 // ---- Tabs and menu ----
@@ -357,18 +365,16 @@ void Dialog::startAutomatic()
 
 void Dialog::exitDfuInternalAutomaticOK(int err)
 {
-    if (!options.automatic || err != 0)
-        return;
-    qDebug() << quoted(QStringLiteral("%1 exit %2").arg(QStringLiteral("Morvanta")).arg(0));
-    stopWorkers();
-    std::exit(0);
+    if (options.automatic && err == 0)
+        exitInternalAutomatic(0);
 }
 
 void Dialog::exitInternalAutomatic(int err)
 {
     if (!options.automatic)
         return;
-    qDebug() << quoted(QStringLiteral("%1 exit %2").arg(QStringLiteral("Morvanta")).arg(err));
+    // Workers first, so the verdict is the log's last line for the calling script.
     stopWorkers();
+    qDebug() << quoted(QStringLiteral("%1 exit %2").arg(QStringLiteral("Morvanta")).arg(err));
     std::exit(err);
 }

@@ -99,6 +99,7 @@ private:
     void finishAborted();
     void flashNotCompleted();
     void stopWorkers();
+    void keepRetiring(QThread *thread);
     void disposeXmodemThread();
     void disposeUsbDetector();
 
@@ -111,7 +112,9 @@ private:
     DFUThread *dfuThread = nullptr;
     XMODEMthread *xmodemThread = nullptr;
     USBDetector *usbDetector = nullptr;
-    QPointer<DFUThread> retiredDfuThread; // told to stop, not yet gone
+    QPointer<DFUThread> retiredDfuThread; // told to stop, may still be leaving the extract folder
+    QList<QPointer<QThread>> retiring;     // every worker told to stop, until it has ended
+    bool dfuStartPending = false;
     QString deviceVersion;
     QStringList firmwareFiles;
     int versionCompare = 0;

@@ -60,13 +60,14 @@ void Dialog::setBrioMelDetected(bool detected)
 void Dialog::disposeUsbDetector()
 {
     // A detector that hangs is stopped; it is never destroyed while it runs.
-    retireWorker(usbDetector, this, &USBDetector::stop);
+    keepRetiring(retireWorker(usbDetector, this, &USBDetector::stop));
 }
 
 void Dialog::slotUpdateBrioMel()
 {
     if (xmodemThread && xmodemThread->isRunning()) {
-        if (!DialogQuestions::questionAbortFlash())
+        // The run may end while the question is open: then there is nothing to abort.
+        if (!DialogQuestions::questionAbortFlash() || !xmodemThread || !xmodemThread->isRunning())
             return;
         ui->statusLabel->setText(ErrorTexts::processWillBeAborted());
         ui->lupdateButton_tessel_briomel->setEnabled(false);
@@ -91,7 +92,7 @@ void Dialog::slotUpdateBrioMel()
 
 void Dialog::disposeXmodemThread()
 {
-    retireWorker(xmodemThread, this, &XMODEMthread::killXmodem);
+    keepRetiring(retireWorker(xmodemThread, this, &XMODEMthread::killXmodem));
 }
 
 void Dialog::abortXmodem()

@@ -106,7 +106,8 @@ void Dialog::showDeviceVersion(const QString &selected, bool selectedHasV, const
 void Dialog::slotUpdateTesselNINE()
 {
     if (flashing) {
-        if (!DialogQuestions::questionAbortFlash())
+        // The run may end while the question is open: then there is nothing to abort.
+        if (!DialogQuestions::questionAbortFlash() || !flashing)
             return;
         ui->statusLabel->setText(ErrorTexts::processWillBeAborted());
         ui->lupdateButton_tessel_nine->setEnabled(false);
@@ -153,9 +154,18 @@ bool Dialog::recheckDevice()
 void Dialog::startDfuWorker()
 {
     resetStatus();
-    // A worker told to stop may still be leaving the extract folder.
-    if (retiredDfuThread)
-        retiredDfuThread->wait(10000);
+    // A worker told to stop may still be leaving the extract folder: the new run
+    // starts when it has gone, without holding up the window meanwhile.
+    if (retiredDfuThread && retiredDfuThread->isRunning()) {
+        if (!dfuStartPending) {
+            dfuStartPending = true;
+            connect(retiredDfuThread, &QThread::finished, this, [this] {
+                dfuStartPending = false;
+                startDfuWorker();
+            }, Qt::SingleShotConnection);
+        }
+        return;
+    }
     settings->createExtractFolder();
     ui->progressBar->setMaximum(100);
     disposeDfuThread();
@@ -175,9 +185,10 @@ void Dialog::startDfuWorker()
 
 void Dialog::disposeDfuThread()
 {
-    // Remembered while it still runs: it may be leaving the extract folder.
-    if (DFUThread *stillRunning = retireWorker(dfuThread, this, &DFUThread::abortByUser))
+    if (DFUThread *stillRunning = retireWorker(dfuThread, this, &DFUThread::abortByUser)) {
         retiredDfuThread = stillRunning;
+        keepRetiring(stillRunning);
+    }
 }
 
 void Dialog::externProcessesFinished()

@@ -2,11 +2,14 @@
 #include "ui_licenseview.h"
 
 #include <QFile>
+#include <QFontDatabase>
 #include <QTextStream>
 
 LicenseView::LicenseView() : QWidget(nullptr, Qt::WindowCloseButtonHint), ui(new Ui::LicenseView)
 {
     ui->setupUi(this);
+    // The notices carry tables and rulers drawn with characters.
+    ui->textView->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
     QFile notices(QStringLiteral(":/license/license/License_Morvanta.txt"));
     if (!notices.open(QIODevice::ReadOnly | QIODevice::Text))
         return;
