@@ -81,9 +81,7 @@ private slots:
         QTest::newRow("no message, incomplete") << "{\"loaded_size\": 1, \"all_bin_size\": 2, \"status_code\": 6}" << -1 << 0 << 0;
         QTest::newRow("negative does not match") << rec.arg("x").arg(-5).arg(10).arg(6) << -1 << 0 << 0;
         QTest::newRow("too large for 32 bits") << rec.arg("x").arg(4294967296LL).arg(4294967296LL).arg(6) << 6 << 0 << 0;
-        QTest::newRow("two blanks do not match") << "\"user_message\": \"x\", \"loaded_size\":  1, \"all_bin_size\": 2, \"status_code\": 0" << -1 << 0 << 0;
         QTest::newRow("torn record") << "{\"user_message\": \"Sending\", \"loaded_size\": 10" << -1 << 0 << 0;
-        QTest::newRow("garbage") << "\x01\x02 ### {}" << -1 << 0 << 0;
     }
 
     void records()
@@ -189,6 +187,67 @@ private slots:
         QCOMPARE(bar(*dialog)->maximum(), 4000);
         QCOMPARE(flash(*dialog)->text(), QString("Abort"));
         QTRY_VERIFY_WITH_TIMEOUT(answerer.answered() == 1, 20000);
+    }
+
+    // The technician asks to abort just as the run ends by itself, and says Yes
+    // after the ending has been shown.
+    void runEndsWhileTheAbortQuestionIsOpen()
+    {
+        qputenv("XMODEM_SIM_DELAY_MS", "150");
+        const auto restore = qScopeGuard([] { qputenv("XMODEM_SIM_DELAY_MS", "40"); });
+        ModalAnswerer answerer;
+        auto dialog = window(answerer);
+        choose(*dialog, answerer, firmware);
+        QTRY_VERIFY(flash(*dialog)->isEnabled());
+        flash(*dialog)->click();
+        QTRY_COMPARE(flash(*dialog)->text(), QString("Abort"));
+        // The question stands until the run has shown its ending.
+        answerer.answerWhen = [&](QMessageBox *box) {
+            return box->windowTitle() != "QUESTION" || answerer.titles.contains("INFO");
+        };
+        answerer.plannedButtons = {QMessageBox::Ok, QMessageBox::Yes};
+        flash(*dialog)->click();
+        QCOMPARE(answerer.texts, (QStringList{"Flashing completed\nPlease perform Tessel restart!",
+                                              "Do you really want to abort\nflashing process?"}));
+        QCOMPARE(flash(*dialog)->text(), QString("Flash"));
+        QVERIFY(flash(*dialog)->isEnabled());
+        QCOMPARE(status(*dialog), QString());
+    }
+
+    // Closing the window, or the end of the program, takes the tools with it.
+    void noToolOutlivesTheWindow_data()
+    {
+        QTest::addColumn<QString>("tool");
+        QTest::newRow("xmodem-util mid-flash") << "xmodem-util";
+        QTest::newRow("detector that hangs") << "detector";
+    }
+
+    void noToolOutlivesTheWindow()
+    {
+        QFETCH(QString, tool);
+        const QString file = sandbox.root() + "/BRIO_MEL_9_" + tool + ".zkl";
+        QVERIFY(QFile::copy(firmware, file));
+        qputenv("XMODEM_SIM_MODE", "hang");
+        if (tool == "detector") { // a detector that never answers
+            qputenv("DETECTOR_SIM_HANG", "1");
+            qputenv("DETECTOR_SIM_OUTPUT", "");
+        }
+        const auto restore = qScopeGuard([] { qunsetenv("DETECTOR_SIM_HANG"); });
+        ModalAnswerer answerer;
+        auto dialog = window(answerer);
+        choose(*dialog, answerer, file);
+        const QString detector = QCoreApplication::applicationDirPath() + "/detector";
+        if (tool == "detector")
+            QTRY_COMPARE(TestSupport::liveProcessesWith(detector), 1);
+        if (tool == "xmodem-util") {
+            QTRY_VERIFY(flash(*dialog)->isEnabled());
+            flash(*dialog)->click();
+            QTRY_COMPARE(status(*dialog), QString("Flashing firmware"));
+            QTRY_COMPARE(TestSupport::liveProcessesWith(file), 1);
+        }
+        // The end of the window, as after the close question or the end of the program.
+        dialog.reset();
+        QCOMPARE(TestSupport::liveProcessesWith(tool == "xmodem-util" ? file : detector), 0);
     }
 
     void nothingEndsWithoutAnEnding_data()

@@ -9,6 +9,7 @@
 
 #include <QAction>
 #include <QDir>
+#include <QFontInfo>
 #include <QGroupBox>
 #include <QLabel>
 #include <QLineEdit>
@@ -129,6 +130,8 @@ private slots:
         QCOMPARE(child<QAction>(dialog, "actionFlash_Bootloader")->isEnabled(), !dfuMissing);
         QVERIFY(!update(dialog)->isEnabled());
         QCOMPARE(update(dialog)->text(), QString("Update"));
+        dialog.show(); // the button takes what it needs, the label the rest of the row
+        QVERIFY(update(dialog)->width() < child<QLabel>(dialog, "localStatus_tessel_nine")->width());
         QVERIFY(!child<QPushButton>(dialog, "usbDriveStartButton_tessel_nine")->isEnabled());
         QVERIFY(!child<QPushButton>(dialog, "lupdateButton_tessel_briomel")->isEnabled());
         QVERIFY(child<QProgressBar>(dialog, "progressBar")->isHidden());
@@ -188,14 +191,12 @@ private slots:
             if (w->objectName() == "LicenseView" && w->isVisible())
                 license = w;
         QVERIFY(license);
-        QVERIFY(license->findChild<QTextBrowser *>("textView")->toPlainText().contains("GNU LESSER GENERAL PUBLIC LICENSE"));
-    }
+        auto *text = license->findChild<QTextBrowser *>("textView");
+        QVERIFY(text->toPlainText().contains("GNU LESSER GENERAL PUBLIC LICENSE"));
+        // Tables and rulers of the notices line up only unwrapped, in a fixed pitch.
+        QCOMPARE(text->lineWrapMode(), QTextEdit::NoWrap);
+        QVERIFY(QFontInfo(text->font()).fixedPitch());
 
-    void escapeDoesNothing()
-    {
-        ModalAnswerer answerer;
-        Dialog dialog(SearchOptions(), true, nullptr);
-        dialog.show();
         QTest::keyClick(&dialog, Qt::Key_Escape);
         QTest::keyClick(&dialog, Qt::Key_Return);
         QVERIFY(dialog.isVisible());
@@ -260,6 +261,36 @@ private slots:
         // Start, abort declined, abort agreed, and nothing more from the aborted run.
         QCOMPARE(answerer.titles, (QStringList{"QUESTION", "QUESTION", "QUESTION", "ERROR"}));
         QCOMPARE(dfuDownloads(), 1);
+    }
+
+    // The technician asks to abort just as the run ends by itself, and says Yes after
+    // the ending was shown: nothing is aborted, and nothing new starts.
+    void runEndsWhileTheAbortQuestionIsOpen()
+    {
+        qputenv("DFU_SIM_HASH_MS", "300");
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.show();
+        answerer.fileToChoose = package[0];
+        search(dialog)->click();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        update(dialog)->click();
+        QTRY_COMPARE_WITH_TIMEOUT(update(dialog)->text(), QString("Abort"), 20000);
+        answerer.clear();
+        // The question stands until the run has shown its ending.
+        answerer.answerWhen = [&](QMessageBox *box) {
+            return box->windowTitle() != "QUESTION" || answerer.titles.contains("INFO");
+        };
+        answerer.plannedButtons = {QMessageBox::Ok, QMessageBox::Yes};
+        update(dialog)->click();
+        qputenv("DFU_SIM_HASH_MS", "10");
+        QCOMPARE(answerer.texts, (QStringList{"Flashing completed\nPlease perform Tessel restart!",
+                                              "Do you really want to abort\nflashing process?"}));
+        QTest::qWait(500);
+        QCOMPARE(update(dialog)->text(), QString("Update"));
+        QVERIFY(update(dialog)->isEnabled());
+        QCOMPARE(status(dialog), QString("Flashing completed"));
+        QCOMPARE(dfuDownloads(), 3);
     }
 
     void closingAndLanguageDuringAFlash()

@@ -73,21 +73,15 @@ bool FirmwareKit::makeZip(const QString &path, const ZipEntries &entries)
     return zip_close(zip) == 0 && ok;
 }
 
-bool FirmwareKit::signWith(const QString &home, const QString &input, const QString &output)
-{
-    return gpg(home, {"--sign", "-o", output, input});
-}
-
-bool FirmwareKit::sign(const QString &input, const QString &output)
+QString FirmwareKit::developerHome()
 {
     if (devHome.isEmpty()) {
         devHome = homes.path() + "/dev";
         QDir().mkpath(devHome);
         QFile::setPermissions(devHome, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        if (!gpg(devHome, {"--import", devKeyDir() + "/secret.asc"}))
-            return false;
+        gpg(devHome, {"--import", devKeyDir() + "/secret.asc"});
     }
-    return signWith(devHome, input, output);
+    return devHome;
 }
 
 QString FirmwareKit::strangerHome()
@@ -102,9 +96,19 @@ QString FirmwareKit::strangerHome()
     return otherHome;
 }
 
-bool FirmwareKit::signAsStranger(const QString &input, const QString &output)
+bool FirmwareKit::pack(const QString &input, const QString &output, Packing how)
 {
-    return signWith(strangerHome(), input, output);
+    switch (how) {
+    case Packing::Signed:
+        return gpg(developerHome(), {"--sign", "-o", output, input});
+    case Packing::SignedByStranger:
+        return gpg(strangerHome(), {"--sign", "-o", output, input});
+    case Packing::Stored:
+        return gpg(developerHome(), {"--store", "-o", output, input});
+    case Packing::DetachedSignature:
+        return gpg(developerHome(), {"--detach-sign", "-o", output, input});
+    }
+    return false;
 }
 
 ZipEntries FirmwareKit::stageEntries(const QString &stage, int count, int size)
@@ -124,7 +128,7 @@ static QString finish(FirmwareKit &kit, const QString &plain, bool signedFiles)
     if (!signedFiles)
         return plain;
     const QString gpgFile = plain + ".gpg";
-    const bool ok = kit.sign(plain, gpgFile);
+    const bool ok = kit.pack(plain, gpgFile);
     QFile::remove(plain);
     return ok ? gpgFile : QString();
 }

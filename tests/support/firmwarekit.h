@@ -22,10 +22,14 @@ public:
     FirmwareKit &operator=(const FirmwareKit &) = delete;
 
     static bool makeZip(const QString &path, const ZipEntries &entries);
-    // Signs `input` into `output` (gpg --sign) with the development key.
-    bool sign(const QString &input, const QString &output);
-    // Signs with a key the program's key ring does not hold.
-    bool signAsStranger(const QString &input, const QString &output);
+
+    enum class Packing {
+        Signed,            // gpg --sign with the development key
+        SignedByStranger,  // with a key the program's key ring does not hold
+        Stored,            // gpg --store: OpenPGP data without any signature
+        DetachedSignature, // a good signature of `input`, without the data
+    };
+    bool pack(const QString &input, const QString &output, Packing how = Packing::Signed);
 
     // A Tessel NINE pair "<folder>/<name>.OS.zip[.gpg]" and ".PR.zip[.gpg]" with
     // osCount and prCount .sys files of `size` bytes; returns {OS, PR}.
@@ -37,7 +41,7 @@ public:
     static ZipEntries stageEntries(const QString &stage, int count, int size);
 
 private:
-    bool signWith(const QString &home, const QString &input, const QString &output);
+    QString developerHome();
     QString strangerHome();
 
     QTemporaryDir homes;

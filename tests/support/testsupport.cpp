@@ -1,6 +1,7 @@
 #include "testsupport.h"
 
 #include "app/log.h"
+#include "platform/platform.h"
 
 #include <QApplication>
 #include <QDeadlineTimer>
@@ -47,9 +48,20 @@ QString Sandbox::workingRoot() const
     return tmp() + "/morvanta-" + QString::number(getuid());
 }
 
-QString Sandbox::log() const
+QString Sandbox::instanceFolder(const QString &startFolder) const
 {
-    return QString::fromLocal8Bit(readFile(logPath()));
+    return workingRoot() + "/instance-" + Platform::instanceKey(startFolder.isEmpty() ? cwd() : startFolder);
+}
+
+QString Sandbox::log(const QString &startFolder) const
+{
+    return QString::fromLocal8Bit(readFile(logPath(startFolder)));
+}
+
+QString Sandbox::lastLogLine(const QString &startFolder) const
+{
+    const QStringList lines = log(startFolder).split('\n', Qt::SkipEmptyParts);
+    return lines.isEmpty() ? QString() : lines.last();
 }
 
 void Sandbox::writeConfig(const QMap<QString, QString> &keys) const
@@ -265,6 +277,8 @@ void ModalAnswerer::timerEvent(QTimerEvent *)
     auto *box = qobject_cast<QMessageBox *>(modal);
     if (!box || !box->isVisible())
         return;
+    if (answerWhen && !answerWhen(box))
+        return;
     titles << box->windowTitle();
     texts << box->text();
     QAbstractButton *button = box->defaultButton();
@@ -274,6 +288,62 @@ void ModalAnswerer::timerEvent(QTimerEvent *)
         button->click();
     else
         box->accept();
+}
+
+int liveProcessesWith(const QString &argument)
+{
+    int live = 0;
+    for (const QString &pid : QDir("/proc").entryList(QDir::Dirs)) {
+        if (!pid.toInt())
+            continue;
+        const QList<QByteArray> args = readFile("/proc/" + pid + "/cmdline").split('\0');
+        const QByteArray stat = readFile("/proc/" + pid + "/stat");
+        const bool zombie = stat.mid(stat.lastIndexOf(')') + 2, 1) == "Z";
+        if (!zombie && args.contains(QFile::encodeName(argument)))
+            ++live;
+    }
+    return live;
+}
+
+SignalLog::SignalLog(QObject *source)
+{
+    const QMetaObject *meta = source->metaObject();
+    // The object's own signals, not those of the Qt class it is made of.
+    const int first = (source->inherits("QThread") ? QThread::staticMetaObject : QObject::staticMetaObject).methodCount();
+    for (int i = first; i < meta->methodCount(); ++i) {
+        if (meta->method(i).methodType() != QMetaMethod::Signal)
+            continue;
+        QMetaObject::connect(source, i, this, QObject::staticMetaObject.methodCount() + int(watched.size()),
+                             Qt::QueuedConnection);
+        watched << meta->method(i);
+    }
+}
+
+int SignalLog::qt_metacall(QMetaObject::Call call, int id, void **args)
+{
+    id = QObject::qt_metacall(call, id, args);
+    if (id < 0 || call != QMetaObject::InvokeMetaMethod || id >= watched.size())
+        return id;
+    const QMetaMethod &signal = watched[id];
+    QStringList values;
+    for (int p = 0; p < signal.parameterCount(); ++p) {
+        const QVariant value(signal.parameterMetaType(p), args[p + 1]);
+        values << (value.typeId() == QMetaType::QStringList ? value.toStringList().join('|') : value.toString());
+    }
+    events << QString::fromLatin1(signal.name()) + (values.isEmpty() ? QString() : ":" + values.join(','));
+    return -1;
+}
+
+QStringList SignalLog::of(const QString &signal) const
+{
+    QStringList found;
+    for (const QString &event : events) {
+        if (event == signal)
+            found << QString();
+        else if (event.startsWith(signal + ":"))
+            found << event.mid(signal.size() + 1);
+    }
+    return found;
 }
 
 } // namespace TestSupport

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMap>
+#include <QMetaMethod>
 #include <QObject>
 #include <QProcessEnvironment>
 #include <QString>
@@ -9,6 +10,7 @@
 
 #include <functional>
 
+class QMessageBox;
 class QWidget;
 
 namespace TestSupport {
@@ -30,9 +32,12 @@ public:
     QString tmp() const { return root() + "/tmp"; }
     QString cwd() const { return root() + "/cwd"; }
     QString app() const { return root() + "/app folder"; }
-    QString workingRoot() const; // where the program keeps its log and scratch folders
-    QString logPath() const { return workingRoot() + "/logfile.txt"; }
-    QString log() const;
+    QString workingRoot() const; // the user's private folder of the program
+    // An instance's own folder (log, scratch folders), by the folder it was started in.
+    QString instanceFolder(const QString &startFolder = QString()) const;
+    QString logPath(const QString &startFolder = QString()) const { return instanceFolder(startFolder) + "/logfile.txt"; }
+    QString log(const QString &startFolder = QString()) const;
+    QString lastLogLine(const QString &startFolder = QString()) const;
 
     void writeConfig(const QMap<QString, QString> &keys) const;
     QString configValue(const QString &key) const;
@@ -104,6 +109,8 @@ public:
     QStringList titles;
     QStringList texts;
     QList<int> plannedButtons; // QMessageBox::StandardButton values, used in order
+    // A box stands until this says it may be answered; by default at once.
+    std::function<bool(QMessageBox *)> answerWhen;
     QString fileToChoose;
     int fileDialogs = 0;
     int answered() const { return int(titles.size()); }
@@ -116,6 +123,26 @@ public:
 protected:
     void timerEvent(QTimerEvent *) override;
 };
+
+// Every signal of an object as the test's thread hears it, in order: "name" or
+// "name:arg,arg". Queued, so a worker's signals arrive as they reach the window.
+class SignalLog : public QObject
+{
+public:
+    explicit SignalLog(QObject *source);
+    QStringList events;
+    // The arguments of every emission of one signal.
+    QStringList of(const QString &signal) const;
+    bool has(const QString &event) const { return events.contains(event); }
+
+    int qt_metacall(QMetaObject::Call call, int id, void **args) override;
+
+private:
+    QList<QMetaMethod> watched;
+};
+
+// Live (not yet reaped or zombie) processes whose command line holds this argument.
+int liveProcessesWith(const QString &argument);
 
 QByteArray readFile(const QString &path);
 

@@ -1,0 +1,282 @@
+// The application frame: command line, log lines, message boxes, the private working
+// folder, the single-instance guard and removing folders.
+#include "app/commandline.h"
+#include "app/errortexts.h"
+#include "app/log.h"
+#include "app/logstream.h"
+#include "platform/platform.h"
+#include "platform/singleinstance.h"
+
+#include "testsupport.h"
+
+#include <QMessageBox>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTranslator>
+
+#include <functional>
+#include <getopt.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using Statement = std::function<void()>;
+Q_DECLARE_METATYPE(Statement)
+
+namespace {
+CommandLine parse(const QStringList &args)
+{
+    QList<QByteArray> storage{"morvanta"};
+    for (const QString &a : args)
+        storage << a.toUtf8();
+    QList<char *> argv;
+    for (QByteArray &s : storage)
+        argv << s.data();
+    argv << nullptr;
+    optind = 0; // a fresh scan for every case; the program itself never rewinds
+    opterr = 0;
+    return parseCommandLine(int(storage.size()), argv.data());
+}
+
+mode_t modeOf(const QString &path)
+{
+    struct stat st;
+    lstat(QFile::encodeName(path).constData(), &st);
+    return st.st_mode & 07777;
+}
+
+void touch(const QString &path)
+{
+    QFile f(path);
+    f.open(QIODevice::WriteOnly);
+}
+} // namespace
+
+class TestApp : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir base;
+
+    QString usual() const { return base.path() + "/morvanta-" + QString::number(getuid()); }
+    QByteArray logBytes() const { return TestSupport::readFile(Log::filePath()); }
+
+private slots:
+    void initTestCase()
+    {
+        Log::setFolder(base.path());
+        qInstallMessageHandler(logMessageHandler);
+    }
+
+    void init()
+    {
+        clearLogFile();
+        for (const QString &entry : QDir(base.path()).entryList({"morvanta-*"}, QDir::AllEntries | QDir::System)) {
+            QFile::remove(base.path() + "/" + entry);
+            QDir(base.path() + "/" + entry).removeRecursively();
+        }
+    }
+
+    void commandLine_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("parsed"); // flags, tag, -p, -f
+        QTest::addColumn<QString>("error");  // first broken rule, with dfu-util present
+        QTest::newRow("nothing") << QStringList{} << "|||" << "";
+        QTest::newRow("later tag wins") << QStringList{"-b", "-a", "-f", "x"} << "ab|(Internal Automatic) ||x" << "";
+        QTest::newRow("long forms, later -p") << QStringList{"--debug", "--automatic", "-p", "1", "--internalSearchPath=/s p"}
+                                              << "ad|(Internal Automatic) |/s p|" << "";
+        QTest::newRow("help stops the scan") << QStringList{"-d", "-h", "-a"} << "dh|(Internal Automatic - Debug) ||"
+                                             << "Debug or Bootloader only if automatic mode is active";
+        QTest::newRow("unknown option, words, missing argument") << QStringList{"-x", "extra", "-z", "-f"} << "z|||" << "";
+        QTest::newRow("utf-8 argument") << QStringList{"-p", "/mnt/Übergabe"} << "||/mnt/Übergabe|" << "";
+        QTest::newRow("three modes") << QStringList{"-a", "-d", "-b"} << "abd|(Internal Automatic - Bootloader) ||"
+                                     << "Only one automatic mode possible";
+        QTest::newRow("boot loader without -a") << QStringList{"-b"} << "b|(Internal Automatic - Bootloader) ||"
+                                                << "Debug or Bootloader only if automatic mode is active";
+        QTest::newRow("debug with file before path and file") << QStringList{"-a", "-d", "-p", "p", "-f", "x"}
+                                                              << "ad|(Internal Automatic - Debug) |p|x"
+                                                              << "Use Debug option only without useFile option";
+        QTest::newRow("path and file, no -a") << QStringList{"-p", "x", "-f", "y"} << "||x|y"
+                                              << "Use either file or search path option";
+    }
+
+    void commandLine()
+    {
+        QFETCH(QStringList, args);
+        const CommandLine line = parse(args);
+        QString flags;
+        for (const auto &[set, letter] : {std::pair{line.automatic, 'a'}, {line.bootloader, 'b'}, {line.debug, 'd'},
+                                          {line.help, 'h'}, {line.useZip, 'z'}})
+            if (set)
+                flags += QLatin1Char(letter);
+        QTEST(QStringList({flags, line.titleTag, line.searchPath, line.useFile}).join('|'), "parsed");
+        QTEST(validateCommandLine(line, false), "error");
+    }
+
+    void automaticNeedsDfuUtil()
+    {
+        QCOMPARE(validateCommandLine(parse({"-a"}), true), QString("Automatic mode without DFU support is not possible"));
+        QCOMPARE(validateCommandLine(parse({"-a", "-p", "x", "-f", "y"}), true),
+                 QString("Use either file or search path option"));
+        QCOMPARE(validateCommandLine(parse({"-z"}), true), QString());
+    }
+
+    void logShapes_data()
+    {
+        QTest::addColumn<Statement>("statement");
+        QTest::addColumn<QByteArray>("expected");
+        QTest::newRow("fragment") << Statement([] { qDebug() << "Use zip files"; }) << QByteArray("Use zip files \n");
+        QTest::newRow("fragment with blank, then text")
+            << Statement([] { qDebug() << "Logfile path " << quoted(QString("/t/logfile.txt")); })
+            << QByteArray("Logfile path  \"/t/logfile.txt\" \n");
+        QTest::newRow("line feed fragment")
+            << Statement([] { qDebug() << "Version: " << quoted(QString("Morvanta.03.20260616.0")) << "\n"; })
+            << QByteArray("Version:  \"Morvanta.03.20260616.0\" \n \n");
+        QTest::newRow("text with line feed, quote, backslash")
+            << Statement([] { qDebug() << quoted(QString("a\nb\"c\\d")); }) << QByteArray("\"a\nb\"c\\d\" \n");
+        QTest::newRow("number") << Statement([] { qDebug() << "Size of currentFile " << 1234 << "Byte\n"; })
+                                << QByteArray("Size of currentFile  1234 Byte\n \n");
+        QTest::newRow("list") << Statement([] { qDebug() << quoted(QStringList{"-d 0x2675:0x0001", "/x y"}); })
+                              << QByteArray("(\"-d 0x2675:0x0001\", \"/x y\") \n");
+        QTest::newRow("tool output as it came")
+            << Statement([] { qDebug() << "XMODEM Output " << quoted(QByteArray("{\"a\": 1}\r\n\tÜ")); })
+            << QByteArray("XMODEM Output  \"{\"a\": 1}\r\n\tÜ\" \n");
+        QTest::newRow("tool output that is no text")
+            << Statement([] { qDebug() << quoted(QByteArray("a\x01\xff\xc3(\0z", 7)); })
+            << QByteArray("\"a\\x01\\xff\\xc3(\\x00z\" \n");
+        QTest::newRow("warning") << Statement([] { qWarning() << "Device is not connected"; })
+                                 << QByteArray("Device is not connected \n");
+        QTest::newRow("info is not logged") << Statement([] { qInfo() << "quiet"; }) << QByteArray();
+    }
+
+    void logShapes()
+    {
+        QFETCH(Statement, statement);
+        statement();
+        QTEST(logBytes(), "expected");
+    }
+
+    void logInAFolderThatIsGone()
+    {
+        Log::setFolder(base.path() + "/missing/folder");
+        qDebug() << "lost";
+        QVERIFY(!QFile::exists(Log::filePath()));
+        Log::setFolder(base.path());
+        qDebug() << "back";
+        QCOMPARE(logBytes(), QByteArray("back \n"));
+    }
+
+    void messageBoxes()
+    {
+        QMessageBox box;
+        ErrorTexts::setupMessageBox(box, ErrorTexts::Warning, "the text");
+        QCOMPARE(box.windowTitle() + "|" + box.text(), QString("WARNING|the text"));
+        QCOMPARE(box.icon(), QMessageBox::Warning);
+        ErrorTexts::setupMessageBox(box, ErrorTexts::errorLevel(7), "odd");
+        QCOMPARE(box.windowTitle(), QString("ERROR"));
+
+        // Both catalogues are built in, keyed on the exact source texts.
+        QTranslator ours, qt;
+        QVERIFY(ours.load(":/translations/translations/flashloader_de"));
+        QVERIFY(qt.load(":/translations/translations/qt_de"));
+        QCOMPARE(ours.translate("ErrorTexts", "WELCOME"), QString("WILLKOMMEN"));
+        QCOMPARE(ours.translate("DFUThread", " - Opening error"), QString(" - Fehler beim öffnen"));
+        QCOMPARE(qt.translate("QPlatformTheme", "Cancel"), QString("Abbrechen"));
+    }
+
+    void privateFolder_data()
+    {
+        QTest::addColumn<QString>("before"); // what stands at the usual place
+        QTest::addColumn<bool>("usualKept");
+        QTest::newRow("nothing yet") << "" << true;
+        QTest::newRow("own folder, readable by others") << "open-read" << true;
+        QTest::newRow("link to another folder") << "link" << false;
+        QTest::newRow("writable by others") << "open-write" << false;
+        QTest::newRow("a plain file") << "file" << false;
+        QTest::newRow("owned by another user") << "foreign" << false;
+    }
+
+    void privateFolder()
+    {
+        QFETCH(QString, before);
+        QFETCH(bool, usualKept);
+        const QString elsewhere = base.path() + "/morvanta-elsewhere";
+        QDir().mkpath(elsewhere);
+        if (before == "link") {
+            QVERIFY(QFile::link(elsewhere, usual()));
+        } else if (before == "file") {
+            touch(usual());
+        } else if (!before.isEmpty()) {
+            QVERIFY(QDir().mkdir(usual()));
+            chmod(QFile::encodeName(usual()).constData(), before == "open-write" ? 0777 : 0755);
+            if (before == "foreign" && (getuid() != 0 || chown(QFile::encodeName(usual()).constData(), 65534, 65534)))
+                QSKIP("needs root to hand a folder to another user");
+        }
+        const QString chosen = Platform::privateFolderIn(base.path());
+        QCOMPARE(chosen == usual(), usualKept);
+        QVERIFY(chosen.startsWith(usual()));
+        QVERIFY(QFileInfo(chosen).isDir() && !QFileInfo(chosen).isSymLink());
+        QCOMPARE(modeOf(chosen), mode_t(0700));
+        QVERIFY(QDir(elsewhere).isEmpty());
+        // Every later start takes the same folder: its lock and log stay, nothing piles up.
+        QCOMPARE(Platform::privateFolderIn(base.path()), chosen);
+        QCOMPARE(QDir(base.path()).entryList({"morvanta-*-*"}, QDir::Dirs).size(), usualKept ? 0 : 1);
+    }
+
+    void nothingCanBeCreated()
+    {
+        const QString missing = base.path() + "/not/there";
+        QCOMPARE(Platform::privateFolderIn(missing), missing + "/morvanta-" + QString::number(getuid()));
+        QVERIFY(!QFileInfo::exists(missing));
+    }
+
+    void singleInstanceByFolder()
+    {
+        qputenv("TMPDIR", QFile::encodeName(base.path()));
+        auto first = std::make_unique<SingleInstance>("/some/folder");
+        QVERIFY(first->acquire());
+        SingleInstance second("/some/folder");
+        QVERIFY(!second.acquire());
+        SingleInstance other("/another/folder");
+        QVERIFY(other.acquire());
+        first.reset(); // the kernel drops the lock with its holder
+        QVERIFY(second.acquire());
+        QVERIFY(Platform::instanceKey("/some/folder") != Platform::instanceKey("/another/folder"));
+    }
+
+    void removeTree_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<bool>("removed");
+        QTest::newRow("tree with hidden files and a link inside") << "tree" << true;
+        QTest::newRow("link given as the folder") << "link" << true;
+        QTest::newRow("nothing there") << "absent" << true;
+        QTest::newRow("a file given as the folder") << "file" << false;
+    }
+
+    void removeTree()
+    {
+        QFETCH(QString, kind);
+        const QString top = base.path() + "/scratch", outside = base.path() + "/outside";
+        QDir(top).removeRecursively();
+        QFile::remove(top);
+        QDir().mkpath(outside + "/sub");
+        touch(outside + "/sub/precious");
+        if (kind == "tree") {
+            QDir().mkpath(top + "/sub/.hidden-dir");
+            for (const char *f : {"/a.sys", "/.hidden", "/sub/.hidden-dir/c"})
+                touch(top + QLatin1String(f));
+            QVERIFY(QFile::link(outside, top + "/sub/link-out"));
+            QVERIFY(QFile::link(outside + "/sub/precious", top + "/file-link"));
+        } else if (kind == "link") {
+            QVERIFY(QFile::link(outside, top));
+        } else if (kind == "file") {
+            touch(top);
+        }
+        QTEST(Platform::removeTree(top), "removed");
+        QCOMPARE(QFileInfo(top).exists() || QFileInfo(top).isSymLink(), kind == "file");
+        QVERIFY(QFile::exists(outside + "/sub/precious"));
+    }
+};
+
+QTEST_MAIN(TestApp)
+#include "tst_app.moc"
