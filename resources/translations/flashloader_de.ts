@@ -463,6 +463,14 @@ Später neu starten, um die Änderung zu übernehmen.</translation>
         <source>Current version   </source>
         <translation>Aktuelle Version   </translation>
     </message>
+    <message>
+        <source>Use Expert Mode</source>
+        <translation>Expertenmodus verwenden</translation>
+    </message>
+    <message>
+        <source>Download completed!</source>
+        <translation>Download abgeschlossen!</translation>
+    </message>
 </context>
 <context>
     <name>DialogQuestions</name>
@@ -603,6 +611,82 @@ Bitte vor erneutem Flashen Gerät neu starten</translation>
     </message>
 </context>
 <context>
+    <name>ExpertSettings</name>
+    <message>
+        <source>Expert Mode</source>
+        <translation>Expertenmodus</translation>
+    </message>
+    <message>
+        <source>Do you really want to use &apos;Expert Mode&apos; to search for firmware?
+
+This is only recommended according to the
+agreement with customer support!</source>
+        <translation>Möchten Sie den &apos;Expertenmodus&apos; wirklich für die Firmware-Suche verwenden?
+
+Dies wird nur nach Absprache mit dem
+Kundendienst empfohlen!</translation>
+    </message>
+    <message>
+        <source>Optional: Enter your User Identifier received from customer support.</source>
+        <translation>Optional: Geben Sie die Benutzerkennung ein, die Sie vom Kundendienst erhalten haben.</translation>
+    </message>
+    <message>
+        <source>User Identifier</source>
+        <translation>Benutzerkennung</translation>
+    </message>
+</context>
+<context>
+    <name>FileDownloader</name>
+    <message>
+        <source>Try to connect to Zelko Update Server</source>
+        <translation>Verbindung zum Zelko Update-Server wird aufgebaut</translation>
+    </message>
+    <message>
+        <source>Connected to Zelko Update Server</source>
+        <translation>Mit dem Zelko Update-Server verbunden</translation>
+    </message>
+    <message>
+        <source>Server is currently on update!
+Try again later!</source>
+        <translation>Server wird zur Zeit aktualisiert!
+Versuchen Sie es später erneut!</translation>
+    </message>
+    <message>
+        <source>No versions are available
+to download!</source>
+        <translation>Es sind keine Versionen
+zum Herunterladen verfügbar!</translation>
+    </message>
+    <message>
+        <source>No versions are available
+in expert mode!</source>
+        <translation>Im Expertenmodus sind
+keine Versionen verfügbar!</translation>
+    </message>
+    <message>
+        <source>Select version to download</source>
+        <translation>Version zum Herunterladen auswählen</translation>
+    </message>
+    <message>
+        <source>Firmware version</source>
+        <translation>Firmware-Version</translation>
+    </message>
+    <message>
+        <source>Select Directory for storing files</source>
+        <translation>Verzeichnis zum Speichern der Dateien auswählen</translation>
+    </message>
+    <message>
+        <source>Cannot open </source>
+        <translation>Kann </translation>
+    </message>
+    <message>
+        <source>
+ for writing: </source>
+        <translation>
+ nicht zum Schreiben öffnen: </translation>
+    </message>
+</context>
+<context>
     <name>Fileverify</name>
     <message>
         <source>Firmware files not found</source>
@@ -622,6 +706,13 @@ Bitte vor erneutem Flashen Gerät neu starten</translation>
     </message>
 </context>
 <context>
+    <name>HttpRequester</name>
+    <message>
+        <source>Network Timeout Error</source>
+        <translation>Zeitüberschreitung beim Verbindungsaufbau</translation>
+    </message>
+</context>
+<context>
     <name>LicenseView</name>
     <message>
         <source>License</source>
@@ -637,6 +728,25 @@ Bitte vor erneutem Flashen Gerät neu starten</translation>
     <message>
         <source>Unable to open manual! %1</source>
         <translation>Handbuch kann nicht geöffnet werden! %1</translation>
+    </message>
+</context>
+<context>
+    <name>MySelectionList</name>
+    <message>
+        <source>Select...</source>
+        <translation>Auswählen...</translation>
+    </message>
+    <message>
+        <source>TextLabel</source>
+        <translation>TextLabel</translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation>OK</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
     </message>
 </context>
 <context>

@@ -35,6 +35,8 @@ Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
     connect(ui->lupdateButton_tessel_nine, &QPushButton::clicked, this, &Dialog::slotUpdateTesselNINE);
     connect(ui->lsearchButton_tessel_briomel, &QPushButton::clicked, this, &Dialog::slotLocalSearchBrioMel);
     connect(ui->lupdateButton_tessel_briomel, &QPushButton::clicked, this, &Dialog::slotUpdateBrioMel);
+    connect(ui->nsearchButton_tessel_nine, &QPushButton::clicked, this, &Dialog::slotDownloadTesselNINE);
+    connect(ui->nsearchButton_tessel_briomel, &QPushButton::clicked, this, &Dialog::slotDownloadBrioMel);
 
     if (settings->isGpgAvailable()) {
         qDebug() << quoted(tr("**** %1 uses encryption mechanism ****\n\n").arg(QStringLiteral("Morvanta")));
@@ -59,6 +61,7 @@ Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
 Dialog::~Dialog()
 {
     stopWorkers();
+    disposeDownloader(true);
     delete menu;
     delete ui;
 }
@@ -312,6 +315,8 @@ void Dialog::keyPressEvent(QKeyEvent *event)
 void Dialog::closeEvent(QCloseEvent *event)
 {
     if (!flashing && !downloading && !usbWriting) {
+        if (downloader)
+            downloader->closeSelectionList();
         QCoreApplication::exit(0);
         event->accept();
         return;
@@ -331,6 +336,8 @@ void Dialog::closeEvent(QCloseEvent *event)
         dfuThread->abortByUser();
     if (flashing && xmodemThread)
         xmodemThread->killXmodem();
+    if (downloading)
+        disposeDownloader(true);
     QCoreApplication::exit(0);
     event->accept();
 }

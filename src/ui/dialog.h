@@ -2,6 +2,7 @@
 
 #include "app/errortexts.h"
 #include "app/searchoptions.h"
+#include "download/filedownloader.h"
 
 #include <QDialog>
 #include <QPointer>
@@ -62,6 +63,16 @@ public slots:
     void abortXmodem();
     void userAbortXmodem();
 
+    // Downloads
+    void slotDownloadTesselNINE();
+    void slotDownloadBrioMel();
+    void finishedDownload(const QStringList &fwfiles, const QString &storeDir,
+                          FileDownloader::FirmwareDownloadOption option);
+    void abortNetSearch();
+    void abortNetSearch(const QString &text);
+    void initializedDownload();
+    void startedDownload();
+
     void exitDfuInternalAutomaticOK(int err);
     void exitInternalAutomatic(int err);
 
@@ -98,6 +109,10 @@ private:
     void disposeDfuThread();
     void finishAborted();
     void flashNotCompleted();
+    void slotDownload(bool expert);
+    void startDownload(const QString &userIdentifier);
+    void disposeDownloader(bool abort);
+    void resetDownloadControls();
     void stopWorkers();
     void keepRetiring(QThread *thread);
     void disposeXmodemThread();
@@ -112,6 +127,7 @@ private:
     DFUThread *dfuThread = nullptr;
     XMODEMthread *xmodemThread = nullptr;
     USBDetector *usbDetector = nullptr;
+    FileDownloader *downloader = nullptr;
     QPointer<DFUThread> retiredDfuThread; // told to stop, may still be leaving the extract folder
     QList<QPointer<QThread>> retiring;     // every worker told to stop, until it has ended
     bool dfuStartPending = false;
