@@ -9,7 +9,7 @@ packages=(
   qt6-translations-l10n libgl-dev
   libzip-dev libcurl4-openssl-dev
   gpg gpg-agent zip unzip
-  php-cli python3-pyftpdlib
+  php-cli python3-pyftpdlib openssl
   xvfb xauth xdotool imagemagick
 )
 

@@ -1,5 +1,7 @@
-// Unattended runs as a production script starts them: the built program with -a,
-// the dfu-util simulator, real gpg and signed packages; the exit code is the answer.
+// The built program as its users run it: unattended runs as a production script starts
+// them (-a, the exit code is the answer), and a technician who downloads the released
+// firmware from the reference server and flashes it, all by keyboard. The dfu-util
+// simulator, real gpg and signed packages; run in a network namespace of its own.
 #include "firmwarekit.h"
 #include "testsupport.h"
 
@@ -10,7 +12,7 @@ using TestSupport::FirmwareKit;
 using TestSupport::ProgramRun;
 using TestSupport::Sandbox;
 
-class TestAutomatic : public QObject
+class TestEndToEnd : public QObject
 {
     Q_OBJECT
     FirmwareKit kit;
@@ -103,6 +105,37 @@ private slots:
         }
     }
 
+    void downloadAndFlashByKeyboard()
+    {
+        Sandbox sandbox;
+        sandbox.writeConfig({{"mode", "user"}, {"language", "English"}});
+        sandbox.installProgram({"gpg", "dfu-util"});
+        TestSupport::UpdateServer server(QStringLiteral(MORVANTA_TEST_BUILD_DIR) + "/server/tree");
+        QVERIFY(server.isListening());
+        const QString downloads = sandbox.home() + "/Downloads";
+        QDir().mkpath(downloads);
+        QProcessEnvironment extra;
+        extra.insert("DFU_SIM_RECORD", sandbox.root() + "/calls.txt");
+        extra.insert("DFU_SIM_HASH_MS", "10");
+        ProgramRun run(sandbox, {}, QString(), extra);
+        const QString window = "Morvanta.03.20260616.0";
+        QVERIFY(TestSupport::answerBox("WELCOME"));
+        // Into the tabs, over to "Download from server", its "Search..." button.
+        QVERIFY(TestSupport::typeInto(window, "Tab ctrl+Tab ctrl+Tab Tab Tab space"));
+        QVERIFY(TestSupport::typeInto("QUESTION", "y"));
+        QVERIFY(TestSupport::typeInto("Select Directory for storing files", downloads, true));
+        QVERIFY(TestSupport::answerBox("INFO")); // "Download completed!"
+        QCOMPARE(QDir(downloads).entryList(QDir::Files),
+                 (QStringList{"Tessel_NINE_V1_2_4.OS.zip.gpg", "Tessel_NINE_V1_2_4.PR.zip.gpg"}));
+        // Back to "USB Cable", where the download waits checked and ready: "Update".
+        QVERIFY(TestSupport::typeInto(window, "Tab ctrl+Tab Tab Tab Tab space"));
+        QVERIFY(TestSupport::typeInto("QUESTION", "y"));
+        QVERIFY(TestSupport::answerBox("INFO", 60000)); // "Flashing completed"
+        QCOMPARE(QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/calls.txt")).count("-D\t"), 5);
+        QVERIFY(sandbox.log().contains("Download successful  \"" + downloads + "/Tessel_NINE_V1_2_4.PR.zip.gpg\""));
+        QVERIFY(sandbox.log().contains("Flashing completed \n"));
+    }
+
     void bootLoaderRunIsRefused()
     {
         Sandbox sandbox;
@@ -115,5 +148,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestAutomatic)
-#include "tst_automatic.moc"
+QTEST_GUILESS_MAIN(TestEndToEnd)
+#include "tst_endtoend.moc"

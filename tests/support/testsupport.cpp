@@ -1,6 +1,7 @@
 #include "testsupport.h"
 
 #include "app/log.h"
+#include "deployment.h"
 #include "platform/platform.h"
 
 #include <QApplication>
@@ -14,7 +15,9 @@
 #include <QPushButton>
 #include <QSettings>
 #include <QTest>
+#include <QTcpSocket>
 #include <QThread>
+#include <QUrl>
 
 #include <csignal>
 #include <unistd.h>
@@ -240,14 +243,23 @@ bool answerBox(const QString &title, int msecs)
     return true;
 }
 
-bool typeInto(const QString &title, const QString &keys, int msecs)
+bool typeInto(const QString &title, const QString &keys, bool asText, int msecs)
 {
     const QString id = waitForWindow(title, msecs);
     if (id.isEmpty())
         return false;
     xdotool({"windowfocus", "--sync", id});
     QThread::msleep(100);
-    xdotool({"key", keys});
+    if (asText) {
+        xdotool({"type", "--delay", "10", keys});
+        xdotool({"key", "Return"});
+    } else {
+        // One key at a time, each after the last has had its effect.
+        for (const QString &key : keys.split(' ', Qt::SkipEmptyParts)) {
+            xdotool({"key", key});
+            QThread::msleep(150);
+        }
+    }
     return true;
 }
 
@@ -344,6 +356,56 @@ QStringList SignalLog::of(const QString &signal) const
             found << event.mid(signal.size() + 1);
     }
     return found;
+}
+
+quint16 UpdateServer::port()
+{
+    return quint16(QUrl(QString::fromLatin1(Deployment::httpBaseUrl)).port(80));
+}
+
+UpdateServer::UpdateServer(const QString &tree)
+{
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert("MORVANTA_FIRMWARE_ROOT", tree);
+    env.insert("MORVANTA_ACCOUNTS", QStringLiteral(MORVANTA_TEST_BUILD_DIR) + "/server/accounts.ini");
+    start("php", {"-S", "127.0.0.1:" + QString::number(port()), QStringLiteral(MORVANTA_TEST_SOURCE_DIR) + "/server/router.php"},
+          env);
+}
+
+UpdateServer::UpdateServer(const QString &mode, const QByteArray &listAnswer, quint16 onPort,
+                           const QStringList &certificateAndKey)
+    : listeningPort(onPort)
+{
+    QFile body(scratch.path() + "/answer");
+    body.open(QIODevice::WriteOnly);
+    body.write(listAnswer);
+    body.close();
+    start("/usr/bin/python3",
+          QStringList{QStringLiteral(MORVANTA_TEST_SOURCE_DIR) + "/tests/support/testserver.py",
+                      QString::number(listeningPort ? listeningPort : port()), mode, body.fileName()} +
+              certificateAndKey,
+          QProcessEnvironment::systemEnvironment());
+}
+
+void UpdateServer::start(const QString &program, const QStringList &args, const QProcessEnvironment &env)
+{
+    process.setProcessEnvironment(env);
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.start(program, args);
+    QDeadlineTimer deadline(10000);
+    while (!listening && !deadline.hasExpired() && process.state() != QProcess::NotRunning) {
+        QTcpSocket probe;
+        probe.connectToHost("127.0.0.1", listeningPort ? listeningPort : port());
+        listening = probe.waitForConnected(200);
+        if (!listening)
+            QThread::msleep(50);
+    }
+}
+
+UpdateServer::~UpdateServer()
+{
+    process.kill();
+    process.waitForFinished();
 }
 
 } // namespace TestSupport

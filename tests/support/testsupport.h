@@ -3,6 +3,7 @@
 #include <QMap>
 #include <QMetaMethod>
 #include <QObject>
+#include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
@@ -96,8 +97,9 @@ QString waitForWindow(const QString &title, int msecs = 15000);
 // Presses Return in the window with this title (a box's default button).
 bool answerBox(const QString &title, int msecs = 15000);
 bool windowExists(const QString &title);
-// Types keys (xdotool names, e.g. "ctrl+g") into the window with this title.
-bool typeInto(const QString &title, const QString &keys, int msecs = 15000);
+// Types keys (xdotool names, e.g. "ctrl+g Tab"), or with asText a text and Return,
+// into the window with this title.
+bool typeInto(const QString &title, const QString &keys, bool asText = false, int msecs = 15000);
 
 // In-process: answers every modal box (with the next planned button, else its
 // default) and every file dialog (with fileToChoose, or cancels), and records them.
@@ -139,6 +141,29 @@ public:
 
 private:
     QList<QMetaMethod> watched;
+};
+
+// A server where the program looks for its update server. Tests that use one run in
+// a network namespace of their own (tests/in-own-network.sh), so its port is free.
+class UpdateServer
+{
+public:
+    // The reference server (server/router.php) over a firmware tree.
+    explicit UpdateServer(const QString &tree);
+    // The difficult one (tests/support/testserver.py) in one of its modes, on the
+    // update server's port or another, over HTTPS when given a certificate and key.
+    UpdateServer(const QString &mode, const QByteArray &listAnswer, quint16 port = 0,
+                 const QStringList &certificateAndKey = {});
+    ~UpdateServer();
+    bool isListening() const { return listening; }
+    static quint16 port();
+
+private:
+    void start(const QString &program, const QStringList &args, const QProcessEnvironment &env);
+    QProcess process;
+    QTemporaryDir scratch;
+    quint16 listeningPort = 0;
+    bool listening = false;
 };
 
 // Live (not yet reaped or zombie) processes whose command line holds this argument.

@@ -1,0 +1,478 @@
+// Downloads from the update server: the reference PHP server over a tree of our own,
+// and a difficult server for silent, broken and hostile answers. The program's
+// deployment names 127.0.0.1:8418; this test runs in a network namespace of its own.
+#include "app/log.h"
+#include "app/settings.h"
+#include "download/filedownloader.h"
+#include "download/httprequester.h"
+#include "download/serverlist.h"
+#include "ui/dialog.h"
+
+#include "firmwarekit.h"
+#include "testsupport.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QSslConfiguration>
+#include <QTabWidget>
+#include <QTest>
+#include <QTreeWidget>
+
+using TestSupport::ModalAnswerer;
+using TestSupport::SignalLog;
+using TestSupport::UpdateServer;
+
+namespace {
+const QString latest = "TesselNINE_Latest/Tessel_NINE_V1_2_4";
+QString question(const QString &what, const QString &version)
+{
+    return "Do you want to download " + what + " with version " + version +
+           "?\nPress 'Yes' to download or 'No' to cancel";
+}
+// Answers the expert list: OK on what it offers, Cancel, or Escape; records the offer.
+QStringList answerList(int answer)
+{
+    for (QWidget *w : QApplication::topLevelWidgets()) {
+        if (w->objectName() != "MySelectionList" || !w->isVisible())
+            continue;
+        QStringList offered;
+        auto *list = w->findChild<QTreeWidget *>("fileList");
+        for (int i = 0; i < list->topLevelItemCount(); ++i)
+            offered << list->topLevelItem(i)->text(0);
+        if (answer == 2)
+            QTest::keyClick(w, Qt::Key_Escape);
+        else
+            w->findChild<QPushButton *>(answer == 1 ? "buttonOK" : "buttonCancel")->click();
+        return offered;
+    }
+    return {};
+}
+} // namespace
+
+class TestDownload : public QObject
+{
+    Q_OBJECT
+    TestSupport::Sandbox sandbox;
+    TestSupport::FirmwareKit kit;
+    QString tree;
+    std::unique_ptr<Settings> settings;
+
+    void put(const QString &path, const QByteArray &content = "firmware")
+    {
+        QDir().mkpath(QFileInfo(tree + "/" + path).path());
+        QFile f(tree + "/" + path);
+        f.open(QIODevice::WriteOnly);
+        f.write(content);
+    }
+    QString store(const QString &name)
+    {
+        const QString folder = sandbox.root() + "/store-" + name;
+        QDir(folder).removeRecursively();
+        QDir().mkpath(folder);
+        return folder;
+    }
+    static QStringList filesIn(const QString &folder)
+    {
+        return QDir(folder).entryList(QDir::Files | QDir::Hidden);
+    }
+
+    struct Run {
+        std::unique_ptr<FileDownloader> downloader;
+        std::unique_ptr<SignalLog> log;
+        QString outcome; // "finished:<names>" or "aborted:<text>"
+    };
+    // Runs a download as the window does: on either abort signal the owner calls abortAll.
+    void download(Run &run, FileDownloader::FirmwareDownloadOption option, const QString &user,
+                  const QString &preset, int expertAnswer = -1, QStringList *offered = nullptr)
+    {
+        run.downloader = std::make_unique<FileDownloader>(nullptr, settings.get(), FileDownloader::Http, option,
+                                                          preset, user);
+        run.log = std::make_unique<SignalLog>(run.downloader.get());
+        FileDownloader *d = run.downloader.get();
+        connect(d, &FileDownloader::sigFinished, this,
+                [&run](const QStringList &files) { run.outcome = "finished:" + files.join('|'); });
+        connect(d, qOverload<>(&FileDownloader::sigAbortDownload), this, [&run, d] {
+            d->abortAll();
+            run.outcome = "aborted:";
+        });
+        connect(d, qOverload<QString>(&FileDownloader::sigAbortDownload), this, [&run, d](const QString &text) {
+            d->abortAll();
+            run.outcome = "aborted:" + text;
+        });
+        d->download(false);
+        QDeadlineTimer deadline(30000);
+        while (run.outcome.isEmpty() && !deadline.hasExpired()) {
+            QTest::qWait(50);
+            if (expertAnswer >= 0) {
+                const QStringList shown = answerList(expertAnswer);
+                if (!shown.isEmpty() && offered)
+                    *offered = shown;
+            }
+        }
+        QTest::qWait(50);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        TestSupport::useSandbox(sandbox);
+        settings = std::make_unique<Settings>(static_cast<QObject *>(nullptr));
+        tree = sandbox.root() + "/tree";
+        QDir().mkpath(tree + "/TesselNINE_Latest");
+        QCOMPARE(kit.makePackage(tree + "/TesselNINE_Latest", "Tessel_NINE_V1_2_4", 2, 1, 4000, true).size(), 2);
+        for (const char *name : {"Tessel_NINE_V1_2_5.OS.zip.gpg", "Tessel_NINE_V1_2_5.PR.zip.gpg",
+                                 "Tessel_NINE_V1_3_0.OS.zip.gpg", "Tessel_NINE_V1_3_0.PR.zip.gpg",
+                                 "Tessel_NINE_V1_3_2.OS.zip.gpg", "jdoe/Tessel_NINE_V1_3_1_D.OS.zip.gpg",
+                                 "jdoe/Tessel_NINE_V1_3_1_D.PR.zip.gpg"})
+            put("TesselNINE_Unstable/" + QLatin1String(name));
+        put("TesselNINE_Bootloader/Tessel_NINE_V2_0_1.BL.zip.gpg");
+        put("BRIO_MEL_Latest/BRIO_MEL_2_1.zkl");
+        put("BRIO_MEL_Unstable/BRIO_MEL_2_2.zkl");
+        put("BRIO_MEL_Unstable/BRIO_MEL_2_3.zkl");
+    }
+
+    void listAnswers_data()
+    {
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<bool>("brioMel");
+        QTest::addColumn<bool>("zip");
+        QTest::addColumn<QString>("names");
+        QTest::newRow("markup and Windows line ends")
+            << QByteArray("<a href=\"x\">Tessel_NINE_V1.OS.zip.gpg</a> (3 kB)\r\n<li>Tessel_NINE_V1.PR.zip.gpg\r\n")
+            << false << false << "Tessel_NINE_V1.OS.zip.gpg|Tessel_NINE_V1.PR.zip.gpg";
+        QTest::newRow("signed run passes plain zips by")
+            << QByteArray("Tessel_NINE_1.OS.zip\nTessel_NINE_1.OS.zip.gpg\n") << false << false << "Tessel_NINE_1.OS.zip.gpg";
+        QTest::newRow("zip run passes signed ones by")
+            << QByteArray("Tessel_NINE_1.OS.zip\nTessel_NINE_1.OS.zip.gpg\n") << false << true << "Tessel_NINE_1.OS.zip";
+        QTest::newRow("names that could be paths are skipped")
+            << QByteArray("Tessel_NINE/../x.OS.zip.gpg\nTessel_NINE_a\\b.OS.zip.gpg\nTessel_NINE..OS.zip.gpg\n"
+                          "/srv/Tessel_NINE_2.OS.zip.gpg\n")
+            << false << false << "Tessel_NINE_2.OS.zip.gpg";
+        QTest::newRow("a NUL ends the answer") << QByteArray("Tessel_NINE_1.OS.zip.gpg\n\0Tessel_NINE_2.OS.zip.gpg", 50)
+                                               << false << false << "Tessel_NINE_1.OS.zip.gpg";
+        QTest::newRow("prefix or extension alone") << QByteArray("Tessel_NINE_1.OS.zip.sig\nnotes.zip.gpg\n") << false
+                                                   << false << "";
+        QTest::newRow("Brio Mel") << QByteArray("BRIO_MEL_2_1.zkl\nTessel_NINE_1.OS.zip.gpg\n") << true << false
+                                  << "BRIO_MEL_2_1.zkl";
+    }
+
+    void listAnswers()
+    {
+        QFETCH(QByteArray, body);
+        QFETCH(bool, brioMel);
+        QFETCH(bool, zip);
+        QTEST(parseFileList(body, brioMel ? "BRIO_MEL" : "Tessel_NINE", zip).join('|'), "names");
+    }
+
+    void referenceServerAnswers_data()
+    {
+        QTest::addColumn<QString>("request"); // behind the base URL; DIGEST is the account's
+        QTest::addColumn<QString>("answer");
+        const QString account = "&User=zelko-devuser&PW=DIGEST";
+        QTest::newRow("a user's folder") << "getFileList.php?Folder=TesselNINE_Unstable/jdoe" + account
+                                         << "Tessel_NINE_V1_3_1_D.OS.zip.gpg\nTessel_NINE_V1_3_1_D.PR.zip.gpg\n";
+        QTest::newRow("wrong password") << "getFileList.php?Folder=TesselNINE_Latest&User=zelko-devuser&PW=0" << "";
+        QTest::newRow("unknown folder") << "getFileList.php?Folder=Firmware" + account << "";
+        QTest::newRow("folder climbing out") << "getFileList.php?Folder=TesselNINE_Unstable/.." + account << "";
+        QTest::newRow("a file") << "BRIO_MEL_Latest/BRIO_MEL_2_1.zkl" << "firmware";
+        QTest::newRow("a file climbing out") << "BRIO_MEL_Latest/..%2F..%2Fserver/accounts.ini" << "error";
+    }
+
+    void referenceServerAnswers()
+    {
+        QFETCH(QString, request);
+        UpdateServer server(tree);
+        QVERIFY(server.isListening());
+        request.replace("DIGEST", settings->getCredentialsQuery().section("PW=", 1));
+        HttpRequester http(settings.get(), nullptr);
+        QSignalSpy done(&http, &HttpRequester::sigCommandFinished);
+        http.get(QUrl("http://127.0.0.1:8418/softwareupdate/" + request));
+        QVERIFY(done.wait());
+        QTEST(done.first().first().toBool() ? QString("error") : QString::fromLatin1(http.getData()), "answer");
+    }
+
+    void downloads_data()
+    {
+        QTest::addColumn<int>("option");
+        QTest::addColumn<QString>("user");
+        QTest::addColumn<QStringList>("setup"); // files put into the tree (+) or taken out (-) for this row
+        QTest::addColumn<int>("expert");        // -1 no list, 1 OK on it, 0 Cancel, 2 Escape
+        QTest::addColumn<QString>("offered");
+        QTest::addColumn<QStringList>("boxes");
+        QTest::addColumn<QString>("outcome");
+        const QString pair = "Tessel_NINE_V1_2_4.OS.zip.gpg|Tessel_NINE_V1_2_4.PR.zip.gpg";
+        QTest::newRow("the released version") << 0 << "" << QStringList{} << -1 << ""
+                                              << QStringList{question("firmware files", "1_2_4")} << "finished:" + pair;
+        QTest::newRow("server on update")
+            << 0 << "" << QStringList{"+TesselNINE_Latest/Tessel_NINE_V1_2_5.OS.zip.gpg",
+                                      "+TesselNINE_Latest/Tessel_NINE_V1_2_5.PR.zip.gpg"}
+            << -1 << "" << QStringList{} << "aborted:Server is currently on update!\nTry again later!";
+        QTest::newRow("half a version") << 0 << "" << QStringList{"-" + latest + ".PR.zip.gpg"} << -1 << ""
+                                        << QStringList{} << "aborted:No versions are available\nto download!";
+        QTest::newRow("the boot loader") << 2 << "" << QStringList{} << -1 << ""
+                                         << QStringList{question("boot loader file", "2_0_1")}
+                                         << "finished:Tessel_NINE_V2_0_1.BL.zip.gpg";
+        QTest::newRow("Brio Mel") << 3 << "" << QStringList{} << -1 << ""
+                                  << QStringList{question("firmware file", "2_1")} << "finished:BRIO_MEL_2_1.zkl";
+        QTest::newRow("expert: pairs only, newest first")
+            << 1 << "" << QStringList{} << 1 << "Tessel_NINE_V1_3_0|Tessel_NINE_V1_2_5"
+            << QStringList{question("firmware files", "1_3_0")}
+            << "finished:Tessel_NINE_V1_3_0.OS.zip.gpg|Tessel_NINE_V1_3_0.PR.zip.gpg";
+        QTest::newRow("expert: a user's folder") << 1 << "jdoe" << QStringList{} << 1 << "Tessel_NINE_V1_3_1_D"
+                                                 << QStringList{question("firmware files", "1_3_1_D")}
+                                                 << "finished:Tessel_NINE_V1_3_1_D.OS.zip.gpg|Tessel_NINE_V1_3_1_D.PR.zip.gpg";
+        QTest::newRow("expert: list cancelled") << 4 << "" << QStringList{} << 0 << "BRIO_MEL_2_3|BRIO_MEL_2_2"
+                                                << QStringList{} << "aborted:";
+        QTest::newRow("expert: list left with Escape") << 1 << "" << QStringList{} << 2
+                                                       << "Tessel_NINE_V1_3_0|Tessel_NINE_V1_2_5" << QStringList{}
+                                                       << "aborted:";
+        QTest::newRow("expert: unknown user") << 1 << "nobody" << QStringList{} << -1 << ""
+                                              << QStringList{"No versions are available\nin expert mode!"} << "aborted:";
+    }
+
+    void downloads()
+    {
+        QFETCH(int, option);
+        QFETCH(QString, user);
+        QFETCH(QStringList, setup);
+        QFETCH(int, expert);
+        for (const QString &change : setup)
+            change.startsWith('+') ? put(change.mid(1)) : (void)QFile::rename(tree + "/" + change.mid(1), tree + "/x");
+        UpdateServer server(tree);
+        QVERIFY(server.isListening());
+        ModalAnswerer answerer;
+        answerer.plannedButtons = {QMessageBox::Yes};
+        const QString folder = store(QTest::currentDataTag());
+        Run run;
+        QStringList offered;
+        download(run, FileDownloader::FirmwareDownloadOption(option), user, folder, expert, &offered);
+        for (const QString &change : setup)
+            change.startsWith('+') ? (void)QFile::remove(tree + "/" + change.mid(1))
+                                   : (void)QFile::rename(tree + "/x", tree + "/" + change.mid(1));
+        QTEST(offered.join('|'), "offered");
+        QStringList boxes = answerer.texts;
+        for (const QString &message : run.log->of("sigMsgBox"))
+            boxes << message.section(',', 1);
+        QTEST(boxes, "boxes");
+        QFETCH(QString, outcome);
+        QCOMPARE(run.outcome, outcome.startsWith("finished:") ? "finished:" + folder + "/" +
+                                                                    outcome.mid(9).split('|').join("|" + folder + "/")
+                                                              : outcome);
+        // What arrived is exactly the server's, and nothing else lies in the folder.
+        const QStringList names = outcome.startsWith("finished:") ? outcome.mid(9).split('|') : QStringList{};
+        QCOMPARE(filesIn(folder), names);
+        for (const QString &name : names)
+            QVERIFY(!TestSupport::readFile(folder + "/" + name).isEmpty());
+        if (option == 0 && !names.isEmpty())
+            QCOMPARE(TestSupport::readFile(folder + "/" + names[0]), TestSupport::readFile(tree + "/" + latest + ".OS.zip.gpg"));
+    }
+
+    void filesAlreadyThere_data()
+    {
+        QTest::addColumn<QStringList>("existing");
+        QTest::addColumn<int>("answer");
+        QTest::addColumn<bool>("overwriteAsked");
+        QTest::addColumn<bool>("replaced");
+        QTest::newRow("both there, No") << QStringList{"OS", "PR"} << int(QMessageBox::No) << true << false;
+        QTest::newRow("both there, Yes") << QStringList{"OS", "PR"} << int(QMessageBox::Yes) << true << true;
+        QTest::newRow("one there: no question") << QStringList{"PR"} << int(QMessageBox::No) << false << true;
+    }
+
+    void filesAlreadyThere()
+    {
+        QFETCH(QStringList, existing);
+        QFETCH(int, answer);
+        QFETCH(bool, replaced);
+        UpdateServer server(tree);
+        const QString folder = store("existing");
+        for (const QString &kind : existing) {
+            QFile f(folder + "/Tessel_NINE_V1_2_4." + kind + ".zip.gpg");
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write("old");
+        }
+        ModalAnswerer answerer;
+        answerer.plannedButtons = {QMessageBox::Yes, answer};
+        Run run;
+        download(run, FileDownloader::TesselNINELatest, QString(), folder);
+        QTEST(answerer.texts.contains("Firmware files already\nexist in directory!\nDo you want to overwrite\nexisting files?"),
+              "overwriteAsked");
+        QCOMPARE(run.outcome.startsWith("finished:"), replaced);
+        for (const QString &kind : existing)
+            QCOMPARE(TestSupport::readFile(folder + "/Tessel_NINE_V1_2_4." + kind + ".zip.gpg") == "old", !replaced);
+        QCOMPARE(filesIn(folder).size(), replaced ? 2 : existing.size());
+    }
+
+    void folderDialogCancelled()
+    {
+        UpdateServer server(tree);
+        settings->setSearchPath("/earlier/choice");
+        ModalAnswerer answerer; // Yes to the question, then cancels the folder dialog
+        answerer.plannedButtons = {QMessageBox::Yes};
+        Run run;
+        download(run, FileDownloader::TesselNINELatest, QString(), QString());
+        QCOMPARE(answerer.fileDialogs, 1);
+        QCOMPARE(run.outcome, QString("aborted:"));
+        QCOMPARE(settings->getSearchPath(), QString("/earlier/choice"));
+    }
+
+    void difficultServers_data()
+    {
+        QTest::addColumn<QString>("mode"); // "" for no server at all
+        QTest::addColumn<QByteArray>("listAnswer");
+        QTest::addColumn<QString>("outcome");
+        const QByteArray pair = "Tessel_NINE_V9.OS.zip.gpg\nTessel_NINE_V9.PR.zip.gpg\n";
+        QTest::newRow("nobody listening") << "" << QByteArray() << "aborted:Connection refused";
+        QTest::newRow("HTTP error") << "status" << QByteArray() << "aborted:server replied: Internal Server Error";
+        QTest::newRow("several megabytes") << "answer" << QByteArray(8 << 20, 'x') + "\n" + pair
+                                           << "aborted:No versions are available\nto download!";
+        QTest::newRow("only names that are paths")
+            << "answer" << QByteArray("Tessel_NINE/../V9.OS.zip.gpg\nTessel_NINE\\V9.PR.zip.gpg\n")
+            << "aborted:No versions are available\nto download!";
+        QTest::newRow("file stalls midway") << "stall" << pair << "aborted:Network Timeout Error";
+        QTest::newRow("files arrive") << "answer" << pair << "finished:Tessel_NINE_V9.PR.zip.gpg";
+    }
+
+    void difficultServers()
+    {
+        QFETCH(QString, mode);
+        QFETCH(QByteArray, listAnswer);
+        QFETCH(QString, outcome);
+        std::optional<UpdateServer> server;
+        if (!mode.isEmpty())
+            QVERIFY(server.emplace(mode, listAnswer).isListening());
+        ModalAnswerer answerer;
+        answerer.plannedButtons = {QMessageBox::Yes};
+        const QString folder = store("difficult");
+        Run run;
+        download(run, FileDownloader::TesselNINELatest, QString(), folder);
+        QVERIFY2(run.outcome.startsWith(outcome.section(':', 0, 0)) && run.outcome.contains(outcome.section(':', 1)),
+                 qPrintable(run.outcome));
+        QCOMPARE(filesIn(folder).size(), outcome.startsWith("finished") ? 2 : 0);
+    }
+
+    void abortDuringTheTransfer()
+    {
+        UpdateServer server("stall", "Tessel_NINE_V9.OS.zip.gpg\nTessel_NINE_V9.PR.zip.gpg\n");
+        ModalAnswerer answerer;
+        answerer.plannedButtons = {QMessageBox::Yes};
+        const QString folder = store("abort");
+        Run run;
+        run.downloader = std::make_unique<FileDownloader>(nullptr, settings.get(), FileDownloader::Http,
+                                                          FileDownloader::TesselNINELatest, folder, QString());
+        SignalLog log(run.downloader.get());
+        run.downloader->download(false);
+        QTRY_VERIFY2(!log.of("sigProgress").isEmpty(), qPrintable(log.events.join(" / ")));
+        run.downloader->abortAll();
+        QTest::qWait(200);
+        QVERIFY(log.of("sigAbortDownload").isEmpty() && log.of("sigMsgBox").isEmpty());
+        QCOMPARE(filesIn(folder), QStringList{});
+    }
+
+    // Ten seconds of silence end a request; a slow answer that keeps coming does not.
+    void silenceNotLength()
+    {
+        UpdateServer server("trickle", "Tessel_NINE_V9.OS.zip.gpg\n");
+        Run run;
+        QElapsedTimer clock;
+        clock.start();
+        download(run, FileDownloader::TesselNINELatest, QString(), store("trickle"));
+        QCOMPARE(run.outcome, QString("aborted:Network Timeout Error"));
+        QVERIFY2(clock.elapsed() > 20000, qPrintable(QString::number(clock.elapsed())));
+        QVERIFY(run.log->has("sigSearchLabelText:Try to connect to Zelko Update Server (HTTP)...."));
+        QVERIFY(QString::fromLocal8Bit(TestSupport::readFile(Log::filePath())).contains("loop timeout"));
+    }
+
+    // An https server is checked against the system's certificates; a redirect never
+    // leads from https to plain http.
+    void httpsAndRedirects()
+    {
+        const QString cert = sandbox.root() + "/cert.pem", key = sandbox.root() + "/key.pem";
+        QCOMPARE(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1", "-subj",
+                                               "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
+                                               key, "-out", cert}),
+                 0);
+        UpdateServer secure("answer", "Tessel_NINE_V9.OS.zip.gpg\n", 8443, {cert, key});
+        UpdateServer plain("answer", "plain text\n", 8080);
+        UpdateServer downgrade("redirect", "http://127.0.0.1:8080/softwareupdate/getFileList.php", 8444, {cert, key});
+        QVERIFY(secure.isListening() && plain.isListening() && downgrade.isListening());
+        const auto fetch = [this](const QString &url) {
+            HttpRequester http(settings.get(), nullptr);
+            QSignalSpy done(&http, &HttpRequester::sigCommandFinished);
+            http.get(QUrl(url));
+            done.wait();
+            return done.value(0).value(0).toBool() ? "error:" + done.value(0).value(1).toString()
+                                                   : QString::fromLatin1(http.getData());
+        };
+        const QString list = "https://127.0.0.1:8443/softwareupdate/getFileList.php";
+        QVERIFY2(fetch(list).startsWith("error:SSL handshake failed"), qPrintable(fetch(list)));
+        // Once the certificate is one the system trusts, the same server answers.
+        QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
+        trusting.addCaCertificates(cert);
+        QSslConfiguration::setDefaultConfiguration(trusting);
+        QCOMPARE(fetch(list), QString("Tessel_NINE_V9.OS.zip.gpg\n"));
+        QVERIFY2(fetch("https://127.0.0.1:8444/softwareupdate/getFileList.php").startsWith("error:Insecure redirect"),
+                 qPrintable(fetch("https://127.0.0.1:8444/softwareupdate/getFileList.php")));
+    }
+
+    // The window, from "Download from server" to a firmware that is ready to flash.
+    void downloadThenFlashFromTheWindow()
+    {
+        UpdateServer server(tree);
+        const QString folder = store("window");
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.show();
+        dialog.findChild<QTabWidget *>("tab_tessel_nine_options")->setCurrentIndex(2);
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        answerer.fileToChoose = folder;
+        dialog.findChild<QPushButton *>("nsearchButton_tessel_nine")->click();
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.texts.size(), 2, 20000);
+        QCOMPARE(answerer.texts, (QStringList{question("firmware files", "1_2_4"), "Download completed!"}));
+        QCOMPARE(filesIn(folder), (QStringList{"Tessel_NINE_V1_2_4.OS.zip.gpg", "Tessel_NINE_V1_2_4.PR.zip.gpg"}));
+        QCOMPARE(dialog.findChild<QPushButton *>("nsearchButton_tessel_nine")->text(), QString("Search..."));
+        QCOMPARE(dialog.findChild<QLabel *>("localStatus_tessel_nine")->text(), QString("Files found"));
+        QCOMPARE(dialog.findChild<QLabel *>("statusLabel")->text(), QString("Current version   Tessel_NINE.1_2_3"));
+
+        auto *update = dialog.findChild<QPushButton *>("lupdateButton_tessel_nine");
+        QVERIFY(update->isEnabled());
+        dialog.findChild<QTabWidget *>("tab_tessel_nine_options")->setCurrentIndex(0);
+        answerer.plannedButtons = {QMessageBox::Yes};
+        update->click();
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.texts.size(), 4, 60000);
+        QCOMPARE(answerer.texts.last(), QString("Flashing completed\nPlease perform Tessel restart!"));
+    }
+
+    void abortFromTheWindow()
+    {
+        UpdateServer server("stall", "Tessel_NINE_V9.OS.zip.gpg\nTessel_NINE_V9.PR.zip.gpg\n");
+        const QString folder = store("window-abort");
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), true, nullptr);
+        dialog.show();
+        dialog.findChild<QTabWidget *>("tab_tessel_nine_options")
+            ->setCurrentWidget(dialog.findChild<QWidget *>("tab_tessel_nine_download"));
+        auto *button = dialog.findChild<QPushButton *>("nsearchButton_tessel_nine");
+        answerer.plannedButtons = {QMessageBox::Yes};
+        answerer.fileToChoose = folder;
+        button->click();
+        QTRY_COMPARE(button->text(), QString("Abort"));
+        QVERIFY(!dialog.findChild<QTabWidget *>("tab_tessel_nine_options")->isTabEnabled(0)); // the other page
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        button->click();
+        QCOMPARE(answerer.texts, QStringList{"Do you really want\nto abort download?"});
+        QCOMPARE(button->text(), QString("Search..."));
+        QVERIFY(dialog.findChild<QTabWidget *>("tab_tessel_nine_options")->isTabEnabled(0));
+        QTest::qWait(300);
+        QCOMPARE(filesIn(folder), QStringList{});
+        QCOMPARE(answerer.texts.size(), 1);
+    }
+};
+
+QTEST_MAIN(TestDownload)
+#include "tst_download.moc"
