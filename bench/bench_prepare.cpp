@@ -4,22 +4,14 @@
 #include "app/settings.h"
 #include "flash/dfuthread.h"
 
+#include "peakmemory.h"
+
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTimer>
 
 #include <cstdio>
-
-static long peakKiB()
-{
-    QFile status("/proc/self/status");
-    status.open(QIODevice::ReadOnly);
-    for (const QByteArray &line : status.readAll().split('\n'))
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').first().toLong();
-    return -1;
-}
 
 int main(int argc, char **argv)
 {

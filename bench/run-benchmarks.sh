@@ -1,9 +1,12 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks; prints figures, asserts nothing.
-#   bench/run-benchmarks.sh [BUILD_DIR]
+#   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]   sections: prepare parser download
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
+shift || true
+sections=${*:-prepare parser download}
+want() { [[ " $sections " == *" $1 "* ]]; }
 command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
 cmake --build "$build" -j2 --target benchmarks >/dev/null
 bin=$build/bin
@@ -13,6 +16,7 @@ trap 'rm -rf "$work"' EXIT
 export HOME=$work/home TMPDIR=$work/tmp DFU_SIM_HASH_MS=0
 mkdir -p "$HOME" "$TMPDIR"
 
+if want prepare; then
 echo "== package of 100 .sys files of 2 MiB (about 200 MB), signed"
 bash tools/make-firmware-kit.sh "$build/devkey" "$work/fw" Tessel_NINE_V9_9_9 50 50 2097152 >/dev/null
 os=$work/fw/Tessel_NINE_V9_9_9.OS.zip.gpg
@@ -41,6 +45,34 @@ for i in 1 2 3; do
     echo "  pipeline wall: $(( ($(date +%s%N) - start) / 1000000 )) ms"
 done
 gpgconf --homedir "$gh" --kill all >/dev/null 2>&1 || true
+fi
 
+if want parser; then
 echo "== dfu-util output parser"
 "$bin/bench_dfuparser" | sed 's/^/  /'
+fi
+
+if want download; then
+# The reference server on a free loopback port, in front of a tree of big files.
+port=$(/usr/bin/python3 -c 'import socket; s=socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+mkdir -p "$work/tree/TesselNINE_Latest"
+head -c 200000000 /dev/urandom > "$work/tree/TesselNINE_Latest/big.bin"
+truncate -s 1000000000 "$work/tree/TesselNINE_Latest/huge.bin"
+MORVANTA_FIRMWARE_ROOT=$work/tree php -S "127.0.0.1:$port" server/router.php >/dev/null 2>&1 &
+server=$!
+sleep 1
+url=http://127.0.0.1:$port/softwareupdate/TesselNINE_Latest
+echo "== HTTP download of 200 MB over loopback from the reference server"
+for i in 1 2 3; do
+    /usr/bin/time -o "$work/time" -f "  whole process: %e s wall, max RSS %M KiB" \
+        "$bin/bench_download" "$url/big.bin" "$work/got.bin" | sed 's/^/  /'
+    cat "$work/time"
+    cmp -s "$work/got.bin" "$work/tree/TesselNINE_Latest/big.bin" || echo "  DIFFERENT FILE"
+    /usr/bin/time -o "$work/time" -f "  curl: %e s wall, max RSS %M KiB" curl -s -o "$work/curl.bin" "$url/big.bin"
+    cat "$work/time"
+done
+echo "== HTTP download of 1 GB: the program's peak memory"
+"$bin/bench_download" "$url/huge.bin" "$work/got.bin" | sed 's/^/  /'
+rm -f "$work/got.bin" "$work/curl.bin"
+kill $server
+fi
