@@ -1,35 +1,49 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, makes signed sample firmware, and starts Morvanta
-# beside the simulated device tools. The demo keeps its own home folder
-# (build/demo-home), so a real configuration is never touched.
-#   With a display: the window; pick the sample firmware with "Search..." and press "Update".
-#   Without one:    an unattended flash of the sample firmware under Xvfb, with its exit code.
+# Installs what is missing, builds, and starts Morvanta beside the simulated device tools
+# and the reference update server (stopped again when the program ends). The demo keeps
+# its own home folder (build/demo-home), so a real configuration is never touched.
+#   With a display: the window, in user mode ("--internal" for internal mode).
+#   Without one:    an unattended flash of the released firmware under Xvfb, with its exit code.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j2
 
-sample=$PWD/build/sample-firmware
-[ -f "$sample/Tessel_NINE_V1_2_4.OS.zip.gpg" ] ||
-    bash tools/make-firmware-kit.sh build/devkey "$sample" Tessel_NINE_V1_2_4 3 2 262144 >/dev/null
+mode=user
+[ "${1:-}" = "--internal" ] && { mode=internal; shift; }
+
+# The reference update server, where this build's deployment looks for it.
+base=$(sed -n 's/^MORVANTA_HTTP_BASE_URL:STRING=//p' build/CMakeCache.txt)
+hostport=$(echo "$base" | sed -E 's#^[a-z]+://([^/]+).*#\1#')
+if (exec 3<>"/dev/tcp/${hostport%:*}/${hostport#*:}") 2>/dev/null; then
+    echo "Something already listens on $hostport; stop it and start the demo again." >&2
+    exit 1
+fi
+MORVANTA_FIRMWARE_ROOT=$PWD/build/server/tree MORVANTA_ACCOUNTS=$PWD/build/server/accounts.ini \
+    php -S "$hostport" server/router.php >build/demo-server.log 2>&1 &
+server=$!
+trap 'kill $server 2>/dev/null || true' EXIT
+echo "Reference update server on $base (firmware: build/server/tree)"
 
 export HOME=$PWD/build/demo-home
-mkdir -p "$HOME"
+mkdir -p "$HOME/Downloads"
 # The simulated Tessel NINE runs firmware 1.2.3 and takes a few seconds per file.
 export DFU_SIM_NAME=${DFU_SIM_NAME:-V1_2_3} DFU_SIM_HASH_MS=${DFU_SIM_HASH_MS:-2500}
 
 if [ -n "${DISPLAY:-}" ]; then
-    [ -f "$HOME/Morvanta_config.ini" ] ||
-        printf '[General]\nmode=user\nsearchPath=%s\n' "$sample/Tessel_NINE_V1_2_4.OS.zip.gpg" > "$HOME/Morvanta_config.ini"
-    echo "Sample firmware: $sample"
-    exec build/bin/morvanta "$@"
+    printf '[General]\nmode=%s\n' "$mode" > "$HOME/Morvanta_config.ini"
+    echo "Press \"Search...\" on \"Download from server\", pick a folder (e.g. $HOME/Downloads),"
+    echo "then \"Update\" on \"USB Cable\" flashes it on the simulated device."
+    build/bin/morvanta "$@" || code=$?
+    exit "${code:-0}"
 fi
 
-echo "No display: flashing $sample unattended under Xvfb (the Info box is closed by the exit)."
+released=$PWD/build/server/tree/TesselNINE_Latest
+echo "No display: flashing the released firmware ($released) unattended under Xvfb."
 printf '[General]\nmode=internal\n' > "$HOME/Morvanta_config.ini"
 set +e
-xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" build/bin/morvanta -a -p "$sample"
+xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" build/bin/morvanta -a -p "$released"
 code=$?
 set -e
 echo "Morvanta ended with exit code $code. Log:"
