@@ -6,9 +6,6 @@
 #include "app/settings.h"
 #include "app/toolrun.h"
 #include "firmware/firmwarenames.h"
-#include "firmware/gpgrun.h"
-#include "firmware/hashing.h"
-#include "firmware/zipextract.h"
 
 #include <QDir>
 #include <QFile>
@@ -22,14 +19,18 @@
 DFUThread::DFUThread(Settings *settings, int flashMode, const QStringList &firmwareFiles, int bootLoaderRev,
                      bool skipGpg, bool bootLoaderOnly, QObject *parent)
     : QThread(parent), flashMode(flashMode), bootLoaderRev(bootLoaderRev), skipGpg(skipGpg),
-      bootLoaderOnly(bootLoaderOnly), gpgAvailable(settings->isGpgAvailable()), firmwareFiles(firmwareFiles)
+      bootLoaderOnly(bootLoaderOnly), gpgAvailable(settings->isGpgAvailable()),
+      // Paths are taken here, on the GUI thread, so the worker never reads the settings object.
+      preparation("DFUThread", settings,
+                  {[this](const QString &text) { emit updateStatus(text); },
+                   [this](ErrorTexts::errorLevel level, const QString &text) {
+                       emit msgboxErrorSignal(level, text);
+                   }},
+                  finishedByUser),
+      tempPath(preparation.tempPath()), firmwareFiles(firmwareFiles)
 {
     qRegisterMetaType<ErrorTexts::errorLevel>("ErrorTexts::errorLevel");
-    // Taken here, on the GUI thread, so the worker never reads the settings object.
-    tempPath = QFileInfo(settings->getExtractFolder()).path();
-    gpgFolder = settings->getGpgFolder();
     dfuPath = settings->getDfuUtilPath();
-    gpgPath = settings->getGpgPath();
     qDebug() << "****Start Update**********************************************************************\n";
 }
 
@@ -61,8 +62,11 @@ void DFUThread::run()
         dfuProcess = nullptr;
     });
 
-    if (!hashFirmware() || !(gpgAvailable && !skipGpg ? decryptFirmware() : copyFirmware()) ||
-        !extractFirmware() || !buildSysLists() || !calcTotalFileSize()) {
+    if (!preparation.hash(firmwareFiles) ||
+        !(gpgAvailable && !skipGpg ? preparation.decrypt(firmwareFiles, gpg, gpgRunning)
+                                   : preparation.copy(firmwareFiles)) ||
+        !preparation.unpack(firmwareFiles, tr("Error in firmware extraction"), [this] { pause(1); }) ||
+        !buildSysLists() || !calcTotalFileSize()) {
         failFlash();
         return;
     }
@@ -165,182 +169,10 @@ void DFUThread::sendExternalProcessesFinished()
 
 // ---- Package preparation ----
 
-QString DFUThread::stagePath(const QString &stage) const
-{
-    return QDir::toNativeSeparators(tempPath + QLatin1Char('/') + Settings::getExtractFolderName() +
-                                    QLatin1Char('/') + stage);
-}
-
-void DFUThread::showError(const QString &text)
-{
-    // After the user's abort the run ends quietly.
-    if (!finishedByUser)
-        emit msgboxErrorSignal(ErrorTexts::Error, text);
-}
-
-void DFUThread::reportFailure(const QString &text)
-{
-    qWarning() << quoted(text);
-    emit updateStatus(text);
-    showError(text);
-}
-
-bool DFUThread::hashFirmware()
-{
-    emit updateStatus(tr("Calculate MD5 Hashes"));
-    if (calculateHashes(firmwareFiles))
-        return true;
-    const QString text = tr("Error calculating MD5 Hash");
-    qWarning() << quoted(text);
-    showError(text);
-    emit updateStatus(text);
-    return false;
-}
-
-bool DFUThread::decryptFirmware()
-{
-    emit updateStatus(tr("Extracting firmware"));
-    const QStringList selected = firmwareFiles;
-    firmwareFiles = decryptedFileList(tempPath, selected);
-    for (int i = 0; i < selected.size(); ++i) {
-        const QString input = QDir::toNativeSeparators(selected.at(i));
-        if (!QFileInfo::exists(input)) {
-            fileOpenError(input);
-            return false;
-        }
-        const QStringList arguments = gpgArguments(gpgFolder, tempPath, Settings::getExtractFolderName(),
-                                                   QFileInfo(firmwareFiles.at(i)).fileName(), input);
-        gpgRunning = true;
-        const GpgOutcome outcome = runGpg(*gpgProcess, gpgPath, arguments, finishedByUser);
-        gpgRunning = false;
-        switch (outcome) {
-        case GpgOutcome::Done:
-            break;
-        case GpgOutcome::StartFailed:
-            gpgStartError();
-            return false;
-        case GpgOutcome::OpenFailed:
-            gpgOpenFailed();
-            return false;
-        case GpgOutcome::BadSignature:
-            signatureError();
-            return false;
-        }
-    }
-    return true;
-}
-
-static QString corruptedFilesText()
-{
-    return DFUThread::tr("\n\nThe selected firmware files are corrupted or\nthis version of %1 does not match "
-                         "with these files.\nTry again and be sure that\nthe latest version of this software is "
-                         "installed")
-        .arg(QStringLiteral("Morvanta"));
-}
-
-void DFUThread::fileOpenError(const QString &path)
-{
-    if (finishedByUser)
-        return;
-    const QString text = tr("File can't be opened");
-    qWarning() << quoted(text);
-    emit updateStatus(text);
-    showError(text + tr("\n\nThe selected firmware file\n%1\ncan't be opened").arg(path));
-}
-
-void DFUThread::gpgOpenFailed()
-{
-    if (finishedByUser)
-        return;
-    const QString text = tr("Unable to open gpg file");
-    qWarning() << quoted(text);
-    emit updateStatus(text);
-    showError(text + corruptedFilesText());
-}
-
-void DFUThread::signatureError()
-{
-    if (finishedByUser)
-        return;
-    const QString text = tr("Invalid digital signature");
-    qWarning() << quoted(text);
-    emit updateStatus(text);
-    showError(text + corruptedFilesText());
-}
-
-void DFUThread::gpgStartError()
-{
-    const QString text = tr("Error starting GPG, restart again");
-    qWarning() << quoted(text);
-    showError(text);
-    emit updateStatus(text);
-}
-
-bool DFUThread::copyFirmware()
-{
-    emit updateStatus(tr("Extracting firmware"));
-    const QStringList selected = firmwareFiles;
-    firmwareFiles.clear();
-    for (const QString &path : selected) {
-        const QString target = QFileInfo(tempPath + QLatin1Char('/') + Settings::getExtractFolderName() +
-                                         QLatin1Char('/') + QFileInfo(path).fileName())
-                                   .absoluteFilePath();
-        const QString source = QFileInfo(path).absoluteFilePath();
-        if (QFileInfo::exists(target)) {
-            qDebug() << quoted(QLatin1String("File ") + target + QLatin1String(" already exists - No copying"));
-        } else {
-            qDebug() << quoted(QLatin1String("Copy file ") + source + QLatin1String(" to ") + target);
-            if (!QFile::copy(source, target)) {
-                const QString text = tr("Failed to copy file %1").arg(source);
-                qWarning() << quoted(text);
-                emit updateStatus(text);
-                showError(tr("Failed to copy file\n%1\nto\n%2").arg(source, target));
-                return false;
-            }
-        }
-        firmwareFiles << target;
-    }
-    qDebug() << quoted(firmwareFiles);
-    return true;
-}
-
-void DFUThread::extractError()
-{
-    reportFailure(tr("Error in firmware extraction"));
-}
-
-bool DFUThread::extractFirmware()
-{
-    emit updateStatus(tr("Extracting firmware"));
-    if (firmwareFiles.isEmpty()) {
-        extractError();
-        return false;
-    }
-    const QString target = tempPath + QLatin1Char('/') + Settings::getExtractFolderName() + QLatin1Char('/');
-    for (const QString &archive : firmwareFiles) {
-        if (finishedByUser || !unzipFile(archive, target)) {
-            extractError();
-            return false;
-        }
-        pause(1);
-    }
-    return true;
-}
-
-void DFUThread::noFirmwareError()
-{
-    reportFailure(tr("Package contains no firmware files"));
-}
-
 bool DFUThread::fillStageList(const QString &stage, QStringList &list)
 {
-    QDir folder(stagePath(stage));
-    folder.setNameFilters({QStringLiteral("*.sys")});
-    list = folder.exists() ? folder.entryList() : QStringList();
-    if (list.isEmpty()) {
-        noFirmwareError();
+    if (!preparation.stageList(stage, list))
         return false;
-    }
     filesTotal += qint32(list.size());
     return true;
 }
@@ -362,7 +194,7 @@ bool DFUThread::buildSysLists()
 bool DFUThread::sumStage(const QString &stage, const QStringList &list, qint64 &total)
 {
     for (const QString &name : list) {
-        const QString path = QDir::toNativeSeparators(stagePath(stage) + QLatin1Char('/') + name);
+        const QString path = QDir::toNativeSeparators(preparation.stagePath(stage) + QLatin1Char('/') + name);
         const qint64 size = QFileInfo(path).size();
         qDebug() << "Size of file " << quoted(path) << ": " << size << "Byte";
         if (size == 0)
@@ -383,12 +215,12 @@ bool DFUThread::calcTotalFileSize()
     if (ok && (flashMode == 0 || !bootLoaderOnly))
         ok = sumStage(FirmwareNames::stageOs, osFiles, total) && sumStage(FirmwareNames::stagePr, prFiles, total);
     if (!ok) {
-        reportFailure(tr("Packages contain zero sized files"));
+        preparation.fail(tr("Packages contain zero sized files"));
         return false;
     }
     // Sizes and progress are 32-bit throughout.
     if (total > std::numeric_limits<qint32>::max()) {
-        reportFailure(tr("Package is too large to flash"));
+        preparation.fail(tr("Package is too large to flash"));
         return false;
     }
     counters.totalFileSize = qint32(total);
@@ -430,7 +262,7 @@ bool DFUThread::transferFile(const QString &label, const QString &ext, const QSt
 
 void DFUThread::prepareCurrentFile(const QString &ext, const QString &file)
 {
-    const QString path = QDir::toNativeSeparators(stagePath(ext) + QLatin1Char('/') + file);
+    const QString path = QDir::toNativeSeparators(preparation.stagePath(ext) + QLatin1Char('/') + file);
     counters.currentFileSize = qint32(QFileInfo(path).size());
     qDebug() << "Size of currentFile " << quoted(path) << ": " << counters.currentFileSize << "Byte\n";
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/errortexts.h"
+#include "packagepreparation.h"
 #include "transferprogress.h"
 
 #include <QElapsedTimer>
@@ -51,23 +52,11 @@ protected:
     void run() override;
 
 private:
-    // Package preparation
-    bool hashFirmware();
-    bool decryptFirmware();
-    bool copyFirmware();
-    bool extractFirmware();
+    // Package preparation, shared with the USB stick writer
     bool buildSysLists();
-    bool calcTotalFileSize();
     bool fillStageList(const QString &stage, QStringList &list);
+    bool calcTotalFileSize();
     bool sumStage(const QString &stage, const QStringList &list, qint64 &total);
-    void reportFailure(const QString &text);
-    void fileOpenError(const QString &path);
-    void gpgOpenFailed();
-    void signatureError();
-    void gpgStartError();
-    void extractError();
-    void noFirmwareError();
-    void showError(const QString &text);
 
     // Transfers
     bool flashFiles(const QString &label, const QString &ext, const QStringList &files);
@@ -85,8 +74,6 @@ private:
     void finishFlash();
     void failFlash();
     void failFlashAborted();
-
-    QString stagePath(const QString &stage) const;
 
     // Valid during run() only, on the worker thread.
     QProcess *dfuProcess = nullptr;
@@ -107,12 +94,11 @@ private:
     std::atomic<bool> externalFinishedSent{false};
 
     // The worker's own.
+    PackagePreparation preparation;
     bool flashOk = true;
     bool sawOutput = false;
     QString tempPath;
-    QString gpgFolder;
     QString dfuPath;
-    QString gpgPath;
     QStringList firmwareFiles;
     QStringList osFiles;
     QStringList prFiles;
