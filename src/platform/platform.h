@@ -2,6 +2,7 @@
 
 #include <QProcessEnvironment>
 #include <QString>
+#include <QStringList>
 
 namespace Platform {
 
@@ -35,9 +36,16 @@ bool removeTree(const QString &path);
 // texts it looks for do not depend on the user's language.
 QProcessEnvironment toolEnvironment();
 
-// Writes a file's data and its folder's entry through to the device.
-bool syncFile(const QString &path);
+// Writes a file's data through to its device and drops the cached copy, so that the
+// next read comes from the device itself.
+bool flushToDevice(const QString &path);
+// Writes a folder's entries through to its device.
 bool syncFolder(const QString &path);
+
+// Mounted file systems on removable or USB block devices, by mount path.
+QStringList removableDrives();
+// Whether a block device (such as "/dev/sdb1") is removable or on USB, by sysfs.
+bool isRemovableDevice(const QString &device, const QString &sysfsRoot = QStringLiteral("/sys"));
 
 } // namespace Platform
 

@@ -5,6 +5,8 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QStorageInfo>
 #include <QtDebug>
 
 #include <cerrno>
@@ -168,23 +170,53 @@ QProcessEnvironment Platform::toolEnvironment()
     return env;
 }
 
-static bool syncPath(const QString &path, int flags)
+bool Platform::flushToDevice(const QString &path)
 {
-    const int fd = open(QFile::encodeName(path).constData(), flags | O_CLOEXEC);
+    const int fd = open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+        return false;
+    bool ok = fsync(fd) == 0;
+    // Clean pages only: after the fsync every page is clean, and all of them go.
+    ok = posix_fadvise(fd, 0, 0, POSIX_FADV_DONTNEED) == 0 && ok;
+    return close(fd) == 0 && ok;
+}
+
+bool Platform::syncFolder(const QString &path)
+{
+    const int fd = open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0)
         return false;
     const bool ok = fsync(fd) == 0;
     return close(fd) == 0 && ok;
 }
 
-bool Platform::syncFile(const QString &path)
+bool Platform::isRemovableDevice(const QString &device, const QString &sysfsRoot)
 {
-    return syncPath(path, O_RDONLY | O_NOFOLLOW);
+    // /dev/disk/by-... and /dev/mapper/... are links to the kernel's name.
+    const QString resolved = QFileInfo(device).canonicalFilePath();
+    const QString name = QFileInfo(resolved.isEmpty() ? device : resolved).fileName();
+    const QString block = QFileInfo(sysfsRoot + QLatin1String("/class/block/") + name).canonicalFilePath();
+    if (name.isEmpty() || block.isEmpty())
+        return false;
+    if (block.contains(QLatin1String("/usb")))
+        return true;
+    // A partition has no flag of its own: its disk, the folder above, has.
+    QFile flag(block + QLatin1String("/removable"));
+    if (!flag.exists())
+        flag.setFileName(QFileInfo(block).path() + QLatin1String("/removable"));
+    return flag.open(QIODevice::ReadOnly) && flag.readAll().trimmed() == "1";
 }
 
-bool Platform::syncFolder(const QString &path)
+QStringList Platform::removableDrives()
 {
-    return syncPath(path, O_RDONLY | O_DIRECTORY);
+    QStringList drives;
+    for (const QStorageInfo &volume : QStorageInfo::mountedVolumes()) {
+        const QString device = QString::fromLocal8Bit(volume.device());
+        if (volume.isValid() && volume.isReady() && device.startsWith(QLatin1String("/dev/")) &&
+            isRemovableDevice(device))
+            drives << volume.rootPath();
+    }
+    return drives;
 }
 
 void setHiddenAttribute(const QString &)
