@@ -471,6 +471,28 @@ Später neu starten, um die Änderung zu übernehmen.</translation>
         <source>Download completed!</source>
         <translation>Download abgeschlossen!</translation>
     </message>
+    <message>
+        <source>No USB mass storage detected!
+Please insert a USB Stick where the firmware can be extracted to.</source>
+        <translation>Kein USB-Speicher gefunden!
+Bitte einen USB-Stick einstecken, auf den die Firmware geschrieben werden kann.</translation>
+    </message>
+    <message>
+        <source>Please select destination USB drive</source>
+        <translation>Bitte das USB-Ziellaufwerk auswählen</translation>
+    </message>
+    <message>
+        <source>USB drives</source>
+        <translation>USB-Laufwerke</translation>
+    </message>
+    <message>
+        <source>Unable to remove destination directory!</source>
+        <translation>Zielverzeichnis kann nicht entfernt werden!</translation>
+    </message>
+    <message>
+        <source>Unable to create destination directory!</source>
+        <translation>Zielverzeichnis kann nicht angelegt werden!</translation>
+    </message>
 </context>
 <context>
     <name>DialogQuestions</name>
@@ -778,6 +800,113 @@ keine Versionen verfügbar!</translation>
     <message>
         <source>Failed to open resource</source>
         <translation>Ressource kann nicht geöffnet werden</translation>
+    </message>
+</context>
+<context>
+    <name>USBWriteThread</name>
+    <message>
+        <source>Calculate MD5 Hashes</source>
+        <translation>MD5-Prüfsummen werden berechnet</translation>
+    </message>
+    <message>
+        <source>Error calculating MD5 Hash</source>
+        <translation>Fehler beim Berechnen der MD5-Prüfsumme</translation>
+    </message>
+    <message>
+        <source>Extracting firmware</source>
+        <translation>Firmware wird entpackt</translation>
+    </message>
+    <message>
+        <source>File can&apos;t be opened</source>
+        <translation>Datei kann nicht geöffnet werden</translation>
+    </message>
+    <message>
+        <source>
+
+The selected firmware file
+%1
+can&apos;t be opened</source>
+        <translation>
+
+Die ausgewählte Firmware-Datei
+%1
+kann nicht geöffnet werden</translation>
+    </message>
+    <message>
+        <source>Unable to open gpg file</source>
+        <translation>Gpg-Datei kann nicht geöffnet werden</translation>
+    </message>
+    <message>
+        <source>Invalid digital signature</source>
+        <translation>Ungültige digitale Signatur</translation>
+    </message>
+    <message>
+        <source>
+
+The selected firmware files are corrupted or
+this version of %1 does not match with these files.
+Try again and be sure that
+the latest version of this software is installed</source>
+        <translation>
+
+Die ausgewählten Firmware-Dateien sind beschädigt oder
+diese Version von %1 passt nicht zu diesen Dateien.
+Versuchen Sie es erneut und stellen Sie sicher,
+dass die neueste Version dieser Software installiert ist</translation>
+    </message>
+    <message>
+        <source>Error starting GPG, restart again</source>
+        <translation>Fehler beim Starten von GPG, bitte neu starten</translation>
+    </message>
+    <message>
+        <source>Failed to copy file %1</source>
+        <translation>Fehler beim Kopieren von %1</translation>
+    </message>
+    <message>
+        <source>Failed to copy file
+%1
+to
+%2</source>
+        <translation>Fehler beim Kopieren von
+%1
+nach
+%2</translation>
+    </message>
+    <message>
+        <source>Package contains no firmware files</source>
+        <translation>Paket enthält keine Firmware-Dateien</translation>
+    </message>
+    <message>
+        <source>Writing firmware files</source>
+        <translation>Firmware-Dateien werden geschrieben</translation>
+    </message>
+    <message>
+        <source>Error in writing firmware files to USB</source>
+        <translation>Fehler beim Schreiben der Firmware-Dateien auf USB</translation>
+    </message>
+    <message>
+        <source>Building sys file lists...please wait</source>
+        <translation>sys-Dateilisten werden erstellt...bitte warten</translation>
+    </message>
+    <message>
+        <source>Copy files to destination failed.</source>
+        <translation>Kopieren der Dateien zum Ziel fehlgeschlagen.</translation>
+    </message>
+    <message>
+        <source>Writing completed:</source>
+        <translation>Schreiben abgeschlossen:</translation>
+    </message>
+    <message>
+        <source>
+Please insert the USB Stick on Tessel NINE%1.
+Start the device and activate flash mode on Tessel NINE%2. Flashing process should start automatically!
+
+Note: If flashing process does not start automatically, the bootloader of Tessel NINE%3 might be too old.</source>
+        <translation>
+Bitte den USB-Stick in Tessel NINE%1 einstecken.
+Das Gerät starten und den Flash-Modus von Tessel NINE%2 aktivieren. Der Flash-Vorgang sollte automatisch beginnen!
+
+Hinweis: Beginnt der Flash-Vorgang nicht automatisch, ist der Bootloader von Tessel NINE%3 eventuell zu alt.</translation>
     </message>
 </context>
 <context>

@@ -77,6 +77,13 @@ bool selectFirmware(QWidget *parent, const QString &caption, Settings *settings,
         settings->setSearchPath(found);
         return !found.isEmpty();
     }
+    chooseFirmwareFile(parent, caption, settings, options, useZipSearch);
+    return true;
+}
+
+void chooseFirmwareFile(QWidget *parent, const QString &caption, Settings *settings, const SearchOptions &options,
+                        bool useZipSearch)
+{
     QString startFolder;
     if (options.internal) {
         startFolder = options.searchPath.isEmpty() ? Settings::getNetworkFirmwareFolder() : options.searchPath;
@@ -87,7 +94,6 @@ bool selectFirmware(QWidget *parent, const QString &caption, Settings *settings,
         startFolder = QDir::homePath();
     settings->setSearchPath(
         QFileDialog::getOpenFileName(parent, caption, startFolder, settings->getFirmwareFilter(useZipSearch)));
-    return true;
 }
 
 QString findNewestFirmware(const SearchOptions &options, bool useZipSearch)

@@ -38,5 +38,10 @@ private:
 bool selectFirmware(QWidget *parent, const QString &caption, Settings *settings, bool deviceMissing,
                     const SearchOptions &options, bool useZipSearch, bool usedZipSearch);
 
+// Asks for a firmware file by dialog and stores the answer, empty or not, as the
+// search path of settings.
+void chooseFirmwareFile(QWidget *parent, const QString &caption, Settings *settings, const SearchOptions &options,
+                        bool useZipSearch);
+
 // The newest firmware file by name order, or an empty string.
 QString findNewestFirmware(const SearchOptions &options, bool useZipSearch);

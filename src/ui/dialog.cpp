@@ -9,7 +9,9 @@
 #include "firmware/version.h"
 #include "flash/dfuthread.h"
 #include "flash/usbdetector.h"
+#include "flash/usbwritethread.h"
 #include "flash/xmodemthread.h"
+#include "platform/platform.h"
 
 #include <QCloseEvent>
 #include <QMessageBox>
@@ -18,7 +20,8 @@
 #include <cstdlib>
 
 Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
-    : QDialog(parent), ui(new Ui::Dialog), dfuMissing(dfuMissing), options(std::move(searchOptions))
+    : QDialog(parent), ui(new Ui::Dialog), dfuMissing(dfuMissing), removableDrives(Platform::removableDrives),
+      options(std::move(searchOptions))
 {
     // The form first: the settings may report a broken installation while they load.
     ui->setupUi(this);
@@ -35,6 +38,8 @@ Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
     connect(ui->lupdateButton_tessel_nine, &QPushButton::clicked, this, &Dialog::slotUpdateTesselNINE);
     connect(ui->lsearchButton_tessel_briomel, &QPushButton::clicked, this, &Dialog::slotLocalSearchBrioMel);
     connect(ui->lupdateButton_tessel_briomel, &QPushButton::clicked, this, &Dialog::slotUpdateBrioMel);
+    connect(ui->exsearchButton_tessel_nine, &QPushButton::clicked, this, &Dialog::slotUSBExtractSearchTesselNINE);
+    connect(ui->usbDriveStartButton_tessel_nine, &QPushButton::clicked, this, &Dialog::slotUSBWriteTesselNINE);
     connect(ui->nsearchButton_tessel_nine, &QPushButton::clicked, this, &Dialog::slotDownloadTesselNINE);
     connect(ui->nsearchButton_tessel_briomel, &QPushButton::clicked, this, &Dialog::slotDownloadBrioMel);
 
@@ -62,6 +67,7 @@ Dialog::~Dialog()
 {
     stopWorkers();
     disposeDownloader(true);
+    NoExtractDestination();
     delete menu;
     delete ui;
 }
@@ -73,6 +79,7 @@ void Dialog::stopWorkers()
     disposeDfuThread();
     disposeXmodemThread();
     disposeUsbDetector();
+    disposeUsbWriteThread();
     for (const QPointer<QThread> &thread : std::as_const(retiring)) {
         if (thread)
             thread->wait(5000);
@@ -338,6 +345,8 @@ void Dialog::closeEvent(QCloseEvent *event)
         xmodemThread->killXmodem();
     if (downloading)
         disposeDownloader(true);
+    if (usbWriting && usbWriteThread)
+        usbWriteThread->abortByUser();
     QCoreApplication::exit(0);
     event->accept();
 }

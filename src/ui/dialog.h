@@ -5,6 +5,8 @@
 #include "download/filedownloader.h"
 
 #include <QDialog>
+
+#include <functional>
 #include <QPointer>
 #include <QStringList>
 
@@ -13,7 +15,9 @@ class Dialog;
 }
 class DFUThread;
 class MyMenu;
+class MySelectionList;
 class USBDetector;
+class USBWriteThread;
 class XMODEMthread;
 class Settings;
 class Version;
@@ -29,6 +33,9 @@ public:
     ~Dialog() override;
 
     Settings *getSettings() const { return settings; }
+    // Where the USB stick flow finds its drives; the platform's removable drives unless
+    // someone hands in others.
+    void setRemovableDriveSource(std::function<QStringList()> source);
 
     // Unattended runs
     void startAutomatic();
@@ -62,6 +69,14 @@ public slots:
     void setBrioMelDetected(bool detected);
     void abortXmodem();
     void userAbortXmodem();
+
+    // USB stick
+    void slotUSBExtractSearchTesselNINE();
+    void slotUSBWriteTesselNINE();
+    void ExtractToDestination(const QString &outdir);
+    void NoExtractDestination();
+    void extractEnableAbort();
+    void extractDisableAbort();
 
     // Downloads
     void slotDownloadTesselNINE();
@@ -109,6 +124,7 @@ private:
     void disposeDfuThread();
     void finishAborted();
     void flashNotCompleted();
+    void disposeUsbWriteThread();
     void slotDownload(bool expert);
     void startDownload(const QString &userIdentifier);
     void disposeDownloader(bool abort);
@@ -128,6 +144,9 @@ private:
     XMODEMthread *xmodemThread = nullptr;
     USBDetector *usbDetector = nullptr;
     FileDownloader *downloader = nullptr;
+    USBWriteThread *usbWriteThread = nullptr;
+    MySelectionList *driveList = nullptr;
+    std::function<QStringList()> removableDrives;
     QPointer<DFUThread> retiredDfuThread; // told to stop, may still be leaving the extract folder
     QList<QPointer<QThread>> retiring;     // every worker told to stop, until it has ended
     bool dfuStartPending = false;

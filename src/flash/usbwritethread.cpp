@@ -1,0 +1,143 @@
+#include "usbwritethread.h"
+
+#include "app/logstream.h"
+#include "app/settings.h"
+#include "firmware/firmwarenames.h"
+#include "platform/platform.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QtDebug>
+
+#include <cstdio>
+
+USBWriteThread::USBWriteThread(Settings *settings, const QStringList &firmwareFiles, const QString &destination,
+                               bool skipGpg, QObject *parent)
+    : QThread(parent), firmwareFiles(firmwareFiles), destination(destination), skipGpg(skipGpg),
+      gpgAvailable(settings->isGpgAvailable()),
+      preparation("USBWriteThread", settings,
+                  {[this](const QString &text) { emit updateStatus(text); },
+                   [this](ErrorTexts::errorLevel level, const QString &text) {
+                       emit msgboxErrorSignal(level, text);
+                   }},
+                  finishedByUser)
+{
+    qRegisterMetaType<ErrorTexts::errorLevel>("ErrorTexts::errorLevel");
+    qDebug() << "****Start Writing USB**********************************************************************\n";
+}
+
+USBWriteThread::~USBWriteThread()
+{
+    qDebug() << "Delete external processes";
+}
+
+void USBWriteThread::abortByUser()
+{
+    finishedByUser = true;
+    if (gpgRunning)
+        qDebug() << "kill gpg";
+}
+
+void USBWriteThread::run()
+{
+    emit sigenableAbort();
+    QProcess gpg;
+    if (!preparation.hash(firmwareFiles) ||
+        !(gpgAvailable && !skipGpg ? preparation.decrypt(firmwareFiles, gpg, gpgRunning)
+                                   : preparation.copy(firmwareFiles)) ||
+        !unpack() || !writeSysFiles()) {
+        failureEnding();
+        return;
+    }
+    successEnding();
+}
+
+bool USBWriteThread::unpack()
+{
+    emit updateStatus(tr("Writing firmware files"));
+    const int step = firmwareFiles.isEmpty() ? 0 : int(100 / firmwareFiles.size());
+    int percent = 0;
+    if (!preparation.unpack(firmwareFiles, tr("Error in writing firmware files to USB"), [&] {
+            percent += step;
+            emit updateWriteUSBProgress(percent);
+            QThread::sleep(1);
+        }))
+        return false;
+    emit updateWriteUSBProgress(100);
+    return true;
+}
+
+bool USBWriteThread::writeSysFiles()
+{
+    emit updateStatus(tr("Building sys file lists...please wait"));
+    if (!preparation.stageList(FirmwareNames::stageOs, osFiles) ||
+        !preparation.stageList(FirmwareNames::stagePr, prFiles))
+        return false;
+    qDebug() << quoted(osFiles);
+    qDebug() << quoted(prFiles);
+
+    // The files gather beside the folder and the folder takes its name only when all of
+    // them are on the stick and read back: a stick pulled or a run cut short never
+    // leaves a part of a firmware where the device looks for one.
+    const QString staging = destination + QLatin1String(".part");
+    bool ok = Settings::removeFolder(staging) && QDir().mkdir(staging);
+    for (const auto &[stage, files] : {std::pair{FirmwareNames::stageOs, osFiles}, {FirmwareNames::stagePr, prFiles}}) {
+        for (const QString &name : files) {
+            if (!ok)
+                break;
+            ok = copyVerified(QDir::toNativeSeparators(preparation.stagePath(stage) + QLatin1Char('/') + name),
+                              QDir::toNativeSeparators(staging + QLatin1Char('/') + name));
+        }
+    }
+    ok = ok && Platform::syncFolder(staging) &&
+         std::rename(QFile::encodeName(staging).constData(), QFile::encodeName(destination).constData()) == 0 &&
+         Platform::syncFolder(QFileInfo(destination).path());
+    if (!ok)
+        emit updateStatus(tr("Copy files to destination failed."));
+    return ok;
+}
+
+bool USBWriteThread::copyVerified(const QString &source, const QString &target)
+{
+    // QFile::copy does not overwrite: a name in both "os" and "pr" fails here.
+    if (!QFile::copy(source, target) || !Platform::flushToDevice(target)) {
+        qWarning() << "Copy failed" << quoted(target);
+        return false;
+    }
+    QFile original(source);
+    QFile copy(target);
+    if (!original.open(QIODevice::ReadOnly) || !copy.open(QIODevice::ReadOnly) || original.size() != copy.size())
+        return false;
+    while (!original.atEnd()) {
+        const QByteArray expected = original.read(1 << 20);
+        if (expected.isEmpty() || copy.read(expected.size()) != expected) {
+            qWarning() << "Copy differs from its source" << quoted(target);
+            return false;
+        }
+    }
+    return true;
+}
+
+void USBWriteThread::successEnding()
+{
+    emit sigdisableAbort();
+    qDebug() << "Writing completed:";
+    emit updateStatus(tr("Writing completed:"));
+    const QString trademark(QChar(0x00AE));
+    emit msgboxErrorSignal(
+        ErrorTexts::Info,
+        tr("Writing completed:") + QLatin1Char('\n') + destination + QLatin1Char('\n') +
+            tr("\nPlease insert the USB Stick on Tessel NINE%1.\nStart the device and activate flash mode on Tessel "
+               "NINE%2. Flashing process should start automatically!\n\nNote: If flashing process does not start "
+               "automatically, the bootloader of Tessel NINE%3 might be too old.")
+                .arg(trademark, trademark, trademark));
+    emit exitCode(0);
+}
+
+void USBWriteThread::failureEnding()
+{
+    emit sigdisableAbort();
+    emit exitCode(2);
+}
