@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks; prints figures, asserts nothing.
-#   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]   sections: prepare parser download
+#   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]   sections: prepare parser download usb
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 shift || true
-sections=${*:-prepare parser download}
+sections=${*:-prepare parser download usb}
 want() { [[ " $sections " == *" $1 "* ]]; }
 command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
 cmake --build "$build" -j2 --target benchmarks >/dev/null
@@ -75,4 +75,25 @@ echo "== HTTP download of 1 GB: the program's peak memory"
 "$bin/bench_download" "$url/huge.bin" "$work/got.bin" | sed 's/^/  /'
 rm -f "$work/got.bin" "$work/curl.bin"
 kill $server
+fi
+
+if want usb; then
+echo "== USB stick: 100 .sys files of 2 MiB (about 200 MB) to a folder on this disk"
+bash tools/make-firmware-kit.sh "$build/devkey" "$work/usbfw" Tessel_NINE_V8_8_8 50 50 2097152 --plain >/dev/null
+for i in 1 2 3; do
+    rm -rf "$work/stick"; mkdir -p "$work/stick"
+    /usr/bin/time -o "$work/time" -f "  whole process: %e s wall, max RSS %M KiB" \
+        "$bin/bench_usbwrite" "$work/usbfw/Tessel_NINE_V8_8_8.OS.zip" "$work/usbfw/Tessel_NINE_V8_8_8.PR.zip" \
+        "$work/stick" 2>/dev/null | sed 's/^/  /'
+    cat "$work/time"
+    # The same files with the shell: cp, sync, cmp each.
+    src=$work/tmp/morvanta-$(id -u)/instance-*/ZelkoExtract
+    rm -rf "$work/stick2"; mkdir -p "$work/stick2"
+    start=$(date +%s%N)
+    /usr/bin/time -o "$work/time" -f "%M" cp $src/os/*.sys $src/pr/*.sys "$work/stick2/"
+    cprss=$(cat "$work/time")
+    sync
+    for f in "$work/stick2"/*.sys; do cmp -s "$f" "$work/stick/.zelko_update/$(basename "$f")" || echo "  DIFFERENT $f"; done
+    echo "  cp + sync + cmp: $(( ($(date +%s%N) - start) / 1000000 )) ms, cp max RSS $cprss KiB"
+done
 fi

@@ -144,7 +144,7 @@ private:
 };
 
 // A server where the program looks for its update server. Tests that use one run in
-// a network namespace of their own (tests/in-own-network.sh), so its port is free.
+// a network namespace of their own (tests/in-own-namespaces.sh), so its port is free.
 class UpdateServer
 {
 public:

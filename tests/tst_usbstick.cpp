@@ -1,0 +1,246 @@
+// Writing a firmware to a USB stick: which drives count as sticks, and the "USB Drive"
+// tab from the firmware to "Writing completed:", with folders handed in as sticks.
+#include "app/settings.h"
+#include "flash/usbwritethread.h"
+#include "platform/platform.h"
+#include "ui/dialog.h"
+
+#include "firmwarekit.h"
+#include "testsupport.h"
+
+#include <QApplication>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QTest>
+#include <QTreeWidget>
+
+using TestSupport::FirmwareKit;
+using TestSupport::ModalAnswerer;
+
+namespace {
+const QString completed = "Writing completed:";
+void write(const QString &path, const QByteArray &content = "old")
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile f(path);
+    f.open(QIODevice::WriteOnly);
+    f.write(content);
+}
+// Picks the drive that ends in `name` in the open drive list, or cancels it.
+bool pickDrive(const QString &name)
+{
+    for (QWidget *w : QApplication::topLevelWidgets()) {
+        auto *list = w->isVisible() ? w->findChild<QTreeWidget *>("fileList") : nullptr;
+        if (!list)
+            continue;
+        const auto found = list->findItems(name, Qt::MatchEndsWith);
+        if (!found.isEmpty())
+            list->setCurrentItem(found.first());
+        w->findChild<QPushButton *>(found.isEmpty() ? "buttonCancel" : "buttonOK")->click();
+        return true;
+    }
+    return false;
+}
+} // namespace
+
+class TestUsbStick : public QObject
+{
+    Q_OBJECT
+    TestSupport::Sandbox sandbox;
+    FirmwareKit kit;
+    QStringList package; // signed: os 3 files, pr 4 files
+
+    QStringList stickFiles(const QString &stick) const
+    {
+        return QDir(stick + "/.zelko_update").entryList(QDir::Files | QDir::Hidden);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        TestSupport::useSandbox(sandbox);
+        package = kit.makePackage(sandbox.root(), "Tessel_NINE_V1_2_4", 3, 4, 3000, true);
+        QCOMPARE(package.size(), 2);
+    }
+
+    void whichDrivesAreSticks_data()
+    {
+        QTest::addColumn<QString>("device");
+        QTest::addColumn<QString>("sysfsPath"); // where /sys/class/block/<name> leads, with the disk's flag
+        QTest::addColumn<bool>("stick");
+        QTest::newRow("partition of a USB disk") << "sdb1" << "devices/pci0/usb1/1-1/host6/block/sdb/sdb1=0" << true;
+        QTest::newRow("card reader, removable") << "mmcblk0p1" << "devices/platform/mmc0/block/mmcblk0/mmcblk0p1=1"
+                                                << true;
+        QTest::newRow("internal disk") << "sda2" << "devices/pci0/ata1/host0/block/sda/sda2=0" << false;
+        QTest::newRow("loop device") << "loop0" << "devices/virtual/block/loop0=0" << false;
+        QTest::newRow("by label, a link to the USB partition") << "by-label/STICK" << "" << true;
+        QTest::newRow("unknown to the kernel") << "nvme9n9" << "" << false;
+    }
+
+    void whichDrivesAreSticks()
+    {
+        QFETCH(QString, device);
+        QFETCH(QString, sysfsPath);
+        const QString sys = sandbox.root() + "/sys", dev = sandbox.root() + "/dev";
+        QDir().mkpath(sys + "/class/block");
+        QDir().mkpath(dev + "/by-label");
+        if (!sysfsPath.isEmpty()) {
+            const QString block = sys + "/" + sysfsPath.section('=', 0, 0);
+            QDir().mkpath(block);
+            write(QFileInfo(block).path() + "/removable", sysfsPath.section('=', 1).toLatin1());
+            QFile::link(block, sys + "/class/block/" + device);
+            write(dev + "/" + device, "");
+        }
+        QFile::link(dev + "/sdb1", dev + "/by-label/STICK");
+        QTEST(Platform::isRemovableDevice(dev + "/" + device, sys), "stick");
+    }
+
+    // Seven archives: the bar moves by 100/7 after each, then stands at 100.
+    void unpackProgress()
+    {
+        QStringList archives;
+        QDir().mkpath(sandbox.root() + "/seven");
+        for (int i = 1; i <= 7; ++i) {
+            const QString stage = i < 7 ? "os" : "pr";
+            archives << sandbox.root() + QString("/seven/Tessel_NINE_7.%1.zip").arg(i);
+            QVERIFY(FirmwareKit::makeZip(archives.last(),
+                                         {{stage + "/", {}}, {QString("%1/%1_%2.sys").arg(stage).arg(i), "data"}}));
+        }
+        Settings settings(static_cast<QObject *>(nullptr));
+        settings.createExtractFolder();
+        const QString stick = sandbox.root() + "/stick-seven/.zelko_update";
+        QDir().mkpath(stick);
+        USBWriteThread worker(&settings, archives, stick, true, nullptr);
+        TestSupport::SignalLog log(&worker);
+        worker.start();
+        QVERIFY(worker.wait(60000));
+        QTest::qWait(50);
+        QCOMPARE(log.of("updateWriteUSBProgress"), (QStringList{"14", "28", "42", "56", "70", "84", "98", "100"}));
+        QCOMPARE(log.events.last(), QString("exitCode:0"));
+        QCOMPARE(QDir(stick).entryList(QDir::Files).size(), 7);
+    }
+
+    void writeFromTheWindow_data()
+    {
+        QTest::addColumn<QString>("stick");    // what the drive holds before
+        QTest::addColumn<int>("overwrite");    // the answer to the overwrite question, if asked
+        QTest::addColumn<QStringList>("boxes");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<int>("written"); // firmware files in .zelko_update afterwards, -1: as it was
+        const QString done = completed + "\nSTICK/.zelko_update\n\nPlease insert the USB Stick on Tessel NINE®.\n"
+                                         "Start the device and activate flash mode on Tessel NINE®. Flashing "
+                                         "process should start automatically!\n\nNote: If flashing process does not "
+                                         "start automatically, the bootloader of Tessel NINE® might be too old.";
+        QTest::newRow("empty stick") << "" << 0 << QStringList{done} << completed << 7;
+        QTest::newRow("earlier firmware, kept") << "old" << int(QMessageBox::No) << QStringList{} << "" << -1;
+        QTest::newRow("earlier firmware, replaced") << "old" << int(QMessageBox::Yes) << QStringList{done} << completed
+                                                    << 7;
+        QTest::newRow("folder is a link out of the stick") << "link" << int(QMessageBox::Yes) << QStringList{done}
+                                                           << completed << 7;
+        QTest::newRow("no stick at all") << "none" << 0
+                                         << QStringList{"No USB mass storage detected!\nPlease insert a USB Stick "
+                                                        "where the firmware can be extracted to."}
+                                         << "" << -1;
+        QTest::newRow("drive choice cancelled") << "cancel" << 0 << QStringList{} << "" << -1;
+        QTest::newRow("stick fills up mid-copy") << "full" << 0 << QStringList{} << "Copy files to destination failed."
+                                                 << 0;
+    }
+
+    void writeFromTheWindow()
+    {
+        QFETCH(QString, stick);
+        QFETCH(int, overwrite);
+        QFETCH(QString, status);
+        QFETCH(int, written);
+        const QString drive = sandbox.root() + "/sticks/" + QTest::currentDataTag();
+        const QString outside = sandbox.root() + "/home-of-someone";
+        QDir().mkpath(drive);
+        write(outside + "/precious");
+        if (stick == "old")
+            write(drive + "/.zelko_update/old.sys");
+        if (stick == "link")
+            QVERIFY(QFile::link(outside, drive + "/.zelko_update"));
+        if (stick == "full" && QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=12k", "tmpfs", drive}) != 0)
+            QSKIP("needs a mount namespace of its own");
+
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), true, nullptr);
+        dialog.setRemovableDriveSource([&] { return stick == "none" ? QStringList{} : QStringList{"/media/x", drive}; });
+        dialog.show();
+        dialog.findChild<QTabWidget *>("tab_tessel_nine_options")->setCurrentIndex(0);
+        answerer.fileToChoose = package[1];
+        dialog.findChild<QPushButton *>("exsearchButton_tessel_nine")->click();
+        QCOMPARE(dialog.findChild<QLabel *>("exStatus_tessel_nine")->text(), QString("Files found"));
+        auto *start = dialog.findChild<QPushButton *>("usbDriveStartButton_tessel_nine");
+        QVERIFY(start->isEnabled()); // no device needed for a stick
+        answerer.clear();
+        answerer.plannedButtons = {overwrite ? overwrite : int(QMessageBox::Ok), QMessageBox::Ok};
+        start->click();
+        bool picked = stick == "none";
+        QTRY_VERIFY(picked || (picked = pickDrive(stick == "cancel" ? QString("no such drive") : drive)));
+        QTRY_COMPARE_WITH_TIMEOUT(dialog.findChild<QLabel *>("statusLabel")->text(), status, 30000);
+        QTest::qWait(300);
+        QCOMPARE(start->text(), QString("Start"));
+
+        QStringList boxes;
+        for (const QString &text : answerer.texts)
+            boxes << QString(text).replace(drive, "STICK");
+        if (overwrite)
+            QCOMPARE(boxes.takeFirst(), "Output directory for firmware files already exits!\nDo you want to "
+                                        "overwrite existing directory?\nSTICK/.zelko_update");
+        QTEST(boxes, "boxes");
+        if (written < 0) {
+            QCOMPARE(stickFiles(drive), stick == "old" ? QStringList{"old.sys"} : QStringList{});
+        } else {
+            const QStringList files = stickFiles(drive);
+            QCOMPARE(files.size(), written);
+            for (const QString &name : files)
+                QCOMPARE(TestSupport::readFile(drive + "/.zelko_update/" + name).size(), 3000);
+        }
+        // Nothing outside the stick's folder is touched, through a link or otherwise.
+        QCOMPARE(TestSupport::readFile(outside + "/precious"), QByteArray("old"));
+        QCOMPARE(QDir(outside).entryList(QDir::Files), QStringList{"precious"});
+        if (stick == "full")
+            QProcess::execute("umount", {drive});
+    }
+
+    // A stick's folder takes its files only once all of them are whole: a name in both
+    // stages leaves it empty, and so does a package without "pr".
+    void packagesThatCannotGoOnAStick_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<QString>("box");
+        QTest::newRow("same name in os and pr") << "clash" << "Copy files to destination failed." << "";
+        QTest::newRow("no pr folder") << "nopr" << "Package contains no firmware files"
+                                      << "Package contains no firmware files";
+    }
+
+    void packagesThatCannotGoOnAStick()
+    {
+        QFETCH(QString, kind);
+        const QString folder = sandbox.root() + "/" + kind, stick = folder + "/stick/.zelko_update";
+        QDir().mkpath(stick);
+        const QStringList files{folder + "/Tessel_NINE_1.OS.zip", folder + "/Tessel_NINE_1.PR.zip"};
+        QVERIFY(FirmwareKit::makeZip(files[0], {{"os/", {}}, {"os/same.sys", "os"}}));
+        QVERIFY(FirmwareKit::makeZip(files[1], {{kind == "nopr" ? "xx/" : "pr/", {}},
+                                                {kind == "nopr" ? "xx/a.sys" : "pr/same.sys", "pr"}}));
+        Settings settings(static_cast<QObject *>(nullptr));
+        settings.createExtractFolder();
+        USBWriteThread worker(&settings, files, stick, true, nullptr);
+        TestSupport::SignalLog log(&worker);
+        worker.start();
+        QVERIFY(worker.wait(30000));
+        QTest::qWait(50);
+        QFETCH(QString, box);
+        QCOMPARE(log.of("msgboxErrorSignal"), box.isEmpty() ? QStringList{} : QStringList{"Error," + box});
+        QTEST(log.of("updateStatus").last(), "status");
+        QCOMPARE(log.events.last(), QString("exitCode:2"));
+        QCOMPARE(QDir(stick).entryList(QDir::Files), QStringList{});
+    }
+};
+
+QTEST_MAIN(TestUsbStick)
+#include "tst_usbstick.moc"
