@@ -122,6 +122,16 @@ int main(int argc, char **argv)
     int faulty = fault_call == 0 || fault_call == call;
     split_bytes = env_long("DFU_SIM_SPLIT", 0);
     const char *device = env_str("DFU_SIM_DEVICE", "present");
+    /* A control file, when set, says at each call whether the device is plugged in. */
+    char plugged[32];
+    FILE *control = getenv("DFU_SIM_DEVICE_FILE") ? fopen(getenv("DFU_SIM_DEVICE_FILE"), "r") : NULL;
+    if (control != NULL) {
+        if (fgets(plugged, sizeof plugged, control) != NULL) {
+            plugged[strcspn(plugged, " \r\n")] = '\0';
+            device = plugged;
+        }
+        fclose(control);
+    }
     const char *error = faulty ? env_str("DFU_SIM_ERROR", "") : "";
     long error_at = env_long("DFU_SIM_ERROR_AT", -1);
     long hang_at = faulty ? env_long("DFU_SIM_HANG_AT", -1) : -1;
