@@ -17,6 +17,37 @@
     </message>
 </context>
 <context>
+    <name>BreakFlash</name>
+    <message>
+        <source>Perform Tessel restart</source>
+        <translation>Tessel neu starten</translation>
+    </message>
+    <message>
+        <source>Please turn off Tessel NINE® and restart Tessel NINE® in Flash Mode to continue flashing process.
+
+After restart in Flash Mode,
+click &apos;OK&apos; to continue flashing!
+&apos;Cancel&apos; will abort flashing process and might cause problems with Tessel NINE®.</source>
+        <translation>Bitte Tessel NINE® ausschalten und im Flash-Modus neu starten, um den Flash-Vorgang fortzusetzen.
+
+Nach dem Neustart im Flash-Modus
+&apos;OK&apos; klicken, um das Flashen fortzusetzen!
+&apos;Abbrechen&apos; bricht den Flash-Vorgang ab und kann Probleme mit Tessel NINE® verursachen.</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>Device connected!</source>
+        <translation>Gerät verbunden!</translation>
+    </message>
+    <message>
+        <source>Device not connected!</source>
+        <translation>Gerät nicht verbunden!</translation>
+    </message>
+</context>
+<context>
     <name>DFUThread</name>
     <message>
         <source>Search for DFU USB device - This might take a few seconds</source>
@@ -907,6 +938,201 @@ Bitte den USB-Stick in Tessel NINE%1 einstecken.
 Das Gerät starten und den Flash-Modus von Tessel NINE%2 aktivieren. Der Flash-Vorgang sollte automatisch beginnen!
 
 Hinweis: Beginnt der Flash-Vorgang nicht automatisch, ist der Bootloader von Tessel NINE%3 eventuell zu alt.</translation>
+    </message>
+</context>
+<context>
+    <name>WizardPageBootLoaderDownload</name>
+    <message>
+        <source>Download</source>
+        <translation>Download</translation>
+    </message>
+    <message>
+        <source>Download completed!</source>
+        <translation>Download abgeschlossen!</translation>
+    </message>
+    <message>
+        <source>Abort</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>Search for latest boot loader at Zelko Update Server</source>
+        <translation>Neuesten Boot Loader auf dem Zelko Update-Server suchen</translation>
+    </message>
+</context>
+<context>
+    <name>WizardPageBootLoaderSelect</name>
+    <message>
+        <source>Select the Tessel NINE® boot loader and firmware files and click &apos;Update&apos; to start the flashing process. After flashing click &apos;Finish&apos; to close the wizard.</source>
+        <translation>Wählen Sie den Tessel NINE® Boot Loader und die Firmware-Dateien aus und klicken Sie auf &apos;Aktualisieren&apos;, um zu flashen. Danach schließt &apos;Abschließen&apos; den Assistenten.</translation>
+    </message>
+    <message>
+        <source>Tessel NINE® boot loader and firmware file</source>
+        <translation>Tessel NINE® Boot Loader und Firmware-Datei</translation>
+    </message>
+    <message>
+        <source>Select...</source>
+        <translation>Auswählen...</translation>
+    </message>
+    <message>
+        <source>Update</source>
+        <translation>Aktualisieren</translation>
+    </message>
+    <message>
+        <source>Boot Loader Update</source>
+        <translation>Boot Loader Aktualisierung</translation>
+    </message>
+    <message>
+        <source>Status</source>
+        <translation>Status</translation>
+    </message>
+    <message>
+        <source>File</source>
+        <translation>Datei</translation>
+    </message>
+    <message>
+        <source>Written</source>
+        <translation>Geschrieben</translation>
+    </message>
+    <message>
+        <source>Current Progress</source>
+        <translation>Aktueller Fortschritt</translation>
+    </message>
+    <message>
+        <source>Total Flashing Progress</source>
+        <translation>Gesamtfortschritt</translation>
+    </message>
+    <message>
+        <source>Time Remaining</source>
+        <translation>Verbleibende Zeit</translation>
+    </message>
+    <message>
+        <source>Select boot loader file</source>
+        <translation>Boot Loader Datei auswählen</translation>
+    </message>
+    <message>
+        <source>Select firmware file</source>
+        <translation>Firmware-Datei auswählen</translation>
+    </message>
+    <message>
+        <source>Selected file is no boot loader
+file or does not exist!</source>
+        <translation>Die ausgewählte Datei ist keine Boot Loader
+Datei oder existiert nicht!</translation>
+    </message>
+    <message>
+        <source>Selected Boot Loader version  </source>
+        <translation>Ausgewählte Boot Loader Version  </translation>
+    </message>
+    <message>
+        <source>Selected Firmware version       </source>
+        <translation>Ausgewählte Firmware-Version       </translation>
+    </message>
+    <message>
+        <source>Device is connected</source>
+        <translation>Gerät ist verbunden</translation>
+    </message>
+    <message>
+        <source>Connect</source>
+        <translation>Verbinden</translation>
+    </message>
+    <message>
+        <source>Abort</source>
+        <translation>Abbrechen</translation>
+    </message>
+    <message>
+        <source>Bytes written </source>
+        <translation>Bytes geschrieben </translation>
+    </message>
+    <message>
+        <source>KBytes written </source>
+        <translation>KBytes geschrieben </translation>
+    </message>
+</context>
+<context>
+    <name>WizardPageBootStrapDownload</name>
+    <message>
+        <source>Start &apos;Download&apos; to get the latest Tessel NINE® boot loader and standard firmware from Zelko Update Server. After Download click &apos;Next&apos; to start flashing or &apos;Cancel&apos; to close the wizard.</source>
+        <translation>Starten Sie &apos;Download&apos;, um den neuesten Tessel NINE® Boot Loader und die Standard-Firmware vom Zelko Update-Server zu laden. Danach mit &apos;Weiter&apos; flashen oder mit &apos;Abbrechen&apos; den Assistenten schließen.</translation>
+    </message>
+    <message>
+        <source>Selected Directory</source>
+        <translation>Ausgewähltes Verzeichnis</translation>
+    </message>
+    <message>
+        <source>Download</source>
+        <translation>Download</translation>
+    </message>
+    <message>
+        <source>Boot Loader Download</source>
+        <translation>Boot Loader Download</translation>
+    </message>
+    <message>
+        <source>Search for latest boot loader at Zelko Update Server</source>
+        <translation>Neuesten Boot Loader auf dem Zelko Update-Server suchen</translation>
+    </message>
+    <message>
+        <source>Download progress</source>
+        <translation>Download-Fortschritt</translation>
+    </message>
+</context>
+<context>
+    <name>WizardPageBootStrapIntro</name>
+    <message>
+        <source>Flashing Tessel NINE® boot loader</source>
+        <translation>Tessel NINE® Boot Loader flashen</translation>
+    </message>
+    <message>
+        <source>&lt;p style=&quot;font-size:14pt; font-weight:bold&quot;&gt;Introduction to flashing Tessel NINE® Boot Loader&lt;/p&gt;
+&lt;p style=&quot;font-size:10pt&quot;&gt;Please read the following introduction very carefully. Further information can be found in the manual.&lt;/p&gt;
+&lt;p style=&quot;font-size:10pt&quot;&gt;After reading this information, select the checkbox and click &apos;Next&apos; to go to the option selection page or &apos;Cancel&apos; to finish the wizard.&lt;/p&gt;
+&lt;p style=&quot;font-size:11pt; font-weight:bold&quot;&gt;Usage&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;Flashing the boot loader is not an everyday task. Go on only if you know what you are doing, and only if a) the device has a serious problem, or b) customer support recommends it.&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;The wizard offers two options: I) download the latest boot loader and the standard firmware, II) flash the boot loader together with the standard firmware.&lt;/p&gt;
+&lt;p style=&quot;font-size:11pt; font-weight:bold&quot;&gt;Download&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;With a connection to the internet, the download option fetches the latest boot loader and the standard firmware from the Zelko Update Server. You can flash the files at once or keep them for later.&lt;/p&gt;
+&lt;p style=&quot;font-size:11pt; font-weight:bold&quot;&gt;Flashing process&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;You reach the flashing by the flash option or right after a download. While flashing, &lt;b&gt;DO NOT&lt;/b&gt; disconnect the Tessel® and do not switch off its power unless the application tells you to. Use a PC, a USB port and a cable that are in good order and have not caused problems before.&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;If an error occurs and the process is not completed, the Tessel® will not start again. Then contact customer support: the Tessel® has to go back to the manufacturer for a factory reset.&lt;/p&gt;</source>
+        <translation>&lt;p style=&quot;font-size:14pt; font-weight:bold&quot;&gt;Einführung zum Flashen des Tessel NINE® Boot Loaders&lt;/p&gt;
+&lt;p style=&quot;font-size:10pt&quot;&gt;Bitte lesen Sie die folgende Einführung sehr sorgfältig. Weitere Informationen finden Sie im Handbuch.&lt;/p&gt;
+&lt;p style=&quot;font-size:10pt&quot;&gt;Wählen Sie nach dem Lesen das Kontrollkästchen aus und klicken Sie auf &apos;Weiter&apos;, um zur Auswahl der Optionen zu gelangen, oder auf &apos;Abbrechen&apos;, um den Assistenten zu beenden.&lt;/p&gt;
+&lt;p style=&quot;font-size:11pt; font-weight:bold&quot;&gt;Verwendung&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;Das Flashen des Boot Loaders ist kein alltäglicher Vorgang. Fahren Sie nur fort, wenn Sie wissen, was Sie tun, und nur wenn a) das Gerät ein ernstes Problem hat oder b) der Kundendienst es empfiehlt.&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;Der Assistent bietet zwei Möglichkeiten: I) den neuesten Boot Loader und die Standard-Firmware herunterladen, II) den Boot Loader zusammen mit der Standard-Firmware flashen.&lt;/p&gt;
+&lt;p style=&quot;font-size:11pt; font-weight:bold&quot;&gt;Download&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;Mit einer Verbindung zum Internet lädt die Download-Option den neuesten Boot Loader und die Standard-Firmware vom Zelko Update-Server. Sie können die Dateien sofort flashen oder für später aufbewahren.&lt;/p&gt;
+&lt;p style=&quot;font-size:11pt; font-weight:bold&quot;&gt;Flash-Vorgang&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;Zum Flashen gelangen Sie über die Flash-Option oder direkt nach einem Download. Trennen Sie während des Flashens den Tessel® &lt;b&gt;NICHT&lt;/b&gt; und schalten Sie ihn nicht aus, außer die Anwendung fordert Sie dazu auf. Verwenden Sie einen PC, einen USB-Anschluss und ein Kabel, die in Ordnung sind und noch keine Probleme bereitet haben.&lt;/p&gt;
+&lt;p style=&quot;font-size:9pt&quot;&gt;Tritt ein Fehler auf und wird der Vorgang nicht abgeschlossen, startet der Tessel® nicht mehr. Wenden Sie sich dann an den Kundendienst: Der Tessel® muss zum Hersteller zurück und dort auf Werkseinstellungen zurückgesetzt werden.&lt;/p&gt;</translation>
+    </message>
+    <message>
+        <source>I read the information</source>
+        <translation>Ich habe die Informationen gelesen</translation>
+    </message>
+</context>
+<context>
+    <name>WizardPageBottStrapChoose</name>
+    <message>
+        <source>Choose an option and click the &apos;Next&apos; button.</source>
+        <translation>Wählen Sie eine Option und klicken Sie auf &apos;Weiter&apos;.</translation>
+    </message>
+    <message>
+        <source>Download</source>
+        <translation>Download</translation>
+    </message>
+    <message>
+        <source>If you are connected to the internet, you can download the latest version of Tessel NINE® boot loader and the latest version of standard Tessel NINE® firmware from Zelko Update Server.
+After download, these files can immediately be used for flashing. It is also possible to use these files for later flashing processes.</source>
+        <translation>Mit einer Internetverbindung können Sie die neueste Version des Tessel NINE® Boot Loaders und die neueste Standard-Firmware für Tessel NINE® vom Zelko Update-Server laden.
+Nach dem Download können die Dateien sofort geflasht oder für spätere Flash-Vorgänge verwendet werden.</translation>
+    </message>
+    <message>
+        <source>Flash</source>
+        <translation>Flashen</translation>
+    </message>
+    <message>
+        <source>Select a Tessel NINE® boot loader file and firmware files from local file system and start the flashing process. Be sure that you are using the latest version of Tessel NINE® boot loader.</source>
+        <translation>Wählen Sie eine Tessel NINE® Boot Loader Datei und Firmware-Dateien im lokalen Dateisystem aus und starten Sie den Flash-Vorgang. Verwenden Sie die neueste Version des Tessel NINE® Boot Loaders.</translation>
     </message>
 </context>
 <context>

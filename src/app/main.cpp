@@ -83,11 +83,7 @@ int runPass(int &argc, char **argv)
             showHelpBox(usage);
             return 2;
         }
-        QString broken = validateCommandLine(line, dfuMissing);
-        // The boot loader wizard is not part of this build: refuse rather than
-        // flash the firmware in its place.
-        if (broken.isEmpty() && line.automatic && line.bootloader)
-            broken = QStringLiteral("Automatic boot loader flashing is not available in this version");
+        const QString broken = validateCommandLine(line, dfuMissing);
         if (!broken.isEmpty()) {
             showParameterError(broken);
             return 2;
@@ -99,6 +95,11 @@ int runPass(int &argc, char **argv)
     dialog.setWindowFlags(Qt::WindowCloseButtonHint | Qt::WindowMinimizeButtonHint);
     dialog.setWindowTitle(line.titleTag + appVersion + titleSuffix);
     dialog.setVisible(true);
+    if (options.automatic && line.bootloader) {
+        const int result = dialog.startAutomaticBootLoader(options.useFile);
+        qDebug() << quoted(QString::number(result));
+        return result;
+    }
     if (options.automatic)
         dialog.startAutomatic();
 

@@ -12,6 +12,7 @@
 #include "flash/usbwritethread.h"
 #include "flash/xmodemthread.h"
 #include "platform/platform.h"
+#include "wizard/wizardbootloader.h"
 
 #include <QCloseEvent>
 #include <QMessageBox>
@@ -133,6 +134,8 @@ void Dialog::setUpMenu()
     connect(ui->actionHTTPDownload, &QAction::triggered, this, &Dialog::checkHttpChanged);
     if (dfuMissing)
         ui->actionFlash_Bootloader->setEnabled(false);
+    else
+        connect(ui->actionFlash_Bootloader, &QAction::triggered, this, &Dialog::adv_bootloader);
     connect(menu, &MyMenu::changeLanguage, this, &Dialog::questionLanguageRestart);
     connect(menu, &MyMenu::sendMsgBox, this, &Dialog::showMsgBox);
 }
@@ -377,6 +380,23 @@ void Dialog::startAutomatic()
 {
     slotLocalSearchTesselNINE();
     slotUpdateTesselNINE();
+}
+
+void Dialog::adv_bootloader()
+{
+    WizardBootLoader wizard(settings, false, QString(),
+                            ui->actionHTTPDownload->isChecked() ? FileDownloader::Http : FileDownloader::Ftp,
+                            ui->actionUseZipSearch->isChecked(), nullptr);
+    wizard.setWindowTitle(QStringLiteral("Wizard <Tessel NINE%1 Boot Loader>").arg(QChar(0x00AE)));
+    wizard.exec();
+}
+
+int Dialog::startAutomaticBootLoader(const QString &useFile)
+{
+    WizardBootLoader wizard(settings, true, useFile, FileDownloader::Ftp,
+                            ui->actionUseZipSearch->isChecked() && options.internal, nullptr);
+    wizard.setWindowTitle(QStringLiteral("Wizard <Tessel NINE%1 Boot Loader - Automatic Mode>").arg(QChar(0x00AE)));
+    return wizard.exec();
 }
 
 void Dialog::exitDfuInternalAutomaticOK(int err)

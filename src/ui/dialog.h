@@ -39,6 +39,8 @@ public:
 
     // Unattended runs
     void startAutomatic();
+    // Runs the automatic boot loader wizard to its end; its result is the exit code.
+    int startAutomaticBootLoader(const QString &useFile);
 
 public slots:
     void handleSettingError();
@@ -96,6 +98,7 @@ protected:
     void closeEvent(QCloseEvent *event) override;
 
 private slots:
+    void adv_bootloader();
     void tabTesselNINEModesChanged(int index);
     void tabDevicesChanged(int index);
     void questionLanguageRestart();
