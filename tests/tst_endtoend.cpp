@@ -2,6 +2,8 @@
 // them (-a, the exit code is the answer), and a technician who downloads the released
 // firmware from the reference server and flashes it, all by keyboard. The dfu-util
 // simulator, real gpg and signed packages; run in a network namespace of its own.
+#include "app/settings.h"
+
 #include "firmwarekit.h"
 #include "testsupport.h"
 
@@ -136,15 +138,67 @@ private slots:
         QVERIFY(sandbox.log().contains("Flashing completed \n"));
     }
 
-    void bootLoaderRunIsRefused()
+    void bootLoaderRuns_data()
     {
+        QTest::addColumn<QString>("file"); // behind -f; "search" for none, the folder of the share
+        QTest::addColumn<QString>("env");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<int>("downloads");
+        QTest::newRow("given file") << "good" << "" << 0 << 1;
+        QTest::newRow("found on the share, greatest name") << "search" << "" << 0 << 1;
+        QTest::newRow("no device") << "good" << "DFU_SIM_DEVICE=absent" << 2 << 0;
+        QTest::newRow("stored without a signature") << "stored" << "" << 2 << 0;
+        QTest::newRow("name of no boot loader") << "other" << "" << 2 << 0;
+    }
+
+    void bootLoaderRuns()
+    {
+        QFETCH(QString, file);
+        QFETCH(QString, env);
+        QFETCH(int, exitCode);
+        QFETCH(int, downloads);
+        const QString folder = firmware.path() + "/bl";
+        QDir().mkpath(folder);
+        const QString good = kit.makeBootloader(folder, "Tessel_NINE_V2_0_1", 1, 3000, true);
+        QVERIFY(FirmwareKit::makeZip(folder + "/x.BL.zip", FirmwareKit::stageEntries("bl", 1, 3000)));
+        QVERIFY(kit.pack(folder + "/x.BL.zip", folder + "/Tessel_NINE_V2_0_3.BL.zip.gpg", FirmwareKit::Packing::Stored));
+        QFile::copy(good, folder + "/other.bin");
+        QStringList args{"-a", "-b"};
+        QString expected = good;
+        if (file == "search") {
+            // The share, as the deployment names it, in this test's own mounts.
+            const QString share = Settings::getNetworkBootloaderFolder();
+            if (QProcess::execute("mount", {"-t", "tmpfs", "tmpfs", "/mnt"}) != 0)
+                QSKIP("needs a mount namespace of its own");
+            QDir().mkpath(share);
+            QFile::copy(good, share + "/Tessel_NINE_V2_0_1.BL.zip.gpg");
+            QFile::copy(good, share + "/Tessel_NINE_V2_0_2.BL.zip.gpg");
+            QFile::copy(good, share + "/Tessel_NINE_V2_0_9.BL.zip.gpg.md5");
+            expected = share + "/Tessel_NINE_V2_0_2.BL.zip.gpg";
+        } else {
+            expected = file == "good" ? good : file == "stored" ? folder + "/Tessel_NINE_V2_0_3.BL.zip.gpg" : folder + "/other.bin";
+            args << "-f" << expected;
+        }
         Sandbox sandbox;
         sandbox.writeConfig({{"mode", "internal"}});
         sandbox.installProgram({"gpg", "dfu-util"});
-        ProgramRun run(sandbox, {"-a", "-b"});
-        QVERIFY(TestSupport::answerBox("PARAMETER ERROR"));
-        QVERIFY(run.waitForExit());
-        QCOMPARE(run.exitCode(), 2);
+        QProcessEnvironment extra;
+        extra.insert("DFU_SIM_RECORD", sandbox.root() + "/calls.txt");
+        extra.insert("DFU_SIM_HASH_MS", "10");
+        for (const QString &pair : env.split(';', Qt::SkipEmptyParts))
+            extra.insert(pair.section('=', 0, 0), pair.section('=', 1));
+        ProgramRun run(sandbox, args, QString(), extra);
+        // A failure waits on its ERROR box, unless the run's end has closed it.
+        QDeadlineTimer deadline(60000);
+        while (!run.waitForExit(300, false) && !deadline.hasExpired())
+            TestSupport::answerBox("ERROR", 200);
+        if (file == "search")
+            QProcess::execute("umount", {"/mnt"});
+        QTEST(run.exitCode(), "exitCode");
+        QCOMPARE(sandbox.lastLogLine(), QString("\"%1\" ").arg(exitCode));
+        QCOMPARE(QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/calls.txt")).count("-D\t"), downloads);
+        if (downloads > 0) // the file that was flashed is the one expected
+            QVERIFY(sandbox.log().contains("File:  \"" + expected + "\""));
     }
 };
 

@@ -162,10 +162,12 @@ bool ProgramRun::isRunning() const
     return d->process.state() == QProcess::Running;
 }
 
-bool ProgramRun::waitForExit(int msecs)
+bool ProgramRun::waitForExit(int msecs, bool killOnTimeout)
 {
     if (d->process.waitForFinished(msecs))
         return true;
+    if (!killOnTimeout)
+        return false;
     d->process.kill();
     d->process.waitForFinished();
     return false;

@@ -80,8 +80,8 @@ public:
 
     qint64 pid() const;
     bool isRunning() const;
-    // Waits for the end; false on time-out (the program is then killed).
-    bool waitForExit(int msecs = 20000);
+    // Waits for the end; false on time-out, when the program is killed unless asked not to.
+    bool waitForExit(int msecs = 20000, bool killOnTimeout = true);
     int exitCode() const;
     QString output() const;
     void kill9();

@@ -1,0 +1,281 @@
+// The boot loader wizard driven as a technician drives it: its pages, the download of
+// a boot loader with its firmware from the reference server, and the two-stage flash
+// through the dfu-util simulator, with the device pulled and plugged in during the
+// restart dialog at its real pace.
+#include "app/settings.h"
+#include "ui/breakflash.h"
+#include "ui/wizard/wizardbootloader.h"
+
+#include "firmwarekit.h"
+#include "testsupport.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QCheckBox>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QTest>
+
+using TestSupport::ModalAnswerer;
+
+namespace {
+void plug(const QString &file, bool present)
+{
+    QFile f(file);
+    f.open(QIODevice::WriteOnly);
+    f.write(present ? "present\n" : "absent\n");
+}
+} // namespace
+
+class TestWizard : public QObject
+{
+    Q_OBJECT
+    TestSupport::Sandbox sandbox;
+    TestSupport::FirmwareKit kit;
+    std::unique_ptr<Settings> settings;
+    QString bootLoader;
+    QStringList firmware;
+    QString deviceFile;
+    QString record;
+
+    // Pages share names ("fileLabel"): look on the page in front.
+    template <typename T> static T *child(QWizard &w, const char *name) { return w.currentPage()->findChild<T *>(name); }
+    static QAbstractButton *button(QWizard &w, QWizard::WizardButton which) { return w.button(which); }
+    int downloads() const { return int(QString::fromUtf8(TestSupport::readFile(record)).count("-D\t")); }
+    // The flash page with both files, checked, and the device there.
+    void toFlashPage(WizardBootLoader &wizard, const QString &bl, const QString &fw)
+    {
+        wizard.setStartId(WizardBootLoader::Select);
+        wizard.page(WizardBootLoader::Select)->findChild<QLineEdit *>("line_bootloaderfile")->setText(bl);
+        wizard.page(WizardBootLoader::Select)->findChild<QLineEdit *>("line_firmwarefile")->setText(fw);
+        wizard.show();
+    }
+
+private slots:
+    void initTestCase()
+    {
+        TestSupport::useSandbox(sandbox);
+        settings = std::make_unique<Settings>(static_cast<QObject *>(nullptr));
+        settings->prepareGpgFolder();
+        const QString fw = sandbox.root() + "/fw";
+        QDir().mkpath(fw);
+        bootLoader = kit.makeBootloader(fw, "Tessel_NINE_V2_0_1", 1, 3000, true);
+        firmware = kit.makePackage(fw, "Tessel_NINE_V1_2_4", 2, 1, 3000, true);
+        deviceFile = sandbox.root() + "/device";
+        record = sandbox.root() + "/calls.txt";
+        qputenv("DFU_SIM_DEVICE_FILE", QFile::encodeName(deviceFile));
+        qputenv("DFU_SIM_RECORD", QFile::encodeName(record));
+        qputenv("DFU_SIM_HASH_MS", "20");
+    }
+
+    void init()
+    {
+        plug(deviceFile, true);
+        QFile::remove(record);
+        settings->setValue("mode", "user");
+    }
+
+    void introAndChoice_data()
+    {
+        QTest::addColumn<QString>("mode");
+        QTest::addColumn<int>("afterChoice");
+        QTest::newRow("user: download offered") << "user" << int(WizardBootLoader::Download);
+        QTest::newRow("internal: flash only") << "internal" << int(WizardBootLoader::Select);
+    }
+
+    void introAndChoice()
+    {
+        QFETCH(QString, mode);
+        settings->setValue("mode", mode);
+        ModalAnswerer answerer;
+        WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
+        wizard.show();
+        QCOMPARE(wizard.currentId(), int(WizardBootLoader::Intro));
+        auto *read = child<QCheckBox>(wizard, "readInformation");
+        QVERIFY(!button(wizard, QWizard::NextButton)->isEnabled());
+        read->click();
+        QVERIFY(button(wizard, QWizard::NextButton)->isEnabled());
+        read->click();
+        QVERIFY(!button(wizard, QWizard::NextButton)->isEnabled());
+        read->click();
+        // Escape never cancels the wizard.
+        QTest::keyClick(&wizard, Qt::Key_Escape);
+        QVERIFY(wizard.isVisible());
+        wizard.next();
+        QCOMPARE(wizard.currentId(), int(WizardBootLoader::Choose));
+        QCOMPARE(child<QRadioButton>(wizard, "radioDownload")->isEnabled(), mode != "internal");
+        wizard.next();
+        QTEST(wizard.currentId(), "afterChoice");
+    }
+
+    void downloadPage_data()
+    {
+        QTest::addColumn<bool>("firmwareOnServer");
+        QTest::newRow("boot loader and firmware") << true;
+        QTest::newRow("firmware missing on the server") << false;
+    }
+
+    void downloadPage()
+    {
+        QFETCH(bool, firmwareOnServer);
+        const QString tree = sandbox.root() + "/tree-" + QString::number(firmwareOnServer);
+        QDir().mkpath(tree + "/TesselNINE_Bootloader");
+        QDir().mkpath(tree + "/TesselNINE_Latest");
+        QFile::copy(bootLoader, tree + "/TesselNINE_Bootloader/Tessel_NINE_V2_0_1.BL.zip.gpg");
+        if (firmwareOnServer) {
+            for (const QString &f : firmware)
+                QFile::copy(f, tree + "/TesselNINE_Latest/" + QFileInfo(f).fileName());
+        }
+        TestSupport::UpdateServer server(tree);
+        const QString folder = sandbox.root() + "/downloads-" + QString::number(firmwareOnServer);
+        QDir().mkpath(folder);
+        ModalAnswerer answerer;
+        answerer.fileToChoose = folder;
+        answerer.plannedButtons = {QMessageBox::Yes, QMessageBox::Yes};
+        WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
+        wizard.setStartId(WizardBootLoader::Download);
+        wizard.show();
+        QVERIFY(!button(wizard, QWizard::NextButton)->isEnabled());
+        child<QPushButton>(wizard, "buttonDownload")->click();
+        QVERIFY(!button(wizard, QWizard::CancelButton)->isEnabled());
+        QTRY_VERIFY_WITH_TIMEOUT(button(wizard, QWizard::CancelButton)->isEnabled(), 20000);
+        QCOMPARE(answerer.texts.last(), firmwareOnServer ? QString("Download completed!")
+                                                         : QString("No versions are available\nto download!"));
+        QCOMPARE(answerer.fileDialogs, 1); // the firmware goes where the boot loader went
+        QVERIFY(button(wizard, QWizard::NextButton)->isEnabled());
+        wizard.next();
+        QCOMPARE(child<QLineEdit>(wizard, "line_bootloaderfile")->text(),
+                 firmwareOnServer ? folder + "/Tessel_NINE_V2_0_1.BL.zip.gpg" : QString());
+        QCOMPARE(child<QLabel>(wizard, "statusLabel")->text(), firmwareOnServer ? QString("Device is connected") : QString());
+    }
+
+    // Boot loader, restart with the device pulled and plugged in again, firmware.
+    void twoStagesWithARestart()
+    {
+        ModalAnswerer answerer;
+        WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
+        toFlashPage(wizard, bootLoader, firmware[0]);
+        auto *update = child<QPushButton>(wizard, "buttonUpdate");
+        QCOMPARE(child<QLabel>(wizard, "fileLabel")->text(), QString("Selected Boot Loader version  2_0_1"));
+        QVERIFY(update->isEnabled());
+
+        // The restart dialog runs modal inside a slot: a timer plays the technician.
+        QElapsedTimer clock;
+        QStringList seen; // "milliseconds:label:OK enabled"
+        int phase = 0;
+        QTimer script;
+        connect(&script, &QTimer::timeout, this, [&] {
+            auto *dialog = qobject_cast<BreakFlash *>(QApplication::activeModalWidget());
+            if (!dialog)
+                return;
+            if (!clock.isValid()) {
+                clock.start();
+                plug(deviceFile, false); // turned off for the restart
+            }
+            const QString label = dialog->findChild<QLabel *>("label_devicefound")->text();
+            const bool ok = dialog->findChild<QPushButton *>("buttonOK")->isEnabled();
+            const QString state = label + ":" + QString::number(ok);
+            if (seen.isEmpty() || !seen.last().endsWith(state))
+                seen << QString::number(clock.elapsed()) + ":" + state;
+            if (phase == 0 && clock.elapsed() > 9000 && (phase = 1))
+                plug(deviceFile, true);
+            else if (phase == 1 && ok && (phase = 2))
+                plug(deviceFile, false); // pulled again
+            else if (phase == 2 && !ok && (phase = 3))
+                plug(deviceFile, true);
+            else if (phase == 3 && ok)
+                dialog->findChild<QPushButton *>("buttonOK")->click();
+        });
+        script.start(100);
+        update->click();
+        QTRY_VERIFY_WITH_TIMEOUT(button(wizard, QWizard::FinishButton)->isEnabled(), 60000);
+        QCOMPARE(seen.size(), 5);
+        QCOMPARE(seen.value(0).section(':', 1), QString(":0"));
+        // The first look comes 8 s after the dialog (which the script saw up to 0.1 s late).
+        QVERIFY2(seen.value(1).section(':', 0, 0).toInt() >= 7900 && seen.value(1).endsWith("Device not connected!:0"),
+                 qPrintable(seen.join(" | ")));
+        QCOMPARE(seen.value(2).section(':', 1), QString("Device connected!:1"));
+        QCOMPARE(seen.value(3).section(':', 1), QString("Device not connected!:0"));
+        QCOMPARE(seen.value(4).section(':', 1), QString("Device connected!:1"));
+        QCOMPARE(child<QLabel>(wizard, "statusLabel")->text(), QString("Flashing completed"));
+        QCOMPARE(downloads(), 4);
+        QCOMPARE(answerer.texts, QStringList{"Flashing completed\nPlease perform Tessel restart!"});
+    }
+
+    // Cancel at the restart: asked first; Yes gives up, and the wizard never claims success.
+    void cancelAtTheRestart()
+    {
+        ModalAnswerer answerer;
+        answerer.plannedButtons = {QMessageBox::No, QMessageBox::Yes};
+        WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
+        toFlashPage(wizard, bootLoader, firmware[0]);
+        QTimer script;
+        connect(&script, &QTimer::timeout, this, [&] {
+            if (auto *dialog = qobject_cast<BreakFlash *>(QApplication::activeModalWidget()))
+                dialog->findChild<QPushButton *>("buttonCancel")->click();
+        });
+        script.start(200);
+        child<QPushButton>(wizard, "buttonUpdate")->click();
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.texts.size(), 3, 30000);
+        const QString question = "Do you really want to abort\nboot loader flashing process?\nThis will cause serious problems!";
+        QCOMPARE(answerer.texts, (QStringList{question, question, "Flashing not completed"}));
+        QTRY_COMPARE(child<QPushButton>(wizard, "buttonUpdate")->text(), QString("Update"));
+        QCOMPARE(child<QLabel>(wizard, "statusLabel")->text(),
+                 QString("Process aborted! Perform device restart before flashing again"));
+        QVERIFY(child<QPushButton>(wizard, "buttonUpdate")->isEnabled());
+        QVERIFY(!button(wizard, QWizard::FinishButton)->isEnabled());
+        QCOMPARE(downloads(), 1); // the boot loader only
+    }
+
+    void filesRefused_data()
+    {
+        QTest::addColumn<QString>("bootLoader");
+        QTest::addColumn<QString>("firmware");
+        QTest::addColumn<QString>("box");
+        QTest::newRow("boot loader without its marks") << "other.bin" << "" << "Selected file is no boot loader\nfile or does not exist!";
+        QTest::newRow("boot loader gone") << "gone" << "" << "Selected file is no boot loader\nfile or does not exist!";
+        QTest::newRow("firmware without its partner") << "" << "lonely" << "Firmware counter part file not found";
+    }
+
+    void filesRefused()
+    {
+        QFETCH(QString, bootLoader);
+        QFETCH(QString, firmware);
+        QString bl = this->bootLoader, fw = this->firmware[0];
+        if (bootLoader == "other.bin")
+            QFile::copy(this->bootLoader, bl = sandbox.root() + "/other.bin");
+        if (bootLoader == "gone")
+            bl = sandbox.root() + "/Tessel_NINE_V9.BL.zip.gpg";
+        if (firmware == "lonely")
+            QFile::copy(this->firmware[0], fw = sandbox.root() + "/Tessel_NINE_V1_2_9.OS.zip.gpg");
+        ModalAnswerer answerer;
+        WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
+        toFlashPage(wizard, bl, fw);
+        QTEST(answerer.texts.value(0), "box");
+        QVERIFY(!child<QPushButton>(wizard, "buttonUpdate")->isEnabled());
+    }
+
+    void noDeviceThenConnect()
+    {
+        plug(deviceFile, false);
+        ModalAnswerer answerer;
+        WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
+        toFlashPage(wizard, bootLoader, firmware[0]);
+        auto *select = child<QPushButton>(wizard, "buttonSelect");
+        QCOMPARE(select->text(), QString("Connect"));
+        QCOMPARE(child<QLabel>(wizard, "statusLabel")->text(), QString("Device is not connected"));
+        QVERIFY(!child<QPushButton>(wizard, "buttonUpdate")->isEnabled());
+        plug(deviceFile, true);
+        select->click();
+        QCOMPARE(answerer.fileDialogs, 0);
+        QCOMPARE(select->text(), QString("Select..."));
+        QVERIFY(child<QPushButton>(wizard, "buttonUpdate")->isEnabled());
+    }
+};
+
+QTEST_MAIN(TestWizard)
+#include "tst_wizard.moc"
