@@ -19,10 +19,16 @@
 FileDownloader::FileDownloader(QWidget *parent, Settings *settings, Protocol protocol, FirmwareDownloadOption option,
                                const QString &presetDirectory, const QString &userIdentifier)
     : QObject(parent), parentWidget(parent), settings(settings), protocol(protocol),
-      http(new HttpRequester(settings, this)), option(option), userIdentifier(userIdentifier),
-      presetDirectory(presetDirectory)
+      ftp(new FtpTransport(this)), http(new HttpRequester(settings, this)), option(option),
+      userIdentifier(userIdentifier), presetDirectory(presetDirectory)
 {
     qRegisterMetaType<ErrorTexts::errorLevel>("ErrorTexts::errorLevel");
+    ftpDotTimer.setSingleShot(true);
+    connect(&ftpDotTimer, &QTimer::timeout, this, &FileDownloader::timeoutConnectionFtp);
+    connect(ftp, &FtpTransport::commandFinished, this, &FileDownloader::commandFinishedFtp);
+    connect(ftp, &FtpTransport::timedOut, this, &FileDownloader::timeoutDownloadFtp);
+    connect(ftp, &FtpTransport::progress, this, &FileDownloader::downloadProgressFtp);
+    connect(ftp, &FtpTransport::fileFinished, this, &FileDownloader::fileFinishedFtp);
     httpDotTimer.setSingleShot(true);
     connect(&httpDotTimer, &QTimer::timeout, this, &FileDownloader::timeoutConnectionHttp);
     connect(http, &HttpRequester::sigCommandFinished, this, &FileDownloader::commandFinishedHttp);
@@ -67,6 +73,11 @@ void FileDownloader::download(bool zipSearch)
     useZipSearch = zipSearch;
     if (protocol == Ftp) {
         qDebug() << "Download from FTP";
+        emit sigSearchLabelText(tr("Try to connect to Zelko Update Server"));
+        emit sigStartedConnection();
+        ftpDots = 0;
+        ftpDotTimer.start(500);
+        ftp->list(settings->getFtpUrl(), settings->getFtpUser(), settings->getFtpPassword(), serverFolders());
         return;
     }
     qDebug() << "Download from HTTP";
@@ -93,6 +104,95 @@ void FileDownloader::download(bool zipSearch)
         break;
     }
     http->get(QUrl(url));
+}
+
+QStringList FileDownloader::serverFolders() const
+{
+    QStringList folders;
+    switch (option) {
+    case TesselNINELatest:
+        return {Settings::getTesselNINELatestFolder()};
+    case TesselNINEBootloader:
+        return {Settings::getTesselNINEBootloaderFolder()};
+    case BrioMelLatest:
+        return {Settings::getBrioMelLatestFolder()};
+    case TesselNINEUnstable:
+        folders << Settings::getTesselNINEUnstableFolder();
+        break;
+    case BrioMelUnstable:
+        folders << Settings::getBrioMelUnstableFolder();
+        break;
+    }
+    if (!userIdentifier.isEmpty())
+        folders << userIdentifier;
+    return folders;
+}
+
+void FileDownloader::timeoutConnectionFtp()
+{
+    ++ftpDots;
+    emit sigSearchLabelText(tr("Try to connect to Zelko Update Server") + QLatin1String(" (FTP)") +
+                            QString(ftpDots, QLatin1Char('.')));
+    ftpDotTimer.start(500);
+}
+
+void FileDownloader::timeoutDownloadFtp()
+{
+    ftpDotTimer.stop();
+    qWarning() << quoted(QStringLiteral("Internet connection timeout!\nReconnect to internet and restart again"));
+    emit sigAbortDownload(tr("Internet connection timeout!\nReconnect to internet and restart process"));
+}
+
+void FileDownloader::commandFinishedFtp(FtpTransport::Command command, bool err)
+{
+    switch (command) {
+    case FtpTransport::Connect:
+        ftpDotTimer.stop();
+        if (err)
+            errorStep(tr("Unable to connect to server"));
+        else
+            emit sigSearchLabelText(tr("Connected to Zelko Update Server"));
+        break;
+    case FtpTransport::Login:
+        if (err)
+            errorStep(tr("Unable to login server"));
+        else
+            emit sigSearchLabelText(tr("Login to Zelko Update Server successful"));
+        break;
+    case FtpTransport::ChangeFolder:
+        if (err)
+            errorStep(tr("Connected but\nunable to locate folder"));
+        break;
+    case FtpTransport::ChangeUserFolder:
+        if (err)
+            errorStep(tr("Invalid User identifier"));
+        break;
+    case FtpTransport::List:
+    case FtpTransport::Fetch:
+        if (err) {
+            errorStep(tr("Connected but\nunable to get files"));
+            break;
+        }
+        if (command == FtpTransport::List) {
+            const QString filter = family() == Settings::getBrioMelName() ? QStringLiteral("BRIO_MEL*.zkl")
+                                                                          : settings->getTesselNINENameFilter(useZipSearch);
+            for (const QString &name : parseFtpNameList(ftp->listing(), filter))
+                listAvailableFiles(name);
+            endOfListing();
+        }
+        break;
+    }
+}
+
+void FileDownloader::downloadProgressFtp(qint64 done, qint64 total)
+{
+    progress(done, total, ftpFilesDone);
+}
+
+void FileDownloader::fileFinishedFtp(int)
+{
+    if (++ftpFilesDone == targets().size())
+        finish();
 }
 
 void FileDownloader::timeoutConnectionHttp()
@@ -262,8 +362,15 @@ void FileDownloader::startFetch()
     }
     emit sigStartedDownload();
     fetching = 0;
-    if (protocol == Http)
+    ftpFilesDone = 0;
+    if (protocol == Http) {
         fetchHttp();
+        return;
+    }
+    QList<QFileDevice *> files;
+    for (QSaveFile *file : targets())
+        files << file;
+    ftp->fetch(selectedNames, files);
 }
 
 bool FileDownloader::prepareLocalFiles()
@@ -335,11 +442,16 @@ void FileDownloader::downloadProgressHttp(qint64 done, qint64 total)
 {
     if (httpState == 0 || httpState == 1 || httpState == 5)
         return;
+    progress(done, total, fetching);
+}
+
+void FileDownloader::progress(qint64 done, qint64 total, int file)
+{
     // The bar counts in ints: a file beyond 2 GiB is shown in KiB.
     const int shift = total > std::numeric_limits<int>::max() ? 10 : 0;
     emit sigProgress(int(done >> shift), int(total >> shift));
     emit sigStatusLabel(storeDirectory);
-    emitFileLabel(fetching);
+    emitFileLabel(file);
 }
 
 void FileDownloader::emitFileLabel(int index)
@@ -351,7 +463,9 @@ void FileDownloader::emitFileLabel(int index)
 void FileDownloader::finish()
 {
     httpDotTimer.stop();
+    ftpDotTimer.stop();
     http->abort();
+    ftp->abort();
     QStringList names;
     for (QSaveFile *file : targets()) {
         // Only now does each file take its name: a failed run never leaves one behind.
@@ -374,7 +488,9 @@ void FileDownloader::errorStep(const QString &text)
 void FileDownloader::abortAll()
 {
     httpDotTimer.stop();
+    ftpDotTimer.stop();
     http->abort();
+    ftp->abort();
     for (QSaveFile *file : {&fileFirst, &fileSecond, &fileBootloader, &fileBrioMel}) {
         if (file->isOpen()) {
             file->cancelWriting();

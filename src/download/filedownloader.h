@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/errortexts.h"
+#include "ftptransport.h"
 
 #include <QObject>
 #include <QPointer>
@@ -56,6 +57,11 @@ signals:
     void sigMsgBox(ErrorTexts::errorLevel level, QString text);
 
 public slots:
+    void timeoutDownloadFtp();
+    void timeoutConnectionFtp();
+    void commandFinishedFtp(FtpTransport::Command command, bool err);
+    void downloadProgressFtp(qint64 done, qint64 total);
+    void fileFinishedFtp(int index);
     void timeoutConnectionHttp();
     void commandFinishedHttp(bool err, const QString &errMessage);
     void downloadProgressHttp(qint64 done, qint64 total);
@@ -75,6 +81,8 @@ private:
     void emitFileLabel(int index);
 
     QString family() const;
+    QStringList serverFolders() const;
+    void progress(qint64 done, qint64 total, int file);
     bool isUnstable() const { return option == TesselNINEUnstable || option == BrioMelUnstable; }
     // The files of this option, in fetch order.
     QList<QSaveFile *> targets();
@@ -84,6 +92,10 @@ private:
     MySelectionList *selectionList = nullptr;
     Protocol protocol;
     bool useZipSearch = false;
+    FtpTransport *ftp;
+    QTimer ftpDotTimer;
+    int ftpDots = 0;
+    int ftpFilesDone = 0;
     HttpRequester *http;
     int httpState = 0;
     QTimer httpDotTimer;

@@ -3,6 +3,7 @@
 #include "app/logstream.h"
 #include "app/settings.h"
 
+#include <QRegularExpression>
 #include <QtDebug>
 
 bool isPlainFileName(const QString &name)
@@ -38,6 +39,22 @@ QStringList parseFileList(const QByteArray &body, const QString &family, bool us
             continue;
         }
         names << name;
+    }
+    return names;
+}
+
+QStringList parseFtpNameList(const QByteArray &listing, const QString &nameFilter)
+{
+    const QRegularExpression filter(QRegularExpression::wildcardToRegularExpression(nameFilter));
+    QStringList names;
+    for (const QByteArray &line : listing.split('\n')) {
+        const QString name = QString::fromLatin1(line).trimmed();
+        if (!filter.match(name).hasMatch())
+            continue;
+        if (isPlainFileName(name))
+            names << name;
+        else
+            qWarning() << "Listed name skipped, it is no plain file name:" << quoted(name);
     }
     return names;
 }

@@ -9,5 +9,9 @@
 // around it. A name that could point anywhere but into the folder is skipped.
 QStringList parseFileList(const QByteArray &body, const QString &family, bool useZipSearch);
 
+// The names of an FTP name list (NLST) that match the wildcard filter, such as
+// "Tessel_NINE*zip.gpg": many servers refuse to filter a listing themselves.
+QStringList parseFtpNameList(const QByteArray &listing, const QString &nameFilter);
+
 // A name from outside that can be used as a plain file name in a folder of ours.
 bool isPlainFileName(const QString &name);
