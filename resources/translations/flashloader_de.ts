@@ -738,6 +738,40 @@ keine Versionen verfügbar!</translation>
         <translation>
  nicht zum Schreiben öffnen: </translation>
     </message>
+    <message>
+        <source>Internet connection timeout!
+Reconnect to internet and restart process</source>
+        <translation>Zeitüberschreitung der Internetverbindung!
+Internetverbindung wiederherstellen und den Vorgang neu starten</translation>
+    </message>
+    <message>
+        <source>Unable to connect to server</source>
+        <translation>Keine Verbindung zum Server möglich</translation>
+    </message>
+    <message>
+        <source>Unable to login server</source>
+        <translation>Anmeldung am Server nicht möglich</translation>
+    </message>
+    <message>
+        <source>Login to Zelko Update Server successful</source>
+        <translation>Anmeldung am Zelko Update-Server erfolgreich</translation>
+    </message>
+    <message>
+        <source>Connected but
+unable to locate folder</source>
+        <translation>Verbunden, aber
+Ordner nicht gefunden</translation>
+    </message>
+    <message>
+        <source>Invalid User identifier</source>
+        <translation>Ungültige Benutzerkennung</translation>
+    </message>
+    <message>
+        <source>Connected but
+unable to get files</source>
+        <translation>Verbunden, aber
+Dateien können nicht geladen werden</translation>
+    </message>
 </context>
 <context>
     <name>Fileverify</name>
@@ -800,6 +834,25 @@ keine Versionen verfügbar!</translation>
     <message>
         <source>Cancel</source>
         <translation>Abbrechen</translation>
+    </message>
+</context>
+<context>
+    <name>SWCheck</name>
+    <message>
+        <source>A software update is available but the checksum is invalid.</source>
+        <translation>Eine Softwareaktualisierung ist verfügbar, aber die Prüfsumme ist ungültig.</translation>
+    </message>
+    <message>
+        <source>A new version of %1 is available.
+Upgrade is only possible if application
+is not in automatic mode!</source>
+        <translation>Eine neue Version von %1 ist verfügbar.
+Eine Aktualisierung ist nur möglich, wenn die Anwendung
+nicht im automatischen Modus läuft!</translation>
+    </message>
+    <message>
+        <source>Failed to start FenUpdater!</source>
+        <translation>FenUpdater konnte nicht gestartet werden!</translation>
     </message>
 </context>
 <context>

@@ -12,6 +12,7 @@
 #include "flash/usbwritethread.h"
 #include "flash/xmodemthread.h"
 #include "platform/platform.h"
+#include "update/swcheck.h"
 #include "wizard/wizardbootloader.h"
 
 #include <QCloseEvent>
@@ -27,6 +28,7 @@ Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
     // The form first: the settings may report a broken installation while they load.
     ui->setupUi(this);
     settings = new Settings(this);
+    swCheck = new SWCheck(settings, options, nullptr);
 
     if (options.useZip)
         ui->actionUseZipSearch->setChecked(true);
@@ -61,6 +63,8 @@ Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
                    tr("It is recommended always to use the same usb port \nfor flashing, if no problems occurred.\n"
                       "Do not connect or disconnect other USB devices\nduring flash process.\n\n"
                       "If possible, please connect device to usb!"));
+    connect(swCheck, &SWCheck::sigMsgBox, this, &Dialog::showMsgBox);
+    swCheck->checkForNewVersion();
     ui->lupdateButton_tessel_briomel->setEnabled(false);
 }
 
@@ -69,6 +73,7 @@ Dialog::~Dialog()
     stopWorkers();
     disposeDownloader(true);
     NoExtractDestination();
+    delete swCheck;
     delete menu;
     delete ui;
 }

@@ -16,6 +16,7 @@ class Dialog;
 class DFUThread;
 class MyMenu;
 class MySelectionList;
+class SWCheck;
 class USBDetector;
 class USBWriteThread;
 class XMODEMthread;
@@ -141,6 +142,7 @@ private:
     Settings *settings = nullptr;
     bool usedZipSearch = false;
     bool dfuMissing;
+    SWCheck *swCheck = nullptr;
     MyMenu *menu = nullptr;
     Version *version = nullptr;
     DFUThread *dfuThread = nullptr;

@@ -1,0 +1,82 @@
+#include "swcheck.h"
+
+#include "swcheckintern.h"
+
+#include "app/logstream.h"
+#include "app/settings.h"
+#include "ui/dialogquestions.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QtDebug>
+
+#include <cstdlib>
+
+SWCheck::SWCheck(Settings *settings, SearchOptions options, QObject *parent)
+    : QObject(parent), settings(settings), options(std::move(options))
+{
+}
+
+SWCheck::~SWCheck()
+{
+    if (swCheckIntern)
+        swCheckIntern->wait();
+}
+
+void SWCheck::checkForNewVersion()
+{
+    if (!options.internal)
+        return;
+    if (!settings->isGpgAvailable()) {
+        qDebug() << "Will not check for new software version if NO_ENC version is activated";
+        return;
+    }
+    delete swCheckIntern;
+    swCheckIntern = new SWCheckIntern(settings, this);
+    connect(swCheckIntern, &SWCheckIntern::newVersion, this, &SWCheck::internalNewVersion);
+    connect(swCheckIntern, &SWCheckIntern::versionKeyError, this, &SWCheck::internalVersionKeyError);
+    connect(swCheckIntern, &QThread::finished, this, &SWCheck::swInternFinished);
+    swCheckIntern->start(QThread::InheritPriority);
+}
+
+void SWCheck::internalVersionKeyError()
+{
+    emit sigMsgBox(ErrorTexts::Error, tr("A software update is available but the checksum is invalid."));
+}
+
+void SWCheck::swInternFinished()
+{
+    if (swCheckIntern) {
+        swCheckIntern->deleteLater();
+        swCheckIntern = nullptr;
+    }
+}
+
+void SWCheck::internalNewVersion()
+{
+    if (options.automatic || !options.internal) {
+        // An unattended run never asks.
+        qDebug() << quoted(tr("A new version of %1 is available.\nUpgrade is only possible if application\nis not in "
+                              "automatic mode!")
+                               .arg(QStringLiteral("Morvanta")));
+        return;
+    }
+    const QString updater = settings->getValue(QStringLiteral("fenupdaterpath"));
+    const QString id = settings->getValue(QStringLiteral("fenupdater_id"));
+    const QString installFolder = QDir(QDir::currentPath()).absolutePath();
+    const QString topFolder = installFolder.left(installFolder.lastIndexOf(QLatin1Char('/')));
+    qDebug() << quoted(QStringLiteral("***********Fen Updater *********"));
+    qDebug() << quoted(QLatin1String("FenUpdater:        ") + updater);
+    qDebug() << quoted(QLatin1String("ID:                ") + id);
+    qDebug() << quoted(QLatin1String("Install Path:      ") + installFolder);
+    qDebug() << quoted(QLatin1String("Install Path (Top) ") + topFolder);
+    qDebug() << quoted(QStringLiteral("********************************"));
+    const QStringList arguments{QStringLiteral("/cmd"), id, topFolder};
+    qDebug() << plain(updater) << quoted(arguments);
+    if (!DialogQuestions::questionUpgrade())
+        return;
+    // The updater is started on its own and outlives us: it is to replace this program.
+    if (QProcess::startDetached(updater, arguments))
+        std::exit(0);
+    emit sigMsgBox(ErrorTexts::Error, tr("Failed to start FenUpdater!"));
+}
