@@ -59,6 +59,7 @@ class TestDownload : public QObject
     TestSupport::Sandbox sandbox;
     TestSupport::FirmwareKit kit;
     QString tree;
+    QString bigTree; // a released version big enough for a transfer to stall in
     std::unique_ptr<Settings> settings;
 
     void put(const QString &path, const QByteArray &content = "firmware")
@@ -87,10 +88,10 @@ class TestDownload : public QObject
     };
     // Runs a download as the window does: on either abort signal the owner calls abortAll.
     void download(Run &run, FileDownloader::FirmwareDownloadOption option, const QString &user,
-                  const QString &preset, int expertAnswer = -1, QStringList *offered = nullptr)
+                  const QString &preset, int expertAnswer = -1, QStringList *offered = nullptr,
+                  FileDownloader::Protocol protocol = FileDownloader::Http)
     {
-        run.downloader = std::make_unique<FileDownloader>(nullptr, settings.get(), FileDownloader::Http, option,
-                                                          preset, user);
+        run.downloader = std::make_unique<FileDownloader>(nullptr, settings.get(), protocol, option, preset, user);
         run.log = std::make_unique<SignalLog>(run.downloader.get());
         FileDownloader *d = run.downloader.get();
         connect(d, &FileDownloader::sigFinished, this,
@@ -133,6 +134,13 @@ private slots:
         put("BRIO_MEL_Latest/BRIO_MEL_2_1.zkl");
         put("BRIO_MEL_Unstable/BRIO_MEL_2_2.zkl");
         put("BRIO_MEL_Unstable/BRIO_MEL_2_3.zkl");
+        bigTree = sandbox.root() + "/big";
+        for (const char *kind : {"OS", "PR"}) {
+            QDir().mkpath(bigTree + "/TesselNINE_Latest");
+            QFile f(bigTree + "/TesselNINE_Latest/Tessel_NINE_V9." + kind + ".zip.gpg");
+            QVERIFY(f.open(QIODevice::WriteOnly));
+            f.write(QByteArray(200000, 'x'));
+        }
     }
 
     void listAnswers_data()
@@ -354,14 +362,24 @@ private slots:
         QCOMPARE(filesIn(folder).size(), outcome.startsWith("finished") ? 2 : 0);
     }
 
+    void abortDuringTheTransfer_data()
+    {
+        QTest::addColumn<int>("protocol");
+        QTest::newRow("HTTP") << int(FileDownloader::Http);
+        QTest::newRow("FTP") << int(FileDownloader::Ftp);
+    }
+
     void abortDuringTheTransfer()
     {
-        UpdateServer server("stall", "Tessel_NINE_V9.OS.zip.gpg\nTessel_NINE_V9.PR.zip.gpg\n");
+        QFETCH(int, protocol);
+        const auto server = protocol == FileDownloader::Ftp
+                                ? UpdateServer::ftp(bigTree, settings->getFtpPassword(), "stall")
+                                : std::make_unique<UpdateServer>("stall", "Tessel_NINE_V9.OS.zip.gpg\nTessel_NINE_V9.PR.zip.gpg\n");
         ModalAnswerer answerer;
         answerer.plannedButtons = {QMessageBox::Yes};
         const QString folder = store("abort");
         Run run;
-        run.downloader = std::make_unique<FileDownloader>(nullptr, settings.get(), FileDownloader::Http,
+        run.downloader = std::make_unique<FileDownloader>(nullptr, settings.get(), FileDownloader::Protocol(protocol),
                                                           FileDownloader::TesselNINELatest, folder, QString());
         SignalLog log(run.downloader.get());
         run.downloader->download(false);
@@ -384,6 +402,63 @@ private slots:
         QVERIFY2(clock.elapsed() > 20000, qPrintable(QString::number(clock.elapsed())));
         QVERIFY(run.log->has("sigSearchLabelText:Try to connect to Zelko Update Server (HTTP)...."));
         QVERIFY(QString::fromLocal8Bit(TestSupport::readFile(Log::filePath())).contains("loop timeout"));
+    }
+
+    // The same over FTP, against pyftpdlib on port 21 and servers that fall silent.
+    void ftp_data()
+    {
+        QTest::addColumn<int>("option");
+        QTest::addColumn<QString>("user");
+        QTest::addColumn<QString>("server"); // mode of the FTP server; "" for none, "badpass"
+        QTest::addColumn<QString>("outcome");
+        const QString pair = "Tessel_NINE_V1_2_4.OS.zip.gpg|Tessel_NINE_V1_2_4.PR.zip.gpg";
+        QTest::newRow("the released version") << 0 << "" << "normal" << "finished:" + pair;
+        QTest::newRow("the boot loader") << 2 << "" << "normal" << "finished:Tessel_NINE_V2_0_1.BL.zip.gpg";
+        QTest::newRow("expert, a user's folder") << 1 << "jdoe" << "normal"
+                                                 << "finished:Tessel_NINE_V1_3_1_D.OS.zip.gpg|Tessel_NINE_V1_3_1_D.PR.zip.gpg";
+        QTest::newRow("user folder missing") << 1 << "nobody" << "normal" << "aborted:Invalid User identifier";
+        QTest::newRow("folder missing") << 0 << "" << "empty" << "aborted:Connected but\nunable to locate folder";
+        QTest::newRow("wrong account") << 0 << "" << "badpass" << "aborted:Unable to login server";
+        QTest::newRow("nobody listening") << 0 << "" << "" << "aborted:Unable to connect to server";
+        QTest::newRow("silent server") << 0 << "" << "silent"
+                                       << "aborted:Internet connection timeout!\nReconnect to internet and restart process";
+        QTest::newRow("transfer stalls") << 0 << "" << "stall"
+                                         << "aborted:Internet connection timeout!\nReconnect to internet and restart process";
+        QTest::newRow("only names that are paths") << 2 << "" << "paths" << "aborted:No versions are available\nto download!";
+    }
+
+    void ftp()
+    {
+        QFETCH(int, option);
+        QFETCH(QString, user);
+        QFETCH(QString, server);
+        QFETCH(QString, outcome);
+        std::unique_ptr<UpdateServer> running;
+        if (!server.isEmpty()) {
+            const QString root = server == "empty" ? sandbox.root() + "/empty"
+                                 : server == "stall"  ? bigTree
+                                 : server == "paths"  ? sandbox.root() + "/paths"
+                                                      : tree;
+            if (server == "paths") { // legal names on a server, but none a plain name of ours
+                QDir().mkpath(root + "/TesselNINE_Bootloader");
+                QFile(root + "/TesselNINE_Bootloader/Tessel_NINE..BL.zip.gpg").open(QIODevice::WriteOnly);
+            }
+            QDir().mkpath(root);
+            const QString password = server == "badpass" ? "wrong" : settings->getFtpPassword();
+            running = UpdateServer::ftp(root, password, server == "stall" || server == "silent" ? server : "normal");
+            QVERIFY(running->isListening());
+        }
+        const QString latestOs = tree + "/TesselNINE_Latest/Tessel_NINE_V1_2_4.OS.zip.gpg";
+        ModalAnswerer answerer;
+        answerer.plannedButtons = {QMessageBox::Yes};
+        const QString folder = store("ftp");
+        Run run;
+        download(run, FileDownloader::FirmwareDownloadOption(option), user, folder, 1, nullptr, FileDownloader::Ftp);
+        const QStringList names = outcome.startsWith("finished:") ? outcome.mid(9).split('|') : QStringList{};
+        QCOMPARE(run.outcome, names.isEmpty() ? outcome : "finished:" + folder + "/" + names.join("|" + folder + "/"));
+        QCOMPARE(filesIn(folder), names);
+        if (option == 0 && !names.isEmpty())
+            QCOMPARE(TestSupport::readFile(folder + "/" + names[0]), TestSupport::readFile(latestOs));
     }
 
     // An https server is checked against the system's certificates; a redirect never

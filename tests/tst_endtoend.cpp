@@ -3,11 +3,14 @@
 // firmware from the reference server and flashes it, all by keyboard. The dfu-util
 // simulator, real gpg and signed packages; run in a network namespace of its own.
 #include "app/settings.h"
+#include "deployment.h"
 
 #include "firmwarekit.h"
 #include "testsupport.h"
 
 #include <QDir>
+#include <QScopeGuard>
+#include <QSettings>
 #include <QTest>
 
 using TestSupport::FirmwareKit;
@@ -136,6 +139,64 @@ private slots:
         QCOMPARE(QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/calls.txt")).count("-D\t"), 5);
         QVERIFY(sandbox.log().contains("Download successful  \"" + downloads + "/Tessel_NINE_V1_2_4.PR.zip.gpg\""));
         QVERIFY(sandbox.log().contains("Flashing completed \n"));
+    }
+
+    // In internal mode the program looks for a newer version of itself on the share.
+    void newVersionOnTheShare_data()
+    {
+        QTest::addColumn<QString>("published"); // version=key; "" no share
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("answer");    // the box answered, and how: "QUESTION:y"
+        QTest::addColumn<bool>("handedOver");
+        QTest::addColumn<QString>("logged");
+        const QString good = "Morvanta.03.20260701.0=247"; // its bytes add up to 247, modulo 256
+        QTest::newRow("newer: upgrade") << good << QStringList{} << "QUESTION:y" << true << "\"***********Fen Updater *********\"";
+        QTest::newRow("newer: not now") << good << QStringList{} << "QUESTION:Return" << false << "\"ID:                ID42\"";
+        QTest::newRow("wrong checksum") << "Morvanta.03.20260701.0=12" << QStringList{} << "ERROR:Return" << false
+                                        << "\"Latest key:      12\"";
+        QTest::newRow("same version") << "Morvanta.03.20260616.0=1" << QStringList{} << "" << false
+                                      << "\"Latest version:  Morvanta.03.20260616.0\"";
+        QTest::newRow("no share") << "" << QStringList{} << "" << false << " does not exit\"";
+        QTest::newRow("unattended run: logged only") << good << QStringList{"-a", "-p", firmware.path() + "/good"} << ""
+                                                     << false << "Upgrade is only possible if application\nis not in automatic mode!";
+    }
+
+    void newVersionOnTheShare()
+    {
+        QFETCH(QString, published);
+        QFETCH(QStringList, args);
+        QFETCH(QString, answer);
+        QFETCH(bool, handedOver);
+        QFETCH(QString, logged);
+        if (QProcess::execute("mount", {"-t", "tmpfs", "tmpfs", "/mnt"}) != 0)
+            QSKIP("needs a mount namespace of its own");
+        const auto unmount = qScopeGuard([] { QProcess::execute("umount", {"/mnt"}); });
+        if (!published.isEmpty()) {
+            QDir().mkpath(QFileInfo(Deployment::networkVersionFile).path());
+            QSettings file(Deployment::networkVersionFile, QSettings::IniFormat);
+            file.setValue("Morvanta", published.section('=', 0, 0));
+            file.setValue("release_info", "R");
+            file.setValue("key", published.section('=', 1));
+        }
+        Sandbox sandbox;
+        sandbox.writeConfig({{"mode", "internal"}, {"fenupdaterpath", TestSupport::binDir() + "/stand-in-updater"},
+                             {"fenupdater_id", "ID42"}});
+        sandbox.installProgram({"gpg", "dfu-util"});
+        QProcessEnvironment extra;
+        extra.insert("STAND_IN_UPDATER_RECORD", sandbox.root() + "/updater.txt");
+        extra.insert("DFU_SIM_HASH_MS", "10");
+        ProgramRun run(sandbox, args, QString(), extra);
+        if (args.isEmpty())
+            QVERIFY(TestSupport::answerBox("WELCOME"));
+        if (!answer.isEmpty())
+            QVERIFY(TestSupport::typeInto(answer.section(':', 0, 0), answer.section(':', 1)));
+        QVERIFY(run.waitForExit(args.isEmpty() ? 3000 : 30000, false) == (handedOver || !args.isEmpty()));
+        QCOMPARE(run.exitCode(), 0);
+        QCOMPARE(QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/updater.txt")),
+                 handedOver ? "/cmd\nID42\n" + sandbox.root() + "\n" : QString());
+        QVERIFY2(sandbox.log().contains(logged), qPrintable(sandbox.log().right(600)));
+        QCOMPARE(sandbox.log().contains("\"ID:                ID42\""), answer.startsWith("QUESTION"));
+        run.terminate();
     }
 
     void bootLoaderRuns_data()

