@@ -16,6 +16,11 @@ const QByteArray header = "dfu-util 0.7\n\nCopyright 2005-2008 Weston Schmidt, H
                           "Copyright 2010-2012 Tormod Volden and Stefan Schmidt\n"
                           "This program is Free Software and has ABSOLUTELY NO WARRANTY\n\n";
 const QByteArray found = "Found Runtime: [2675:0001] devnum=0, cfg=1, intf=0, alt=0, ";
+const QByteArray header11 = "dfu-util 0.11\n\nCopyright 2005-2009 Weston Schmidt, Harald Welte and OpenMoko Inc.\n"
+                            "Copyright 2010-2021 Tormod Volden and Stefan Schmidt\n"
+                            "This program is Free Software and has ABSOLUTELY NO WARRANTY\n"
+                            "Please report bugs to http://sourceforge.net/p/dfu-util/tickets/\n\n";
+const QByteArray found11 = "Found Runtime: [2675:0001] ver=0100, devnum=5, cfg=1, intf=0, path=\"1-1\", alt=0, ";
 
 QStringList describe(const DfuChunk &chunk)
 {
@@ -24,6 +29,7 @@ QStringList describe(const DfuChunk &chunk)
         out << (e.kind == DfuEvent::Status             ? "status:" + e.text
                 : e.kind == DfuEvent::Error            ? "error:" + e.text
                 : e.kind == DfuEvent::StartingDownload ? QString("start")
+                : e.kind == DfuEvent::Percent          ? "percent:" + QString::number(e.count)
                                                        : "hash:" + QString::number(e.count));
     return out;
 }
@@ -38,7 +44,8 @@ private slots:
     void initTestCase() { TestSupport::useSandbox(sandbox); }
     void cleanup()
     {
-        for (const char *v : {"DFU_SIM_DEVICE", "DFU_SIM_NAME", "DFU_SIM_REV", "DFU_SIM_LIST_HANG"})
+        for (const char *v : {"DFU_SIM_DEVICE", "DFU_SIM_NAME", "DFU_SIM_REV", "DFU_SIM_LIST_HANG", "DFU_SIM_DIALECT",
+                              "DFU_SIM_HASH_MS"})
             qunsetenv(v);
     }
 
@@ -62,6 +69,36 @@ private slots:
             << QStringList{"status:Search for DFU USB device - This might take a few seconds", "start", "hash:1"};
         QTest::newRow("case matters") << QByteArray("cannot open device: x\nstarting download:") << QStringList{};
         QTest::newRow("a torn mark is not seen") << QByteArray("Starting down") << QStringList{};
+        // dfu-util 0.9 to 0.11, as Debian ships it.
+        QTest::newRow("0.11 no device") << header11 + "dfu-util: No DFU capable USB device available\n"
+                                        << QStringList{"error:No DFU capable USB device found"};
+        QTest::newRow("0.11 opening") << QByteArray("Opening DFU capable USB device...\n")
+                                      << QStringList{"status:Search for DFU USB device - This might take a few seconds"};
+        QTest::newRow("0.11 cannot open") << QByteArray("dfu-util: Cannot open DFU device 2675:0001 found on devnum 5 "
+                                                        "(LIBUSB_ERROR_ACCESS)\n")
+                                          << QStringList{"error:" + d + " - Opening error"};
+        QTest::newRow("old and new words for one error: one box")
+            << QByteArray("Cannot open device: x\nCannot open DFU device 2675:0001")
+            << QStringList{"error:" + d + " - Opening error"};
+        QTest::newRow("0.11 alt interface") << QByteArray("Cannot set alternate interface zero: LIBUSB_ERROR_IO")
+                                            << QStringList{"error:" + d + " - Alt interface error"};
+        QTest::newRow("0.11 run-time mode") << QByteArray("dfu-util: Device still in Run-Time Mode!")
+                                            << QStringList{"error:" + d + " - In Runtime Mode error"};
+        QTest::newRow("0.11 detach and clear status") << QByteArray("error detaching\nerror clear_status\n")
+                                                      << QStringList{"error:" + d + " - Detaching error",
+                                                                     "error:" + d + " - Clear status error"};
+        QTest::newRow("0.11 start, bar at 0") << QByteArray("Copying data from PC to DFU device\n\rDownload\t["
+                                                            "                         ]   0%            0 bytes")
+                                              << QStringList{"start", "percent:0"};
+        QTest::newRow("0.11 last whole bar counts")
+            << QByteArray("\rDownload\t[=========                ]  36%        12345 bytes"
+                          "\rDownload\t[==========               ]  40%        13000 bytes\rDownload\t[=====")
+            << QStringList{"percent:40"};
+        QTest::newRow("0.11 done") << QByteArray("\rDownload\t[=========================] 100%        30000 bytes"
+                                                 "\nDownload done.\n")
+                                   << QStringList{"percent:100"};
+        QTest::newRow("0.11 numbered interface is no mark") << QByteArray("Setting Alternate Interface #0 ...\n")
+                                                            << QStringList{};
     }
 
     void marks()
@@ -70,7 +107,7 @@ private slots:
         const DfuChunk parsed = DfuOutputParser::parse(chunk);
         QTEST(describe(parsed), "events");
         QVERIFY(!parsed.logText.contains("##"));
-        QCOMPARE(parsed.logText.contains("Setting #0"), chunk.contains("Setting #0"));
+        QCOMPARE(parsed.logText.contains("#0"), chunk.contains("#0"));
     }
 
     void hashMarks_data()
@@ -142,6 +179,9 @@ private slots:
         QTest::newRow("no device") << QByteArray("No DFU capable USB device found\n") << "none: - 0";
         QTest::newRow("header only") << header << "nothing: - 0";
         QTest::newRow("found without a name") << found + "\n" << "found: - 0";
+        QTest::newRow("0.11 V form") << found11 + "name=\"V1_2_3\", serial=\"UNKNOWN\"\n" << "found:1_2_3 V 0";
+        QTest::newRow("0.11 plain form, header in the chunk")
+            << header11 + found11 + "name=\"Tessel_NINE 01.02.03\", serial=\"UNKNOWN\"\n" << "found:01_02_03 - 0";
     }
 
     void deviceReply()
@@ -206,19 +246,26 @@ private slots:
 
     void deviceQuery_data()
     {
+        QTest::addColumn<QString>("dialect");
         QTest::addColumn<QString>("device");
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("rev");
         QTest::addColumn<QString>("answer"); // version, V form, revision; empty: not found
-        QTest::newRow("V form, rev 1") << "present" << "V1_2_3" << "1" << "1_2_3 V 1";
-        QTest::newRow("plain form") << "present" << "Tessel_NINE 01.02.03" << "" << "01_02_03 - 0";
-        QTest::newRow("absent") << "absent" << "" << "" << "";
-        QTest::newRow("header only") << "absent-quiet" << "" << "" << "";
-        QTest::newRow("tool hangs") << "hang" << "" << "" << "";
+        for (const QString dialect : {"0.7", "0.11"}) {
+            const auto row = [&](const char *name) -> QTestData & { return QTest::addRow("%s %s", qPrintable(dialect), name) << dialect; };
+            // The newer tool knows no revision.
+            row("V form, rev 1") << "present" << "V1_2_3" << "1" << (dialect == "0.7" ? "1_2_3 V 1" : "1_2_3 V 0");
+            row("plain form") << "present" << "Tessel_NINE 01.02.03" << "" << "01_02_03 - 0";
+            row("absent") << "absent" << "" << "" << "";
+        }
+        QTest::newRow("0.7 header only") << "0.7" << "absent-quiet" << "" << "" << "";
+        QTest::newRow("tool hangs") << "0.7" << "hang" << "" << "" << "";
     }
 
     void deviceQuery()
     {
+        QFETCH(QString, dialect);
+        qputenv("DFU_SIM_DIALECT", dialect.toUtf8());
         QFETCH(QString, device);
         qputenv("DFU_SIM_DEVICE", device.toUtf8());
         qputenv("DFU_SIM_LIST_HANG", device == "hang" ? "1" : "0");
@@ -235,28 +282,92 @@ private slots:
         Version::listDevices(&settings); // returns, whatever the tool does
     }
 
-    // The field's tool writes through a buffer into the pipe: the program must cope
-    // with the header and the first marks' preamble arriving in one chunk.
+    // The old tool writes through a buffer into the pipe, the newer one a write per
+    // printf: the program must cope with either chunking.
+    void simulatorChunksAsTheField_data()
+    {
+        QTest::addColumn<QString>("dialect");
+        QTest::newRow("0.7") << "0.7";
+        QTest::newRow("0.11") << "0.11";
+    }
+
     void simulatorChunksAsTheField()
     {
-        const QString file = sandbox.root() + "/f.sys";
-        QFile f(file);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(QByteArray(4000, 'x'));
-        f.close();
-        QProcess dfu;
-        QList<QByteArray> chunks;
-        connect(&dfu, &QProcess::readyReadStandardOutput, this, [&] { chunks << dfu.readAllStandardOutput(); });
-        dfu.setProcessChannelMode(QProcess::MergedChannels);
+        QFETCH(QString, dialect);
+        qputenv("DFU_SIM_DIALECT", dialect.toUtf8());
         // Slow enough that the reader sees each of the tool's writes on its own.
         qputenv("DFU_SIM_HASH_MS", "1000");
-        dfu.start(TestSupport::binDir() + "/dfu-util", {"-d 0x2675:0x0001", "-D", file, "-t 64"});
-        QVERIFY(dfu.waitForFinished(10000));
-        QVERIFY(chunks.size() > 10);
-        QVERIFY(chunks[0].startsWith("dfu-util 0.7\n") && chunks[0].contains("name=\"V1_2_3\""));
-        QVERIFY(chunks[0].endsWith("Starting download: ["));
-        QCOMPARE(chunks.join().count('#'), 50 + 1); // the marks and "Setting #0"
-        QVERIFY(chunks.last().endsWith("Done!\n"));
+        const Run run = runDfu(TestSupport::binDir() + "/dfu-util", QByteArray(4000, 'x'));
+        QCOMPARE(run.exitCode, 0);
+        const QByteArray all = run.chunks.join();
+        QVERIFY(all.endsWith("Done!\n"));
+        if (dialect == "0.7") {
+            QVERIFY(run.chunks[0].startsWith("dfu-util 0.7\n") && run.chunks[0].contains("name=\"V1_2_3\""));
+            QVERIFY(run.chunks[0].endsWith("Starting download: ["));
+            QCOMPARE(all.count('#'), 50 + 1); // the marks and "Setting #0"
+            QVERIFY(run.chunks.size() > 10);
+        } else {
+            // A bar is redrawn at each 25th of the file (4000 bytes in transfers of 64
+            // reach every one) and when a second has passed.
+            QVERIFY(all.count("\rDownload\t[") >= 26);
+            QVERIFY(all.contains("] 100%         4000 bytes\nDownload done.\n"));
+            QVERIFY(run.chunks.size() > 10);
+        }
+    }
+
+    // Debian's dfu-util takes the program's argument shapes and, with no device,
+    // says so exactly as the simulator of its dialect does.
+    void distributionTool()
+    {
+        const QString tool = "/usr/bin/dfu-util";
+        QVERIFY2(QFile::exists(tool), "Debian's dfu-util is not installed");
+        const Run list = runDfu(tool, {}, {"-l"});
+        QCOMPARE(list.exitCode, 0);
+        QVERIFY(list.chunks.join().startsWith("dfu-util 0."));
+        if (list.chunks.join().contains("[2675:0001]"))
+            QSKIP("A Tessel NINE is plugged in: it is not flashed with test data");
+
+        const QByteArray data(30000, 'x');
+        const Run real = runDfu(tool, data);
+        QVERIFY(!real.chunks.join().contains("Usage:"));
+        QCOMPARE(real.exitCode, 74);
+        qputenv("DFU_SIM_DIALECT", "0.11");
+        qputenv("DFU_SIM_DEVICE", "absent");
+        const Run simulated = runDfu(TestSupport::binDir() + "/dfu-util", data);
+        QCOMPARE(QString::fromUtf8(simulated.chunks.join()),
+                 QString::fromUtf8(real.chunks.join()).replace("dfu-util 0.9", "dfu-util 0.11")
+                     .replace("dfu-util 0.10", "dfu-util 0.11"));
+        QCOMPARE(simulated.exitCode, real.exitCode);
+        QStringList errors;
+        for (const QByteArray &chunk : real.chunks)
+            for (const DfuEvent &e : DfuOutputParser::parse(chunk).events)
+                errors << describe({{e}, {}});
+        QCOMPARE(errors, QStringList{"error:No DFU capable USB device found"});
+    }
+
+private:
+    struct Run {
+        QList<QByteArray> chunks;
+        int exitCode = -1;
+    };
+    // The tool as the program runs it: merged channels, the program's argument shapes.
+    Run runDfu(const QString &program, const QByteArray &data, QStringList args = {})
+    {
+        const QString file = sandbox.root() + "/f.sys";
+        if (args.isEmpty()) {
+            QFile f(file);
+            if (!f.open(QIODevice::WriteOnly) || f.write(data) != data.size())
+                return {};
+            args = QStringList{"-d 0x2675:0x0001", "-D", file, "-t 64"};
+        }
+        QProcess dfu;
+        Run run;
+        connect(&dfu, &QProcess::readyReadStandardOutput, this, [&] { run.chunks << dfu.readAllStandardOutput(); });
+        dfu.setProcessChannelMode(QProcess::MergedChannels);
+        dfu.start(program, args);
+        if (dfu.waitForFinished(10000) && dfu.exitStatus() == QProcess::NormalExit)
+            run.exitCode = dfu.exitCode();
+        return run;
     }
 };
 

@@ -1,11 +1,15 @@
-/* Simulated dfu-util of the 0.5-0.7 line: prints what the field's tool prints for
- * "-l" and for a download, with its scenario taken from DFU_SIM_* variables
- * (tools/README.md).
+/* Simulated dfu-util: prints what the field's tool (the 0.5-0.7 line) prints for "-l"
+ * and for a download, or with DFU_SIM_DIALECT=0.11 what Debian's dfu-util 0.9-0.11
+ * prints, with its scenario taken from DFU_SIM_* variables (tools/README.md).
  *
- * Like the real tool it writes standard output through a stdio-sized buffer into
- * the pipe: everything up to "Starting download: [" reaches the reader in one piece,
- * each group of hash marks is flushed after its transfer, and error lines go to
- * standard error at once, ahead of whatever standard output still holds. */
+ * The old tool writes standard output through a stdio-sized buffer into the pipe:
+ * everything up to "Starting download: [" reaches the reader in one piece, each group
+ * of hash marks is flushed after its transfer, and error lines go to standard error
+ * at once, ahead of whatever standard output still holds.
+ *
+ * The newer tool's standard output is unbuffered: every printf is a write of its own,
+ * the progress bar is redrawn after "\r" when it grows or a second has passed, and an
+ * error is "dfu-util: ", the text and "\n" in three writes to standard error. */
 #include "simcommon.h"
 
 #include <sys/stat.h>
@@ -13,6 +17,7 @@
 static char outbuf[8192];
 static size_t outlen;
 static long split_bytes;
+static int newer; /* dfu-util 0.9 to 0.11 */
 
 static void flush_out(void)
 {
@@ -26,6 +31,10 @@ static void flush_out(void)
 static void out(const char *text)
 {
     size_t len = strlen(text);
+    if (newer) {
+        emit_split(text, split_bytes, 2);
+        return;
+    }
     if (outlen + len >= sizeof outbuf)
         flush_out();
     if (len >= sizeof outbuf) {
@@ -64,8 +73,26 @@ static void hang(void)
     hang_forever();
 }
 
+/* The newer tool's warnx() and errx(). */
+static void warn_line(const char *text)
+{
+    err("dfu-util: ");
+    err(text);
+    err("\n");
+}
+
 static void header(void)
 {
+    if (newer) {
+        out("dfu-util 0.11\n");
+        out("\n");
+        out("Copyright 2005-2009 Weston Schmidt, Harald Welte and OpenMoko Inc.\n"
+            "Copyright 2010-2021 Tormod Volden and Stefan Schmidt\n"
+            "This program is Free Software and has ABSOLUTELY NO WARRANTY\n"
+            "Please report bugs to http://sourceforge.net/p/dfu-util/tickets/\n");
+        out("\n");
+        return;
+    }
     out("dfu-util 0.7\n"
         "\n"
         "Copyright 2005-2008 Weston Schmidt, Harald Welte and OpenMoko Inc.\n"
@@ -80,7 +107,12 @@ static void found_line(void)
     char line[512];
     const char *name = env_str("DFU_SIM_NAME", "V1_2_3");
     const char *rev = env_str("DFU_SIM_REV", "");
-    if (*rev != '\0')
+    if (newer) /* knows no revision */
+        snprintf(line, sizeof line,
+                 "Found Runtime: [2675:0001] ver=0100, devnum=5, cfg=1, intf=0, path=\"1-1\", alt=0, name=\"%s\", "
+                 "serial=\"UNKNOWN\"\n",
+                 name);
+    else if (*rev != '\0')
         snprintf(line, sizeof line,
                  "Found Runtime: [2675:0001] devnum=0, cfg=1, intf=0, alt=0, name=\"%s\", rev=\"%s\"\n", name, rev);
     else
@@ -92,9 +124,93 @@ static void found_line(void)
 /* The error line of the scenario, on standard error, then the end of the run. */
 static void fail(const char *error, int exit_code)
 {
-    err(error);
-    err("\n");
+    if (newer) {
+        warn_line(error);
+    } else {
+        err(error);
+        err("\n");
+    }
     finish(exit_code);
+}
+
+/* The newer tool's bar: drawn again only when it grows by a step or a second has passed. */
+static void progress_bar(long long curr, long long max)
+{
+    enum { WIDTH = 25 };
+    static long long last_steps = -1;
+    static time_t last_time;
+    time_t now = time(NULL);
+    if (max < curr)
+        max = curr + 1;
+    if (max == 0)
+        max = 1;
+    long long steps = WIDTH * curr / max;
+    if (steps == last_steps && now == last_time)
+        return;
+    last_steps = steps;
+    last_time = now;
+    char bar[WIDTH + 1], line[128];
+    for (int i = 0; i < WIDTH; ++i)
+        bar[i] = i < steps ? '=' : ' ';
+    bar[WIDTH] = '\0';
+    snprintf(line, sizeof line, "\r%s\t[%s] %3llu%% %12llu bytes", "Download", bar,
+             (unsigned long long)(100 * curr / max), (unsigned long long)curr);
+    out(line);
+    if (steps == WIDTH)
+        out("\nDownload done.\n");
+}
+
+/* From the file's opening to the end of its transfers, in the newer tool's words.
+ * Marks of the scenario (error or hang after N) count in fiftieths of the file. */
+static void newer_download(long long size, long xfer, const char *error, long error_at, long hang_at, int error_exit)
+{
+    out("Device ID 2675:0001\n");
+    out("Run-Time device DFU version 0110\n");
+    out("Claiming USB DFU (Run-Time) Interface...\n");
+    out("Setting Alternate Interface zero...\n");
+    out("Determining device status...\n");
+    out("DFU state(0) = appIDLE, status(0) = No error condition is present\n");
+    out("Device really in Run-Time Mode, send DFU detach request...\n");
+    out("Device will detach and reattach...\n");
+    out("Opening DFU USB Device...\n");
+    out("Claiming USB DFU Interface...\n");
+    out("Setting Alternate Interface #0 ...\n");
+    out("Determining device status...\n");
+    out("DFU state(2) = dfuIDLE, status(0) = No error condition is present\n");
+    out("DFU mode device DFU version 0110\n");
+    out("Device returned transfer size 64\n");
+    if (xfer != 64)
+        warn_line("Warning: Overriding device-reported transfer size");
+    out("Copying data from PC to DFU device\n");
+    progress_bar(0, 1);
+
+    long total_ms = env_long("DFU_SIM_HASH_MS", 200);
+    int error_midway = *error != '\0' && error_at >= 0 && error_at < 50;
+    long long sent = 0;
+    double owed_ms = 0;
+    while (sent < size) {
+        long long piece = size - sent < xfer ? size - sent : xfer;
+        if (hang_at >= 0 && (sent + piece) * 50 > hang_at * size) {
+            flush_out();
+            hang_forever();
+        }
+        if (error_midway && (sent + piece) * 50 > error_at * size)
+            fail(error, error_exit);
+        sent += piece;
+        progress_bar(sent, size);
+        owed_ms += size > 0 ? (double)total_ms * (double)piece / (double)size : 0;
+        if (owed_ms >= 1) {
+            sleep_ms((long)owed_ms);
+            owed_ms -= (long)owed_ms;
+        }
+    }
+    progress_bar(sent, sent);
+    if (hang_at >= 0)
+        hang_forever();
+    if (*error != '\0')
+        fail(error, error_exit);
+    out("DFU state(7) = dfuMANIFEST, status(0) = No error condition is present\n");
+    out("Done!\n");
 }
 
 int main(int argc, char **argv)
@@ -117,6 +233,7 @@ int main(int argc, char **argv)
     if (xfer < 1)
         xfer = 1024;
 
+    newer = strcmp(env_str("DFU_SIM_DIALECT", "0.7"), "0.11") == 0;
     long call = record_call(getenv("DFU_SIM_RECORD"), argc, argv);
     long fault_call = env_long("DFU_SIM_FAULT_CALL", 0);
     int faulty = fault_call == 0 || fault_call == call;
@@ -135,8 +252,10 @@ int main(int argc, char **argv)
     const char *error = faulty ? env_str("DFU_SIM_ERROR", "") : "";
     long error_at = env_long("DFU_SIM_ERROR_AT", -1);
     long hang_at = faulty ? env_long("DFU_SIM_HANG_AT", -1) : -1;
-    /* The tool ends with 1 after an error; old versions said 0 all the same. */
-    int error_exit = getenv("DFU_SIM_EXIT") && faulty ? (int)env_long("DFU_SIM_EXIT", 1) : 1;
+    /* The old tool ends with 1 after an error (its oldest versions said 0 all the same),
+     * the newer one with EX_IOERR. */
+    int own_error_exit = newer ? 74 : 1;
+    int error_exit = getenv("DFU_SIM_EXIT") && faulty ? (int)env_long("DFU_SIM_EXIT", own_error_exit) : own_error_exit;
     int good_exit = getenv("DFU_SIM_EXIT") && faulty && *error == '\0' ? (int)env_long("DFU_SIM_EXIT", 0) : 0;
 
     if (faulty && env_long("DFU_SIM_SILENT", 0))
@@ -145,7 +264,7 @@ int main(int argc, char **argv)
         if (env_long("DFU_SIM_LIST_HANG", 0))
             hang_forever();
         header();
-        if (strcmp(device, "absent") == 0)
+        if (strcmp(device, "absent") == 0 && !newer)
             err("No DFU capable USB device found\n");
         else if (strcmp(device, "present") == 0)
             found_line();
@@ -154,8 +273,31 @@ int main(int argc, char **argv)
 
     header();
     if (file == NULL) {
-        err("You need to specify one of -D or -U\n");
-        finish(1);
+        if (newer)
+            warn_line("You need to specify one of -D or -U");
+        else
+            err("You need to specify one of -D or -U\n");
+        finish(newer ? 64 : 1);
+    }
+    struct stat st;
+    if (newer) {
+        /* The newer tool reads the file and its suffix before it looks for the device. */
+        if (stat(file, &st) != 0 || !S_ISREG(st.st_mode)) {
+            char line[4200];
+            snprintf(line, sizeof line, "Could not open file %.4000s for reading: No such file or directory", file);
+            fail(line, 66);
+        }
+        warn_line(st.st_size < 16 ? "Warning: File too short for DFU suffix" : "Warning: Invalid DFU suffix signature");
+        warn_line("A valid DFU suffix will be required in a future dfu-util release");
+        if (hang_at == -2)
+            hang();
+        if (strcmp(device, "present") != 0)
+            fail("No DFU capable USB device available", error_exit);
+        out("Opening DFU capable USB device...\n");
+        if (*error != '\0' && error_at < 0)
+            fail(error, error_exit);
+        newer_download((long long)st.st_size, xfer, error, error_at, hang_at, error_exit);
+        finish(good_exit);
     }
     out("Search for DFU USB device\n");
     if (hang_at == -2)
@@ -166,7 +308,6 @@ int main(int argc, char **argv)
     if (*error != '\0' && error_at < 0)
         fail(error, error_exit);
 
-    struct stat st;
     if (stat(file, &st) != 0 || !S_ISREG(st.st_mode)) {
         char line[4200];
         snprintf(line, sizeof line, "dfu-util: Could not open file %.4000s for reading", file);

@@ -2,6 +2,7 @@
 
 #include "app/errortexts.h"
 
+#include <algorithm>
 #include <cctype>
 
 namespace {
@@ -40,23 +41,78 @@ const Mark marks[] = {
      QT_TRANSLATE_NOOP("DFUThread", "Program memory function failed"), false},
     {"Starting download:", DfuEvent::StartingDownload, nullptr, false},
 };
+
+// The same events in the words of dfu-util 0.9 to 0.11.
+const Mark newerMarks[] = {
+    {"Opening DFU capable USB device", DfuEvent::Status,
+     QT_TRANSLATE_NOOP("DFUThread", "Search for DFU USB device - This might take a few seconds"), false},
+    {"No DFU capable USB device available", DfuEvent::Error,
+     QT_TRANSLATE_NOOP("DFUThread", "No DFU capable USB device found"), false},
+    {"Cannot open DFU device", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Opening error"), true},
+    {"Cannot open device", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Opening error"), true},
+    {"Cannot set alternate interface", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Alt interface error"),
+     true},
+    {"error detaching", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Detaching error"), true},
+    {"error clear_status", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Clear status error"), true},
+    {"Device still in Run-Time Mode!", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - In Runtime Mode error"),
+     true},
+    {"Copying data from PC to DFU device", DfuEvent::StartingDownload, nullptr, false},
+};
+
+DfuEvent eventOf(const Mark &mark)
+{
+    QString text;
+    if (mark.text) {
+        text = DfuOutputParser::tr(mark.text);
+        if (mark.deviceNotConnected)
+            text = ErrorTexts::deviceNotConnected() +
+                   (text.startsWith(QLatin1String(" - ")) ? text : QLatin1String(" - ") + text);
+    }
+    return DfuEvent{mark.kind, text, 0};
+}
+
+bool sameEvent(const DfuEvent &a, const DfuEvent &b)
+{
+    return a.kind == b.kind && a.text == b.text;
+}
+
+// The percent of the last whole progress bar in the chunk, or -1.
+int lastBarPercent(const QByteArray &chunk)
+{
+    static const QByteArray bar = "Download\t[";
+    int percent = -1;
+    for (qsizetype at = chunk.indexOf(bar); at >= 0; at = chunk.indexOf(bar, at + 1)) {
+        const qsizetype close = chunk.indexOf(']', at + bar.size());
+        const qsizetype sign = close < 0 ? -1 : chunk.indexOf('%', close);
+        if (sign < 0)
+            break;
+        bool ok = false;
+        const int value = chunk.mid(close + 1, sign - close - 1).trimmed().toInt(&ok);
+        if (ok && value >= 0 && value <= 100)
+            percent = value;
+    }
+    return percent;
+}
 } // namespace
 
 DfuChunk DfuOutputParser::parse(const QByteArray &chunk)
 {
     DfuChunk result;
     for (const Mark &mark : marks) {
+        if (chunk.contains(mark.needle))
+            result.events << eventOf(mark);
+    }
+    for (const Mark &mark : newerMarks) {
         if (!chunk.contains(mark.needle))
             continue;
-        QString text;
-        if (mark.text) {
-            text = tr(mark.text);
-            if (mark.deviceNotConnected)
-                text = ErrorTexts::deviceNotConnected() +
-                       (text.startsWith(QLatin1String(" - ")) ? text : QLatin1String(" - ") + text);
-        }
-        result.events << DfuEvent{mark.kind, text, 0};
+        const DfuEvent event = eventOf(mark);
+        if (std::none_of(result.events.cbegin(), result.events.cend(),
+                         [&](const DfuEvent &seen) { return sameEvent(seen, event); }))
+            result.events << event;
     }
+    const int percent = lastBarPercent(chunk);
+    if (percent >= 0)
+        result.events << DfuEvent{DfuEvent::Percent, QString(), percent};
     // "Setting Alternate Setting #0 ..." arrives in one chunk with the first marks:
     // a '#' in front of a digit numbers something and is no mark.
     QByteArray rest;

@@ -7,10 +7,10 @@
 
 // What one chunk of dfu-util's output asks of the worker, in the order of the marks.
 struct DfuEvent {
-    enum Kind { Status, Error, StartingDownload, HashMarks };
+    enum Kind { Status, Error, StartingDownload, HashMarks, Percent };
     Kind kind;
     QString text; // Status and Error
-    int count = 0; // HashMarks
+    int count = 0; // HashMarks; Percent: of the current file, 0 to 100
 };
 
 struct DfuChunk {
@@ -20,6 +20,11 @@ struct DfuChunk {
 
 // The marks of dfu-util's output. Each chunk is searched on its own, for every mark,
 // in a fixed order: a mark torn across two chunks is not seen.
+//
+// dfu-util 0.9 and later word some lines differently and draw a progress bar
+// ("Download\t[=====    ]  36%        12345 bytes") in place of hash marks. Their
+// lines are searched after the old marks and only add what the old ones did not
+// already say in the same chunk, so the old tool's output reads exactly as before.
 class DfuOutputParser
 {
     Q_DECLARE_TR_FUNCTIONS(DFUThread)

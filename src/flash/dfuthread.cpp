@@ -251,6 +251,7 @@ bool DFUThread::flashFiles(const QString &label, const QString &ext, const QStri
 bool DFUThread::transferFile(const QString &label, const QString &ext, const QString &file)
 {
     counters.filePercent = 0;
+    fileStarted = false;
     prepareCurrentFile(ext, file);
     currentFile = file;
     stageLabel = label;
@@ -317,11 +318,18 @@ void DFUThread::readProgram(const QByteArray &chunk)
             emit errorOutputSignal(event.text);
             break;
         case DfuEvent::StartingDownload:
+            // Newer tools announce a download in other words; one file counts once.
+            if (fileStarted)
+                break;
+            fileStarted = true;
             showFlashingStage(stageLabel);
             emit updateFileLabel(currentFile);
             break;
         case DfuEvent::HashMarks:
             countHashMarks(event.count);
+            break;
+        case DfuEvent::Percent:
+            countPercent(event.count);
             break;
         }
     }
@@ -348,6 +356,15 @@ void DFUThread::countHashMarks(int n)
         emit updateWrittenStatus(report.written, report.total, report.useByteSize);
         calcTimeRemaining(remainingClock.elapsed(), report.written, report.total);
     }
+}
+
+// A progress bar's percent of the file stands for the hash marks the old tool would
+// have printed by then: one for every two percent.
+void DFUThread::countPercent(int percent)
+{
+    const int due = percent / 2 - counters.filePercent / 2;
+    if (due > 0)
+        countHashMarks(due);
 }
 
 void DFUThread::calcTimeRemaining(qint64 elapsed, qint32 written, qint32 total)

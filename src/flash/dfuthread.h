@@ -66,6 +66,7 @@ private:
     void readProgram(const QByteArray &chunk);
     void showFlashingStage(const QString &stage);
     void countHashMarks(int n);
+    void countPercent(int percent);
     void calcTimeRemaining(qint64 elapsed, qint32 written, qint32 total);
     void killProcesses();
     void sendExternalProcessesFinished();
@@ -97,6 +98,7 @@ private:
     PackagePreparation preparation;
     bool flashOk = true;
     bool sawOutput = false;
+    bool fileStarted = false; // the current file's download was announced
     QString tempPath;
     QString dfuPath;
     QStringList firmwareFiles;
