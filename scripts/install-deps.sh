@@ -11,6 +11,7 @@ packages=(
   gpg gpg-agent zip unzip
   php-cli python3-pyftpdlib openssl
   xvfb xauth xdotool imagemagick
+  dfu-util dpkg-dev file appstream desktop-file-utils
 )
 
 missing=()

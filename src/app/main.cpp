@@ -32,6 +32,8 @@ bool identityComplete()
 int runPass(int &argc, char **argv)
 {
     QApplication app(argc, argv);
+    // Lets the desktop match the window to the installed entry and its icon.
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.zelko.morvanta"));
     Settings startSettings(static_cast<QObject *>(nullptr));
     const QString languageName = startSettings.getValue(QStringLiteral("language"));
 

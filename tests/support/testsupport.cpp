@@ -131,7 +131,7 @@ struct ProgramRun::Private {
 };
 
 ProgramRun::ProgramRun(const Sandbox &sandbox, const QStringList &args, const QString &cwd,
-                       const QProcessEnvironment &extraEnv)
+                       const QProcessEnvironment &extraEnv, const QString &program)
     : d(new Private)
 {
     QProcessEnvironment env = sandbox.environment();
@@ -140,7 +140,7 @@ ProgramRun::ProgramRun(const Sandbox &sandbox, const QStringList &args, const QS
     d->process.setProcessEnvironment(env);
     d->process.setWorkingDirectory(cwd.isEmpty() ? sandbox.cwd() : cwd);
     d->process.setProcessChannelMode(QProcess::MergedChannels);
-    d->process.start(sandbox.app() + "/morvanta", args);
+    d->process.start(program.isEmpty() ? sandbox.app() + "/morvanta" : program, args);
     d->process.waitForStarted();
 }
 

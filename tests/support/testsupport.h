@@ -73,8 +73,9 @@ private:
 class ProgramRun
 {
 public:
+    // program: another copy of the program than the sandbox's, e.g. an installed one.
     ProgramRun(const Sandbox &sandbox, const QStringList &args, const QString &cwd = QString(),
-               const QProcessEnvironment &extraEnv = QProcessEnvironment());
+               const QProcessEnvironment &extraEnv = QProcessEnvironment(), const QString &program = QString());
     ~ProgramRun();
     ProgramRun(const ProgramRun &) = delete;
     ProgramRun &operator=(const ProgramRun &) = delete;

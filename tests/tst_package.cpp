@@ -1,0 +1,162 @@
+// The Debian package as apt would install it: what it holds, what it pulls in, and the
+// installed program, unpacked into a scratch root, flashing against the system's own
+// gpg and dfu-util with no device plugged in.
+#include "firmwarekit.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QTest>
+
+#include <unistd.h>
+
+using TestSupport::ProgramRun;
+using TestSupport::Sandbox;
+
+namespace {
+
+struct Result {
+    int exitCode = -1;
+    QString output;
+};
+
+Result run(const QString &program, const QStringList &args, const QString &cwd = QString())
+{
+    QProcess p;
+    p.setProcessChannelMode(QProcess::MergedChannels);
+    p.setWorkingDirectory(cwd);
+    p.start(program, args);
+    if (!p.waitForFinished(300000) || p.exitStatus() != QProcess::NormalExit)
+        return {-1, QString::fromUtf8(p.readAll())};
+    return {p.exitCode(), QString::fromUtf8(p.readAll())};
+}
+
+QString linkTarget(const QString &path)
+{
+    char buffer[4096];
+    const ssize_t n = ::readlink(QFile::encodeName(path).constData(), buffer, sizeof buffer);
+    return n < 0 ? QString() : QString::fromLocal8Bit(buffer, int(n));
+}
+
+} // namespace
+
+class TestPackage : public QObject
+{
+    Q_OBJECT
+    QTemporaryDir work;
+    QString deb;
+    QString root() const { return work.path() + "/root"; }
+
+private slots:
+    void initTestCase()
+    {
+        QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run under xvfb-run");
+        const Result made = run(MORVANTA_CPACK, {"-G", "DEB", "-B", work.path() + "/out"}, MORVANTA_TEST_BUILD_DIR);
+        QVERIFY2(made.exitCode == 0, qPrintable(made.output));
+        const QStringList debs = QDir(work.path() + "/out").entryList({"morvanta_*.deb"}, QDir::Files);
+        QCOMPARE(debs.size(), 1);
+        deb = work.path() + "/out/" + debs.first();
+        const Result unpacked = run("dpkg-deb", {"-x", deb, root()});
+        QVERIFY2(unpacked.exitCode == 0, qPrintable(unpacked.output));
+    }
+
+    // Exactly these files and links, nothing else: no simulator, no test program.
+    void contents()
+    {
+        const QMap<QString, QString> expected{
+            {"/usr/bin/morvanta", "../lib/morvanta/morvanta"},
+            {"/usr/lib/morvanta/morvanta", ""},
+            {"/usr/lib/morvanta/gpg", "/usr/bin/gpg"},
+            {"/usr/lib/morvanta/dfu-util", "/usr/bin/dfu-util"},
+            {"/usr/share/applications/com.zelko.morvanta.desktop", ""},
+            {"/usr/share/metainfo/com.zelko.morvanta.metainfo.xml", ""},
+            {"/usr/share/icons/hicolor/scalable/apps/com.zelko.morvanta.svg", ""},
+            {"/usr/share/icons/hicolor/128x128/apps/com.zelko.morvanta.png", ""},
+            {"/usr/share/doc/morvanta/copyright", ""},
+        };
+        QMap<QString, QString> found;
+        const Result listing = run("dpkg-deb", {"-c", deb});
+        for (const QString &line : listing.output.split('\n', Qt::SkipEmptyParts)) {
+            if (line.startsWith('d'))
+                continue;
+            const QString path = line.section(" ./", 1).section(" -> ", 0, 0);
+            found.insert("/" + path, linkTarget(root() + "/" + path));
+        }
+        QCOMPARE(found, expected);
+        QVERIFY(QFileInfo(root() + "/usr/lib/morvanta/morvanta").isExecutable());
+        QVERIFY(run("grep", {"-q", "libzip", root() + "/usr/share/doc/morvanta/copyright"}).exitCode == 0);
+    }
+
+    void dependencies()
+    {
+        const Result depends = run("dpkg-deb", {"-f", deb, "Depends"});
+        QCOMPARE(depends.exitCode, 0);
+        QStringList names;
+        for (const QString &entry : depends.output.split(',', Qt::SkipEmptyParts))
+            names << entry.trimmed().section(' ', 0, 0);
+        for (const char *needed : {"gpg", "dfu-util", "qt6-qpa-plugins", "libqt6widgets6", "libqt6network6",
+                                   "libzip4", "libcurl4"})
+            QVERIFY2(names.contains(needed), needed);
+    }
+
+    void desktopMetadata_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::addColumn<QStringList>("args");
+        const QString share = root() + "/usr/share";
+        QTest::newRow("desktop entry") << "desktop-file-validate"
+                                       << QStringList{share + "/applications/com.zelko.morvanta.desktop"};
+        QTest::newRow("AppStream metainfo")
+            << "appstreamcli"
+            << QStringList{"validate", "--no-net", "--pedantic", share + "/metainfo/com.zelko.morvanta.metainfo.xml"};
+    }
+
+    void desktopMetadata()
+    {
+        QFETCH(QString, program);
+        QFETCH(QStringList, args);
+        const Result checked = run(program, args);
+        QVERIFY2(checked.exitCode == 0, qPrintable(checked.output));
+        QVERIFY2(!checked.output.contains(QRegularExpression("^[EWIP]:", QRegularExpression::MultilineOption)),
+                 qPrintable(checked.output));
+    }
+
+    // apt resolves everything the package asks for from Debian's own archive.
+    void aptResolves()
+    {
+        if (run("apt-cache", {"show", "libqt6widgets6"}).exitCode != 0)
+            QSKIP("apt has no package lists on this machine");
+        const Result plan = run("apt-get", {"install", "--simulate", "--no-install-recommends", deb});
+        const bool planned = plan.output.contains("Inst morvanta") || plan.output.contains("morvanta is already");
+        QVERIFY2(plan.exitCode == 0 && planned, qPrintable(plan.output));
+    }
+
+    // The installed program finds its tools through its links, runs the real gpg on a
+    // signed package and the real dfu-util, and ends with the verdict of no device.
+    void installedProgramRuns()
+    {
+        if (run("/usr/bin/dfu-util", {"-l"}).output.contains("[2675:0001]"))
+            QSKIP("A Tessel NINE is plugged in: it is not flashed with test data");
+        TestSupport::FirmwareKit kit;
+        QTemporaryDir firmware;
+        QCOMPARE(kit.makePackage(firmware.path(), "Tessel_NINE_V1_2_4", 2, 1, 4000, true).size(), 2);
+        Sandbox sandbox;
+        sandbox.writeConfig({{"mode", "internal"}});
+
+        ProgramRun program(sandbox, {"-a", "-p", firmware.path()}, QString(), QProcessEnvironment(),
+                           root() + "/usr/bin/morvanta");
+        QVERIFY(TestSupport::answerBox("ERROR", 60000));
+        QVERIFY2(program.waitForExit(60000), qPrintable(program.output()));
+        QCOMPARE(program.exitCode(), 2);
+        const QString log = sandbox.log();
+        QVERIFY2(log.contains("Application directory \"" + root() + "/usr/lib/morvanta\""), qPrintable(log));
+        QVERIFY(log.contains("...Found gpg"));
+        QVERIFY(log.contains("**** Morvanta uses encryption mechanism ****"));
+        QVERIFY(log.contains("\"dfu-util 0."));
+        QVERIFY(log.contains("Device is not connected"));
+        QCOMPARE(sandbox.lastLogLine(), QString("\"Morvanta exit 2\" "));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPackage)
+#include "tst_package.moc"
