@@ -9,7 +9,6 @@
 
 #include "testsupport.h"
 
-#include <QMessageBox>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTranslator>
@@ -87,16 +86,11 @@ private slots:
         QTest::newRow("help stops the scan") << QStringList{"-d", "-h", "-a"} << "dh|(Internal Automatic - Debug) ||"
                                              << "Debug or Bootloader only if automatic mode is active";
         QTest::newRow("unknown option, words, missing argument") << QStringList{"-x", "extra", "-z", "-f"} << "z|||" << "";
-        QTest::newRow("utf-8 argument") << QStringList{"-p", "/mnt/Übergabe"} << "||/mnt/Übergabe|" << "";
         QTest::newRow("three modes") << QStringList{"-a", "-d", "-b"} << "abd|(Internal Automatic - Bootloader) ||"
                                      << "Only one automatic mode possible";
-        QTest::newRow("boot loader without -a") << QStringList{"-b"} << "b|(Internal Automatic - Bootloader) ||"
-                                                << "Debug or Bootloader only if automatic mode is active";
         QTest::newRow("debug with file before path and file") << QStringList{"-a", "-d", "-p", "p", "-f", "x"}
                                                               << "ad|(Internal Automatic - Debug) |p|x"
                                                               << "Use Debug option only without useFile option";
-        QTest::newRow("path and file, no -a") << QStringList{"-p", "x", "-f", "y"} << "||x|y"
-                                              << "Use either file or search path option";
     }
 
     void commandLine()
@@ -112,25 +106,11 @@ private slots:
         QTEST(validateCommandLine(line, false), "error");
     }
 
-    void automaticNeedsDfuUtil()
-    {
-        QCOMPARE(validateCommandLine(parse({"-a"}), true), QString("Automatic mode without DFU support is not possible"));
-        QCOMPARE(validateCommandLine(parse({"-a", "-p", "x", "-f", "y"}), true),
-                 QString("Use either file or search path option"));
-        QCOMPARE(validateCommandLine(parse({"-z"}), true), QString());
-    }
-
     void logShapes_data()
     {
         QTest::addColumn<Statement>("statement");
         QTest::addColumn<QByteArray>("expected");
         QTest::newRow("fragment") << Statement([] { qDebug() << "Use zip files"; }) << QByteArray("Use zip files \n");
-        QTest::newRow("fragment with blank, then text")
-            << Statement([] { qDebug() << "Logfile path " << quoted(QString("/t/logfile.txt")); })
-            << QByteArray("Logfile path  \"/t/logfile.txt\" \n");
-        QTest::newRow("line feed fragment")
-            << Statement([] { qDebug() << "Version: " << quoted(QString("Morvanta.03.20260616.0")) << "\n"; })
-            << QByteArray("Version:  \"Morvanta.03.20260616.0\" \n \n");
         QTest::newRow("text with line feed, quote, backslash")
             << Statement([] { qDebug() << quoted(QString("a\nb\"c\\d")); }) << QByteArray("\"a\nb\"c\\d\" \n");
         QTest::newRow("number") << Statement([] { qDebug() << "Size of currentFile " << 1234 << "Byte\n"; })
@@ -143,8 +123,6 @@ private slots:
         QTest::newRow("tool output that is no text")
             << Statement([] { qDebug() << quoted(QByteArray("a\x01\xff\xc3(\0z", 7)); })
             << QByteArray("\"a\\x01\\xff\\xc3(\\x00z\" \n");
-        QTest::newRow("warning") << Statement([] { qWarning() << "Device is not connected"; })
-                                 << QByteArray("Device is not connected \n");
         QTest::newRow("info is not logged") << Statement([] { qInfo() << "quiet"; }) << QByteArray();
     }
 
@@ -155,25 +133,8 @@ private slots:
         QTEST(logBytes(), "expected");
     }
 
-    void logInAFolderThatIsGone()
+    void builtInCatalogues()
     {
-        Log::setFolder(base.path() + "/missing/folder");
-        qDebug() << "lost";
-        QVERIFY(!QFile::exists(Log::filePath()));
-        Log::setFolder(base.path());
-        qDebug() << "back";
-        QCOMPARE(logBytes(), QByteArray("back \n"));
-    }
-
-    void messageBoxes()
-    {
-        QMessageBox box;
-        ErrorTexts::setupMessageBox(box, ErrorTexts::Warning, "the text");
-        QCOMPARE(box.windowTitle() + "|" + box.text(), QString("WARNING|the text"));
-        QCOMPARE(box.icon(), QMessageBox::Warning);
-        ErrorTexts::setupMessageBox(box, ErrorTexts::errorLevel(7), "odd");
-        QCOMPARE(box.windowTitle(), QString("ERROR"));
-
         // Both catalogues are built in, keyed on the exact source texts.
         QTranslator ours, qt;
         QVERIFY(ours.load(":/translations/translations/flashloader_de"));
@@ -188,7 +149,6 @@ private slots:
         QTest::addColumn<QString>("before"); // what stands at the usual place
         QTest::addColumn<bool>("usualKept");
         QTest::newRow("nothing yet") << "" << true;
-        QTest::newRow("own folder, readable by others") << "open-read" << true;
         QTest::newRow("link to another folder") << "link" << false;
         QTest::newRow("writable by others") << "open-write" << false;
         QTest::newRow("a plain file") << "file" << false;
@@ -222,13 +182,6 @@ private slots:
         QCOMPARE(QDir(base.path()).entryList({"morvanta-*-*"}, QDir::Dirs).size(), usualKept ? 0 : 1);
     }
 
-    void nothingCanBeCreated()
-    {
-        const QString missing = base.path() + "/not/there";
-        QCOMPARE(Platform::privateFolderIn(missing), missing + "/morvanta-" + QString::number(getuid()));
-        QVERIFY(!QFileInfo::exists(missing));
-    }
-
     void singleInstanceByFolder()
     {
         qputenv("TMPDIR", QFile::encodeName(base.path()));
@@ -249,7 +202,6 @@ private slots:
         QTest::addColumn<bool>("removed");
         QTest::newRow("tree with hidden files and a link inside") << "tree" << true;
         QTest::newRow("link given as the folder") << "link" << true;
-        QTest::newRow("nothing there") << "absent" << true;
         QTest::newRow("a file given as the folder") << "file" << false;
     }
 

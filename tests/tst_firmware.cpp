@@ -62,13 +62,7 @@ private slots:
                                              << QStringList{pr + ".gpg", os + ".gpg"};
         QTest::newRow("partner missing") << os << QStringList{os} << 2 << QStringList{os, pr};
         QTest::newRow("neither exists") << os << QStringList{} << 3 << QStringList{os, pr};
-        QTest::newRow("no family name") << "fw/other.OS.zip" << QStringList{"fw/other.OS.zip", "fw/other.PR.zip"} << 3
-                                        << QStringList{"fw/other.OS.zip", "fw/other.PR.zip"};
         QTest::newRow("not firmware") << "fw/readme.txt" << QStringList{"fw/readme.txt"} << 0 << QStringList{};
-        QTest::newRow("both marks in the path") << "OS.zip-backup/Tessel_NINE_01_02_03.PR.zip"
-                                                << QStringList{"OS.zip-backup/Tessel_NINE_01_02_03.PR.zip"} << 2
-                                                << QStringList{"OS.zip-backup/Tessel_NINE_01_02_03.PR.zip",
-                                                               "PR.zip-backup/Tessel_NINE_01_02_03.PR.zip"};
     }
 
     void verifyTesselNINE()
@@ -86,27 +80,6 @@ private slots:
         QCOMPARE(verify.getFlashFiles(), flashFiles);
     }
 
-    void verifyBrioMel_data()
-    {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<bool>("exists");
-        QTest::addColumn<int>("result");
-        QTest::newRow("good") << "BRIO_MEL_1_0.zkl" << true << 1;
-        QTest::newRow("missing") << "BRIO_MEL_1_0.zkl" << false << 3;
-        QTest::newRow("no family") << "other_1_0.zkl" << true << 3;
-        QTest::newRow("not zkl") << "BRIO_MEL_1_0.bin" << true << 0;
-    }
-
-    void verifyBrioMel()
-    {
-        QFETCH(QString, name);
-        QFETCH(bool, exists);
-        const QString path = fresh("brio") + "/" + name;
-        if (exists)
-            touch(path);
-        QTEST(Fileverify(path).verify(Fileverify::BrioMel), "result");
-    }
-
     void findNewest_data()
     {
         QTest::addColumn<QStringList>("files");
@@ -121,10 +94,6 @@ private slots:
                                     << false << true << "Tessel_NINE_1_0.OS.zip";
         QTest::newRow("debug signed") << QStringList{"Tessel_NINE_1_0_D.OS.zip.gpg", "Tessel_NINE_1_1.OS.zip.gpg"}
                                       << true << false << "Tessel_NINE_1_0_D.OS.zip.gpg";
-        QTest::newRow("debug plain") << QStringList{"Tessel_NINE_1_0_D.OS.zip", "Tessel_NINE_1_2_D.OS.zip.gpg"} << true
-                                     << true << "Tessel_NINE_1_0_D.OS.zip";
-        QTest::newRow("case ignored in the order") << QStringList{"a_T.OS.zip.gpg", "B_T.OS.zip.gpg"} << false << false
-                                                   << "B_T.OS.zip.gpg";
         QTest::newRow("a folder with a fitting name is passed over")
             << QStringList{"Tessel_NINE_1.OS.zip.gpg", "Tessel_NINE_2.OS.zip.gpg/"} << false << false
             << "Tessel_NINE_1.OS.zip.gpg";
@@ -148,54 +117,6 @@ private slots:
         options.debug = debug;
         options.searchPath = folder;
         QCOMPARE(findNewestFirmware(options, zip), expected.isEmpty() ? QString() : folder + "/" + expected);
-    }
-
-    void findNewestFollowsLinksAndUseFile()
-    {
-        const QString folder = fresh("links");
-        touch(dir.path() + "/real/Tessel_NINE_5.OS.zip.gpg");
-        QVERIFY(QFile::link(dir.path() + "/real/Tessel_NINE_5.OS.zip.gpg", folder + "/Tessel_NINE_5.OS.zip.gpg"));
-        SearchOptions options;
-        options.searchPath = folder;
-        QCOMPARE(findNewestFirmware(options, false), dir.path() + "/real/Tessel_NINE_5.OS.zip.gpg");
-        options.useFile = "/anything/at/all";
-        QCOMPARE(findNewestFirmware(options, false), QString("/anything/at/all"));
-    }
-
-    void selectWithoutDialog()
-    {
-        qputenv("HOME", QFile::encodeName(dir.path()));
-        const QString folder = fresh("select");
-        touch(folder + "/Tessel_NINE_2_0.OS.zip.gpg");
-        Settings settings(static_cast<QObject *>(nullptr));
-        SearchOptions options;
-        options.automatic = options.internal = true;
-        options.searchPath = folder;
-
-        // No device and the same zip choice as before: nothing is chosen anew.
-        settings.setSearchPath("/earlier/choice");
-        QVERIFY(selectFirmware(nullptr, "caption", &settings, true, options, false, false));
-        QCOMPARE(settings.getSearchPath(), QString("/earlier/choice"));
-        QVERIFY(selectFirmware(nullptr, "caption", &settings, false, options, false, false));
-        QCOMPARE(settings.getSearchPath(), folder + "/Tessel_NINE_2_0.OS.zip.gpg");
-        options.searchPath = folder + "/empty-folder";
-        QVERIFY(!selectFirmware(nullptr, "caption", &settings, false, options, true, false));
-        QCOMPARE(settings.getSearchPath(), QString());
-    }
-
-    void hashes()
-    {
-        QVERIFY(calculateHashes({}));
-        QCOMPARE(log(), QString());
-        const QString folder = fresh("hash");
-        touch(folder + "/a.zip", "abc");
-        touch(folder + "/c.zip", QByteArray());
-        const QStringList files{folder + "/a.zip", folder + "/missing.zip", folder + "/c.zip"};
-        QVERIFY(!calculateHashes(files));
-        QCOMPARE(log(), QString("File:  \"%1\" \nMD5 :  \"900150983cd24fb0d6963f7d28e17f72\" \n \n"
-                                "Unable to open file:  \"%2\" \n"
-                                "File:  \"%3\" \nMD5 :  \"d41d8cd98f00b204e9800998ecf8427e\" \n \n")
-                            .arg(files[0], files[1], files[2]));
     }
 
     void unzip_data()
@@ -243,15 +164,6 @@ private slots:
         QVERIFY(log().contains(logLine));
     }
 
-    void unzipRefusesWhatIsNoArchive()
-    {
-        const QString root = fresh("notzip");
-        touch(root + "/p.zip", "this is no zip");
-        QVERIFY(!unzipFile(root + "/p.zip", root));
-        QVERIFY(QFile::exists(root + "/p.zip"));
-        QVERIFY(log().contains("\"zip_open failed: ["));
-    }
-
     void unzipEndsOnAShortEntry()
     {
         // Stored data shorter than its recorded size must end as a failed entry, not loop.
@@ -266,13 +178,6 @@ private slots:
         touch(archive, bytes);
         QVERIFY(!unzipFile(archive, root));
         QVERIFY(QFile::exists(archive));
-    }
-
-    void decryptedNames()
-    {
-        QCOMPARE(decryptedFileList("/t", {"/fw/Tessel_NINE_02_00_00.OS.zip.gpg", "/fw/a.gpg.zip.gpg", "/fw/plain.zip"}),
-                 (QStringList{"/t/ZelkoExtract/Tessel_NINE_02_00_00.OS.zip", "/t/ZelkoExtract/a",
-                              "/t/ZelkoExtract/plain.zip"}));
     }
 
     void gpgRuns_data()

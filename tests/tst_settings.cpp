@@ -48,7 +48,6 @@ private slots:
         {
             Settings settings(static_cast<QObject *>(nullptr));
             QVERIFY(settings.getValue("language").isEmpty());
-            QVERIFY(settings.isHttp());
             QCOMPARE(settings.isGpgAvailable(), bool(EXPECT_GPG));
             // The tool's path keeps its blank through the command line it goes into.
             QCOMPARE(QProcess::splitCommand(settings.getDfuUtilPath()),
@@ -68,71 +67,10 @@ private slots:
         QVERIFY(!log().contains("Copy config"));
     }
 
-    void languageMarkers_data()
-    {
-        QTest::addColumn<QStringList>("markers");
-        QTest::addColumn<QString>("stored");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("none") << QStringList{} << "" << "";
-        QTest::newRow("EN") << QStringList{"EN"} << "" << "English";
-        QTest::newRow("both: DE wins") << QStringList{"EN", "DE"} << "" << "German";
-        QTest::newRow("set language stays") << QStringList{"DE"} << "English" << "English";
-    }
-
-    void languageMarkers()
-    {
-        QFETCH(QStringList, markers);
-        QFETCH(QString, stored);
-        for (const QString &marker : markers)
-            touch(sandbox.cwd() + "/" + marker);
-        if (!stored.isEmpty())
-            sandbox.writeConfig({{"language", stored}});
-        { Settings settings(static_cast<QObject *>(nullptr)); }
-        QTEST(sandbox.configValue("language"), "expected");
-    }
-
-    void httpKey_data()
-    {
-        QTest::addColumn<QString>("value"); // "<absent>" leaves the key out
-        QTest::addColumn<bool>("http");
-        QTest::newRow("false") << "false" << false;
-        QTest::newRow("FALSE") << "FALSE" << true;
-        QTest::newRow("0") << "0" << true;
-        QTest::newRow("absent") << "<absent>" << true;
-    }
-
-    void httpKey()
-    {
-        QFETCH(QString, value);
-        if (value != "<absent>")
-            sandbox.writeConfig({{"http", value}});
-        Settings settings(static_cast<QObject *>(nullptr));
-        QTEST(settings.isHttp(), "http");
-    }
-
-    void settersWriteThrough()
-    {
-        {
-            Settings settings(static_cast<QObject *>(nullptr));
-            settings.setHttp(false);
-            settings.setSearchPath("/fw/Tessel_NINE_V1_2_3.OS.zip.gpg");
-            settings.setSearchPathBrioMel("");
-        }
-        Settings again(static_cast<QObject *>(nullptr));
-        QVERIFY(!again.isHttp());
-        QCOMPARE(again.getSearchPath(), QString("/fw/Tessel_NINE_V1_2_3.OS.zip.gpg"));
-        QCOMPARE(sandbox.configValue("http"), QString("false"));
-        QVERIFY(QSettings(homeFile(), QSettings::IniFormat).contains("searchPathBrioMel"));
-    }
-
     void signedFormsOnlyWithGpg()
     {
         Settings settings(static_cast<QObject *>(nullptr));
-        const bool gpg = EXPECT_GPG;
-        QCOMPARE(settings.getFirmwareFilter(false),
-                 QString(gpg ? "Files(*.PR.zip.gpg *.OS.zip.gpg)" : "Files(*.PR.zip *.OS.zip)"));
-        QCOMPARE(settings.getFirmwareFilter(true), QString("Files(*.PR.zip *.OS.zip)"));
-        QCOMPARE(settings.getTesselNINENameFilter(false), QString(gpg ? "Tessel_NINE*zip.gpg" : "Tessel_NINE*.zip"));
+        QCOMPARE(settings.getTesselNINENameFilter(false), QString(EXPECT_GPG ? "Tessel_NINE*zip.gpg" : "Tessel_NINE*.zip"));
         // An independent digest of the build's password; the password itself never travels.
         QCOMPARE(settings.getCredentialsQuery(),
                  "User=" + settings.getFtpUser() + "&PW=" + QString(MORVANTA_EXPECTED_CREDENTIALS_DIGEST));
@@ -165,20 +103,6 @@ private slots:
         }
     }
 
-    void extractFolderThatCannotBeMade()
-    {
-        TestSupport::ModalAnswerer answerer;
-        Dialog dialog(SearchOptions(), true, nullptr);
-        Settings *settings = dialog.getSettings();
-        // A file where the folder should be: it can be neither emptied nor made.
-        QVERIFY(Settings::removeFolder(settings->getExtractFolder()));
-        touch(settings->getExtractFolder());
-        settings->createExtractFolder();
-        QFile::remove(settings->getExtractFolder());
-        QCOMPARE(answerer.texts, (QStringList{"Unable to delete Temp Folder - Restart Application",
-                                              "Unable to create Temp Folder - Restart Application"}));
-        QCOMPARE(answerer.titles, (QStringList{"WARNING", "WARNING"}));
-    }
 };
 
 QTEST_MAIN(TestSettings)

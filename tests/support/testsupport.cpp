@@ -153,11 +153,6 @@ ProgramRun::~ProgramRun()
     delete d;
 }
 
-qint64 ProgramRun::pid() const
-{
-    return d->process.processId();
-}
-
 bool ProgramRun::isRunning() const
 {
     return d->process.state() == QProcess::Running;
@@ -220,18 +215,18 @@ QString waitForWindow(const QString &title, int msecs)
 {
     const QString pattern = exactTitle(title);
     QDeadlineTimer deadline(msecs);
-    while (!deadline.hasExpired()) {
+    do {
         const QString ids = xdotool({"search", "--onlyvisible", "--name", pattern});
         if (!ids.isEmpty())
             return ids.split('\n').first();
         QThread::msleep(100);
-    }
+    } while (!deadline.hasExpired());
     return QString();
 }
 
 bool windowExists(const QString &title)
 {
-    return !xdotool({"search", "--onlyvisible", "--name", exactTitle(title)}).isEmpty();
+    return !waitForWindow(title, 0).isEmpty();
 }
 
 bool answerBox(const QString &title, int msecs)

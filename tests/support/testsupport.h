@@ -80,7 +80,6 @@ public:
     ProgramRun(const ProgramRun &) = delete;
     ProgramRun &operator=(const ProgramRun &) = delete;
 
-    qint64 pid() const;
     bool isRunning() const;
     // Waits for the end; false on time-out, when the program is killed unless asked not to.
     bool waitForExit(int msecs = 20000, bool killOnTimeout = true);
