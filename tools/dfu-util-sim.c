@@ -48,17 +48,7 @@ static void out(const char *text)
 /* Standard error is unbuffered: the line overtakes buffered standard output. */
 static void err(const char *text)
 {
-    size_t len = strlen(text);
-    while (len > 0) {
-        ssize_t n = write(STDERR_FILENO, text, len);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            exit(120);
-        }
-        text += n;
-        len -= (size_t)n;
-    }
+    write_fd(STDERR_FILENO, text, strlen(text));
 }
 
 static void finish(int code)

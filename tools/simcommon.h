@@ -32,10 +32,10 @@ static inline void sleep_ms(long ms)
     }
 }
 
-static inline void write_all(const char *data, size_t len)
+static inline void write_fd(int fd, const char *data, size_t len)
 {
     while (len > 0) {
-        ssize_t n = write(STDOUT_FILENO, data, len);
+        ssize_t n = write(fd, data, len);
         if (n < 0) {
             if (errno == EINTR)
                 continue;
@@ -44,6 +44,11 @@ static inline void write_all(const char *data, size_t len)
         data += n;
         len -= (size_t)n;
     }
+}
+
+static inline void write_all(const char *data, size_t len)
+{
+    write_fd(STDOUT_FILENO, data, len);
 }
 
 /* One record or mark in one write, or in pieces of `split` bytes when a scenario

@@ -306,20 +306,16 @@ void FileDownloader::offerVersions()
 
 void FileDownloader::receiveTesselNINEUnstableSelect(const QString &preName)
 {
-    closeSelectionList();
-    selectedNames.clear();
-    for (const QString &name : std::as_const(availableNames)) {
-        if (name.contains(preName))
-            selectedNames << name;
-    }
-    QString first = selectedNames.value(0);
-    bool hasV = false;
-    version = Version::fileVersion(first, Settings::getTesselNINEName(), &hasV);
-    httpState = 2;
-    startFetch();
+    fetchChosenVersion(preName, Settings::getTesselNINEName(), 2);
 }
 
 void FileDownloader::receiveBrioMelUnstableSelect(const QString &preName)
+{
+    fetchChosenVersion(preName, Settings::getBrioMelName(), 6);
+}
+
+// The files of the version picked from the list, then on to their download.
+void FileDownloader::fetchChosenVersion(const QString &preName, const QString &family, int nextState)
 {
     closeSelectionList();
     selectedNames.clear();
@@ -329,8 +325,8 @@ void FileDownloader::receiveBrioMelUnstableSelect(const QString &preName)
     }
     QString first = selectedNames.value(0);
     bool hasV = false;
-    version = Version::fileVersion(first, Settings::getBrioMelName(), &hasV);
-    httpState = 6;
+    version = Version::fileVersion(first, family, &hasV);
+    httpState = nextState;
     startFetch();
 }
 

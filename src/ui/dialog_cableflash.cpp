@@ -154,18 +154,8 @@ bool Dialog::recheckDevice()
 void Dialog::startDfuWorker()
 {
     resetStatus();
-    // A worker told to stop may still be leaving the extract folder: the new run
-    // starts when it has gone, without holding up the window meanwhile.
-    if (retiredDfuThread && retiredDfuThread->isRunning()) {
-        if (!dfuStartPending) {
-            dfuStartPending = true;
-            connect(retiredDfuThread, &QThread::finished, this, [this] {
-                dfuStartPending = false;
-                startDfuWorker();
-            }, Qt::SingleShotConnection);
-        }
+    if (deferUntilGone(retiredDfuThread, this, dfuStartPending, [this] { startDfuWorker(); }))
         return;
-    }
     settings->createExtractFolder();
     ui->progressBar->setMaximum(100);
     disposeDfuThread();

@@ -24,3 +24,20 @@ Worker *retireWorker(Worker *&worker, QObject *window, Stop stop)
     std::invoke(stop, thread);
     return thread;
 }
+
+// A worker told to stop may still be leaving the extract folder. While it runs, this
+// arranges `start` for when it has finished (once, however often it is asked) and
+// returns true; the window never waits for it.
+inline bool deferUntilGone(QThread *retired, QObject *context, bool &pending, std::function<void()> start)
+{
+    if (!retired || !retired->isRunning())
+        return false;
+    if (!pending) {
+        pending = true;
+        QObject::connect(retired, &QThread::finished, context, [&pending, start = std::move(start)] {
+            pending = false;
+            start();
+        }, Qt::SingleShotConnection);
+    }
+    return true;
+}

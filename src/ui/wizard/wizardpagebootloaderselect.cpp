@@ -215,17 +215,8 @@ void WizardPageBootLoaderSelect::disposeWorker()
 
 void WizardPageBootLoaderSelect::startFlashing()
 {
-    // A worker told to stop may still be leaving the extract folder: start when it has gone.
-    if (retiring && retiring->isRunning()) {
-        if (!startPending) {
-            startPending = true;
-            connect(retiring, &QThread::finished, this, [this] {
-                startPending = false;
-                startFlashing();
-            }, Qt::SingleShotConnection);
-        }
+    if (deferUntilGone(retiring, this, startPending, [this] { startFlashing(); }))
         return;
-    }
     resetDisplay();
     settings->createExtractFolder();
     ui->dfuProgress->setMaximum(100);
