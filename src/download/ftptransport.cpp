@@ -7,6 +7,8 @@
 #include <QSocketNotifier>
 #include <QUrl>
 
+// curl_multi_socket_all is only discouraged, for its cost: see the heartbeat.
+#define CURL_DISABLE_DEPRECATION
 #include <curl/curl.h>
 
 #include <mutex>
@@ -35,6 +37,12 @@ FtpTransport::FtpTransport(QObject *parent) : QObject(parent)
     curl_multi_setopt(multi, CURLMOPT_TIMERDATA, this);
     timer.setSingleShot(true);
     connect(&timer, &QTimer::timeout, this, &FtpTransport::timeout);
+    // libcurl 7.88 can take an FTP passive reply that came with its command and then
+    // wait for the data connection with no socket to watch and no timer due before
+    // the ten-second limit. Its own blocking loop looks at every transfer at least once
+    // a second and never notices; this tick does the same for us.
+    heartbeat.setInterval(250);
+    connect(&heartbeat, &QTimer::timeout, this, &FtpTransport::tick);
 }
 
 FtpTransport::~FtpTransport()
@@ -103,12 +111,14 @@ void FtpTransport::next()
     curl_multi_add_handle(multi, easy);
     // libcurl asks for a new timer only when its value changes: start the command now.
     timer.start(0);
+    heartbeat.start();
 }
 
 void FtpTransport::stepDone(int result)
 {
     curl_multi_remove_handle(multi, easy);
     running = false;
+    heartbeat.stop();
     if (aborted)
         return;
     if (result == CURLE_OPERATION_TIMEDOUT) {
@@ -150,6 +160,7 @@ void FtpTransport::abort()
 void FtpTransport::detach()
 {
     timer.stop();
+    heartbeat.stop();
     if (running) {
         curl_multi_remove_handle(multi, easy);
         running = false;
@@ -163,6 +174,20 @@ void FtpTransport::perform(int socket, int flags)
     ++insideCurl;
     curl_multi_socket_action(multi, curl_socket_t(socket), flags, &stillRunning);
     --insideCurl;
+    reap();
+}
+
+void FtpTransport::tick()
+{
+    int stillRunning = 0;
+    ++insideCurl;
+    curl_multi_socket_all(multi, &stillRunning);
+    --insideCurl;
+    reap();
+}
+
+void FtpTransport::reap()
+{
     int left = 0;
     while (CURLMsg *message = running ? curl_multi_info_read(multi, &left) : nullptr) {
         if (message->msg == CURLMSG_DONE) {

@@ -51,6 +51,8 @@ private:
     void socketEvent(int socket, int flags);
     void timeout();
     void perform(int socket, int flags);
+    void tick(); // every transfer looked at, whatever libcurl waits for
+    void reap();
     void detach();
 
     friend struct FtpCallbacks; // libcurl's, in its own types
@@ -58,6 +60,7 @@ private:
     void *multi; // CURLM
     void *easy;  // CURL
     QTimer timer;
+    QTimer heartbeat;
     QHash<int, QList<QSocketNotifier *>> notifiers;
     QList<Step> steps;
     Step current{};
