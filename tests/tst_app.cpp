@@ -5,7 +5,6 @@
 #include "app/log.h"
 #include "app/logstream.h"
 #include "platform/platform.h"
-#include "platform/singleinstance.h"
 
 #include "testsupport.h"
 
@@ -41,12 +40,6 @@ mode_t modeOf(const QString &path)
     struct stat st;
     lstat(QFile::encodeName(path).constData(), &st);
     return st.st_mode & 07777;
-}
-
-void touch(const QString &path)
-{
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
 }
 } // namespace
 
@@ -133,14 +126,11 @@ private slots:
         QTEST(logBytes(), "expected");
     }
 
-    void builtInCatalogues()
+    void qtCatalogueBuiltIn()
     {
-        // Both catalogues are built in, keyed on the exact source texts.
-        QTranslator ours, qt;
-        QVERIFY(ours.load(":/translations/translations/flashloader_de"));
+        // Qt's own buttons and dialogs speak German too (ours: see tst_startup).
+        QTranslator qt;
         QVERIFY(qt.load(":/translations/translations/qt_de"));
-        QCOMPARE(ours.translate("ErrorTexts", "WELCOME"), QString("WILLKOMMEN"));
-        QCOMPARE(ours.translate("DFUThread", " - Opening error"), QString(" - Fehler beim öffnen"));
         QCOMPARE(qt.translate("QPlatformTheme", "Cancel"), QString("Abbrechen"));
     }
 
@@ -164,7 +154,7 @@ private slots:
         if (before == "link") {
             QVERIFY(QFile::link(elsewhere, usual()));
         } else if (before == "file") {
-            touch(usual());
+            TestSupport::writeFile(usual());
         } else if (!before.isEmpty()) {
             QVERIFY(QDir().mkdir(usual()));
             chmod(QFile::encodeName(usual()).constData(), before == "open-write" ? 0777 : 0755);
@@ -180,20 +170,6 @@ private slots:
         // Every later start takes the same folder: its lock and log stay, nothing piles up.
         QCOMPARE(Platform::privateFolderIn(base.path()), chosen);
         QCOMPARE(QDir(base.path()).entryList({"morvanta-*-*"}, QDir::Dirs).size(), usualKept ? 0 : 1);
-    }
-
-    void singleInstanceByFolder()
-    {
-        qputenv("TMPDIR", QFile::encodeName(base.path()));
-        auto first = std::make_unique<SingleInstance>("/some/folder");
-        QVERIFY(first->acquire());
-        SingleInstance second("/some/folder");
-        QVERIFY(!second.acquire());
-        SingleInstance other("/another/folder");
-        QVERIFY(other.acquire());
-        first.reset(); // the kernel drops the lock with its holder
-        QVERIFY(second.acquire());
-        QVERIFY(Platform::instanceKey("/some/folder") != Platform::instanceKey("/another/folder"));
     }
 
     void removeTree_data()
@@ -212,17 +188,17 @@ private slots:
         QDir(top).removeRecursively();
         QFile::remove(top);
         QDir().mkpath(outside + "/sub");
-        touch(outside + "/sub/precious");
+        TestSupport::writeFile(outside + "/sub/precious");
         if (kind == "tree") {
             QDir().mkpath(top + "/sub/.hidden-dir");
             for (const char *f : {"/a.sys", "/.hidden", "/sub/.hidden-dir/c"})
-                touch(top + QLatin1String(f));
+                TestSupport::writeFile(top + QLatin1String(f));
             QVERIFY(QFile::link(outside, top + "/sub/link-out"));
             QVERIFY(QFile::link(outside + "/sub/precious", top + "/file-link"));
         } else if (kind == "link") {
             QVERIFY(QFile::link(outside, top));
         } else if (kind == "file") {
-            touch(top);
+            TestSupport::writeFile(top);
         }
         QTEST(Platform::removeTree(top), "removed");
         QCOMPARE(QFileInfo(top).exists() || QFileInfo(top).isSymLink(), kind == "file");

@@ -56,9 +56,7 @@ private slots:
     {
         TestSupport::useSandbox(sandbox);
         firmware = sandbox.root() + "/BRIO_MEL_2_1.zkl";
-        QFile f(firmware);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(QByteArray(4000, 'z'));
+        QVERIFY(TestSupport::writeFile(firmware, QByteArray(4000, 'z')));
         qputenv("XMODEM_SIM_DELAY_MS", "40");
     }
 

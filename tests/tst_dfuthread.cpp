@@ -235,11 +235,8 @@ private slots:
         QVERIFY(FirmwareKit::makeZip(pr, FirmwareKit::stageEntries(kind == "nopr" ? "xx" : "pr", 1,
                                                                    kind == "zero" ? 0 : 3000)));
         QStringList files{os, pr};
-        if (kind == "notzip") {
-            QFile f(pr);
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write("PK but not really");
-        }
+        if (kind == "notzip")
+            QVERIFY(TestSupport::writeFile(pr, "PK but not really"));
         const bool gpg = kind == "stored" || kind == "nogpg";
         if (gpg) {
             files = {os + ".gpg", pr + ".gpg"};

@@ -67,11 +67,6 @@ private slots:
             << "ERROR" << 2 << 1;
         QTest::newRow("good run, Debian's dfu-util") << QStringList{"-a", "-p", fw + "/good"} << "DFU_SIM_DIALECT=0.11"
                                                      << "" << 0 << 3;
-        QTest::newRow("device error during the flash, Debian's dfu-util")
-            << QStringList{"-a", "-p", fw + "/good"}
-            << "DFU_SIM_DIALECT=0.11;DFU_SIM_ERROR=Cannot open DFU device 2675:0001 found on devnum 5 "
-               "(LIBUSB_ERROR_ACCESS)"
-            << "ERROR" << 2 << 1;
     }
 
     void endings()

@@ -19,11 +19,6 @@ class TestSettings : public QObject
 
     QString homeFile() const { return sandbox.home() + "/Morvanta_config.ini"; }
     QString log() const { return QString::fromLocal8Bit(TestSupport::readFile(Log::filePath())); }
-    static void touch(const QString &path)
-    {
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-    }
 
 private slots:
     void initTestCase()
@@ -81,9 +76,9 @@ private slots:
         const QString gpgHome = sandbox.instanceFolder() + "/ZelkoGPG";
         const QString extract = sandbox.instanceFolder() + "/ZelkoExtract";
         QDir().mkpath(gpgHome);
-        touch(gpgHome + "/stray.key");
+        TestSupport::writeFile(gpgHome + "/stray.key");
         QDir().mkpath(extract + "/os");
-        touch(extract + "/os/old.sys");
+        TestSupport::writeFile(extract + "/os/old.sys");
 
         TestSupport::ModalAnswerer answerer;
         Dialog dialog(SearchOptions(), true, nullptr);

@@ -137,12 +137,8 @@ private slots:
         sandbox.installProgram({"gpg", "dfu-util"});
         const QString usual = sandbox.workingRoot();
         const QString planted = sandbox.root() + "/planted";
-        QDir().mkpath(planted + "/ZelkoGPG");
-        for (const char *file : {"/logfile.txt", "/ZelkoGPG/pubring.gpg"}) {
-            QFile f(planted + QLatin1String(file));
-            QVERIFY(f.open(QIODevice::WriteOnly));
-            f.write("planted");
-        }
+        for (const char *file : {"/logfile.txt", "/ZelkoGPG/pubring.gpg"})
+            QVERIFY(TestSupport::writeFile(planted + QLatin1String(file), "planted"));
         QVERIFY(QFile::link(planted, usual));
         ProgramRun run(sandbox, {});
         QVERIFY(mainWindowAppears(version));

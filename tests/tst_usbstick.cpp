@@ -21,13 +21,6 @@ using TestSupport::ModalAnswerer;
 
 namespace {
 const QString completed = "Writing completed:";
-void write(const QString &path, const QByteArray &content = "old")
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    f.write(content);
-}
 // Picks the drive that ends in `name` in the open drive list, or cancels it.
 bool pickDrive(const QString &name)
 {
@@ -86,9 +79,9 @@ private slots:
         if (!sysfsPath.isEmpty()) {
             const QString block = sys + "/" + sysfsPath.section('=', 0, 0);
             QDir().mkpath(block);
-            write(QFileInfo(block).path() + "/removable", sysfsPath.section('=', 1).toLatin1());
+            TestSupport::writeFile(QFileInfo(block).path() + "/removable", sysfsPath.section('=', 1).toLatin1());
             QFile::link(block, sys + "/class/block/" + device);
-            write(dev + "/" + device, "");
+            TestSupport::writeFile(dev + "/" + device);
         }
         QFile::link(dev + "/sdb1", dev + "/by-label/STICK");
         QTEST(Platform::isRemovableDevice(dev + "/" + device, sys), "stick");
@@ -129,9 +122,9 @@ private slots:
         const QString drive = sandbox.root() + "/sticks/" + QTest::currentDataTag();
         const QString outside = sandbox.root() + "/home-of-someone";
         QDir().mkpath(drive);
-        write(outside + "/precious");
+        TestSupport::writeFile(outside + "/precious", "old");
         if (stick == "old")
-            write(drive + "/.zelko_update/old.sys");
+            TestSupport::writeFile(drive + "/.zelko_update/old.sys", "old");
         if (stick == "link")
             QVERIFY(QFile::link(outside, drive + "/.zelko_update"));
         if (stick == "full" && QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=12k", "tmpfs", drive}) != 0)
@@ -178,8 +171,6 @@ private slots:
             QProcess::execute("umount", {drive});
     }
 
-    // A stick's folder takes its files only once all of them are whole: a name in both
-    // stages leaves it empty, and so does a package without "pr".
     // The same file name in both halves cannot go into the one folder on the stick.
     void nameClashBetweenTheHalves()
     {

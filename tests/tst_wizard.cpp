@@ -25,9 +25,7 @@ using TestSupport::ModalAnswerer;
 namespace {
 void plug(const QString &file, bool present)
 {
-    QFile f(file);
-    f.open(QIODevice::WriteOnly);
-    f.write(present ? "present\n" : "absent\n");
+    TestSupport::writeFile(file, present ? "present\n" : "absent\n");
 }
 } // namespace
 

@@ -41,6 +41,13 @@ QByteArray readFile(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
+bool writeFile(const QString &path, const QByteArray &content)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size();
+}
+
 Sandbox::Sandbox()
 {
     for (const QString &sub : {home(), tmp(), cwd(), app()})
@@ -115,9 +122,7 @@ BrokenTool::BrokenTool(const QString &name)
     : path(QCoreApplication::applicationDirPath() + "/" + name), target(QFileInfo(path).symLinkTarget())
 {
     QFile::remove(path);
-    QFile f(path);
-    f.open(QIODevice::WriteOnly);
-    f.write("not a program");
+    writeFile(path, "not a program");
 }
 
 BrokenTool::~BrokenTool()
@@ -374,13 +379,11 @@ UpdateServer::UpdateServer(const QString &mode, const QByteArray &listAnswer, qu
                            const QStringList &certificateAndKey)
     : listeningPort(onPort)
 {
-    QFile body(scratch.path() + "/answer");
-    body.open(QIODevice::WriteOnly);
-    body.write(listAnswer);
-    body.close();
+    const QString body = scratch.path() + "/answer";
+    writeFile(body, listAnswer);
     start("/usr/bin/python3",
           QStringList{QStringLiteral(MORVANTA_TEST_SOURCE_DIR) + "/tests/support/testserver.py",
-                      QString::number(listeningPort ? listeningPort : port()), mode, body.fileName()} +
+                      QString::number(listeningPort ? listeningPort : port()), mode, body} +
               certificateAndKey,
           QProcessEnvironment::systemEnvironment());
 }

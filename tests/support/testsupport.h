@@ -175,5 +175,7 @@ private:
 int liveProcessesWith(const QString &argument);
 
 QByteArray readFile(const QString &path);
+// Makes the folder it goes into; false if the file could not be written whole.
+bool writeFile(const QString &path, const QByteArray &content = {});
 
 } // namespace TestSupport
