@@ -35,6 +35,18 @@ void ErrorTexts::setupMessageBox(QMessageBox &box, errorLevel level, const QStri
     }
 }
 
+void ErrorTexts::execMessageBox(errorLevel level, const QString &text)
+{
+    QMessageBox box;
+    setupMessageBox(box, level, text);
+    box.exec();
+}
+
+QString ErrorTexts::flashingFailed(const QString &toolError)
+{
+    return flashingNotCompleted() + QLatin1String("\n\n") + toolError + QLatin1Char('\n') + moreInformation();
+}
+
 QString ErrorTexts::deviceNotConnected()
 {
     return tr("Device is not connected");

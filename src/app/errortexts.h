@@ -16,12 +16,16 @@ public:
 
     static QString caption(errorLevel level);
     static void setupMessageBox(QMessageBox &box, errorLevel level, const QString &text);
+    // A box of its own, without a parent, filled as above; returns when it is closed.
+    static void execMessageBox(errorLevel level, const QString &text);
 
     static QString deviceNotConnected();
     static QString processAborted();
     static QString flashingNotCompleted();
     static QString processWillBeAborted();
     static QString moreInformation();
+    // What the user reads when a tool reported an error during a flash.
+    static QString flashingFailed(const QString &toolError);
 };
 
 Q_DECLARE_METATYPE(ErrorTexts::errorLevel)

@@ -9,7 +9,6 @@
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QFile>
-#include <QMessageBox>
 #include <QSettings>
 #include <QtDebug>
 
@@ -170,9 +169,7 @@ QString Settings::getExtractFolderName()
 
 void Settings::showWarning(const QString &text)
 {
-    QMessageBox box;
-    ErrorTexts::setupMessageBox(box, ErrorTexts::Warning, text);
-    box.exec();
+    ErrorTexts::execMessageBox(ErrorTexts::Warning, text);
 }
 
 bool Settings::removeFolder(const QString &path)

@@ -306,16 +306,16 @@ void FileDownloader::offerVersions()
 
 void FileDownloader::receiveTesselNINEUnstableSelect(const QString &preName)
 {
-    fetchChosenVersion(preName, Settings::getTesselNINEName(), 2);
+    fetchChosenVersion(preName);
 }
 
 void FileDownloader::receiveBrioMelUnstableSelect(const QString &preName)
 {
-    fetchChosenVersion(preName, Settings::getBrioMelName(), 6);
+    fetchChosenVersion(preName);
 }
 
 // The files of the version picked from the list, then on to their download.
-void FileDownloader::fetchChosenVersion(const QString &preName, const QString &family, int nextState)
+void FileDownloader::fetchChosenVersion(const QString &preName)
 {
     closeSelectionList();
     selectedNames.clear();
@@ -325,8 +325,8 @@ void FileDownloader::fetchChosenVersion(const QString &preName, const QString &f
     }
     QString first = selectedNames.value(0);
     bool hasV = false;
-    version = Version::fileVersion(first, family, &hasV);
-    httpState = nextState;
+    version = Version::fileVersion(first, family(), &hasV);
+    httpState = option == TesselNINEUnstable ? 2 : 6;
     startFetch();
 }
 

@@ -74,7 +74,7 @@ private:
     void endOfListing();
     void offerVersions();
     void startFetch();
-    void fetchChosenVersion(const QString &preName, const QString &family, int nextState);
+    void fetchChosenVersion(const QString &preName);
     bool prepareLocalFiles();
     void fetchHttp();
     void finish();

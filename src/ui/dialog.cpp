@@ -200,9 +200,7 @@ void Dialog::setBootLoaderActionEnabled(bool enabled)
 
 void Dialog::showMsgBox(ErrorTexts::errorLevel level, const QString &text)
 {
-    QMessageBox box;
-    ErrorTexts::setupMessageBox(box, level, text);
-    box.exec();
+    ErrorTexts::execMessageBox(level, text);
     if (level == ErrorTexts::Error)
         exitInternalAutomatic(2);
 }
@@ -267,8 +265,7 @@ void Dialog::restoreSearchButtonText()
 void Dialog::errorOutputSlot(const QString &errorSpec)
 {
     qWarning() << quoted(errorSpec);
-    showMsgBox(ErrorTexts::Error, ErrorTexts::flashingNotCompleted() + QLatin1String("\n\n") + errorSpec +
-                                      QLatin1Char('\n') + ErrorTexts::moreInformation());
+    showMsgBox(ErrorTexts::Error, ErrorTexts::flashingFailed(errorSpec));
 }
 
 void Dialog::handleSettingError()

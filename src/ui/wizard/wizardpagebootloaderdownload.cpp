@@ -5,7 +5,6 @@
 
 #include <QAbstractButton>
 #include <QDir>
-#include <QMessageBox>
 #include <QWizard>
 
 WizardPageBootLoaderDownload::WizardPageBootLoaderDownload(Settings *settings, FileDownloader::Protocol protocol,
@@ -147,9 +146,7 @@ void WizardPageBootLoaderDownload::abortDownload(const QString &errorMsg)
 
 void WizardPageBootLoaderDownload::showMsgBox(ErrorTexts::errorLevel level, const QString &text)
 {
-    QMessageBox box;
-    ErrorTexts::setupMessageBox(box, level, text);
-    box.exec();
+    ErrorTexts::execMessageBox(level, text);
 }
 
 void WizardPageBootLoaderDownload::setNetSearchText(const QString &text)

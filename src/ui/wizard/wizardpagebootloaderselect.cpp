@@ -16,7 +16,6 @@
 #include <QDir>
 #include <QFileDialog>
 #include <QFileInfo>
-#include <QMessageBox>
 #include <QWizard>
 #include <QtDebug>
 
@@ -313,9 +312,7 @@ void WizardPageBootLoaderSelect::externProcessesFinished()
 
 void WizardPageBootLoaderSelect::showMsgBox(ErrorTexts::errorLevel level, const QString &text)
 {
-    QMessageBox box;
-    ErrorTexts::setupMessageBox(box, level, text);
-    box.exec();
+    ErrorTexts::execMessageBox(level, text);
     if (automatic && level == ErrorTexts::Error)
         exitSlot(2);
 }
@@ -323,8 +320,7 @@ void WizardPageBootLoaderSelect::showMsgBox(ErrorTexts::errorLevel level, const 
 void WizardPageBootLoaderSelect::errorOutputSlot(const QString &errorSpec)
 {
     qWarning() << quoted(errorSpec);
-    showMsgBox(ErrorTexts::Error, ErrorTexts::flashingNotCompleted() + QLatin1String("\n\n") + errorSpec +
-                                      QLatin1Char('\n') + ErrorTexts::moreInformation());
+    showMsgBox(ErrorTexts::Error, ErrorTexts::flashingFailed(errorSpec));
 }
 
 void WizardPageBootLoaderSelect::setTotalProgress(int val)
