@@ -116,6 +116,9 @@ private slots:
         QTest::newRow("tool output that is no text")
             << Statement([] { qDebug() << quoted(QByteArray("a\x01\xff\xc3(\0z", 7)); })
             << QByteArray("\"a\\x01\\xff\\xc3(\\x00z\" \n");
+        QTest::newRow("text from outside with control characters")
+            << Statement([] { qDebug() << quoted(QString::fromUtf8("a\x1b[2Jb\u0085c\u202ed\re\tf")); })
+            << QByteArray("\"a\\x1b[2Jb\\u0085c\\u202ed\re\tf\" \n");
         QTest::newRow("info is not logged") << Statement([] { qInfo() << "quiet"; }) << QByteArray();
     }
 

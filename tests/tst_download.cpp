@@ -16,6 +16,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
+#include <QRegularExpression>
 #include <QSslConfiguration>
 #include <QTabWidget>
 #include <QTest>
@@ -292,6 +293,11 @@ private slots:
         QTest::newRow("a NUL ends the answer")
             << "answer" << pair + QByteArray("\0Tessel_NINE_V99.OS.zip.gpg\nTessel_NINE_V99.PR.zip.gpg\n", 55)
             << "finished:Tessel_NINE_V9.PR.zip.gpg";
+        QTest::newRow("names in markup or with control characters")
+            << "answer" << QByteArray("Tessel_NINE_V<font color=red size=6>9_9_9<!--.OS.zip.gpg\n"
+                                      "Tessel_NINE_V<font color=red size=6>9_9_9<!--.PR.zip.gpg\n"
+                                      "Tessel_NINE_V9\x1b[2J.OS.zip.gpg\nTessel_NINE_V9\x1b[2J.PR.zip.gpg\n")
+            << "aborted:No versions are available\nto download!";
         QTest::newRow("a signed run passes plain zips by")
             << "answer" << "Tessel_NINE_V99.OS.zip\nTessel_NINE_V99.PR.zip\n" + pair << "finished:Tessel_NINE_V9.PR.zip.gpg";
     }
@@ -312,6 +318,9 @@ private slots:
         QVERIFY2(run.outcome.startsWith(outcome.section(':', 0, 0)) && run.outcome.contains(outcome.section(':', 1)),
                  qPrintable(run.outcome));
         QCOMPARE(filesIn(folder).size(), outcome.startsWith("finished") ? 2 : 0);
+        // Nothing from outside reaches the log as a raw control character.
+        const QString log = QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/logfile.txt"));
+        QVERIFY(!log.contains(QRegularExpression("[\\x00-\\x08\\x0b\\x0c\\x0e-\\x1f\\x7f]")));
     }
 
     void abortDuringTheTransfer_data()
@@ -340,6 +349,47 @@ private slots:
         QTest::qWait(200);
         QVERIFY(log.of("sigAbortDownload").isEmpty() && log.of("sigMsgBox").isEmpty());
         QCOMPARE(filesIn(folder), QStringList{});
+    }
+
+    // However a download from the window ends, the window is whole again.
+    void windowAfterADownload_data()
+    {
+        QTest::addColumn<QString>("ending");
+        QTest::addColumn<QStringList>("locked");
+        const QStringList noFirmware{"lupdateButton_tessel_nine", "usbDriveStartButton_tessel_nine"};
+        QTest::newRow("done") << "done" << QStringList{};
+        QTest::newRow("failed") << "status" << noFirmware;
+        QTest::newRow("aborted") << "stall" << noFirmware;
+    }
+
+    void windowAfterADownload()
+    {
+        QFETCH(QString, ending);
+        std::optional<UpdateServer> server;
+        if (ending == "done")
+            server.emplace(tree);
+        else
+            server.emplace(ending, "Tessel_NINE_V9.OS.zip.gpg\nTessel_NINE_V9.PR.zip.gpg\n");
+        QVERIFY(server->isListening());
+        ModalAnswerer answerer;
+        answerer.fileToChoose = store("window");
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.show();
+        auto *pages = dialog.findChild<QTabWidget *>("tab_tessel_nine_options");
+        pages->setCurrentIndex(2);
+        auto *search = dialog.findChild<QPushButton *>("nsearchButton_tessel_nine");
+        answerer.plannedButtons = {QMessageBox::Yes};
+        search->click();
+        if (ending == "stall") {
+            QTRY_COMPARE_WITH_TIMEOUT(search->text(), QString("Abort"), 10000);
+            answerer.plannedButtons = {QMessageBox::Yes};
+            search->click();
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(search->text(), QString("Search..."), 20000);
+        QTRY_VERIFY(search->isEnabled());
+        QTest::qWait(300);
+        pages->setCurrentIndex(0);
+        QTEST(TestSupport::lockedJobControls(&dialog), "locked");
     }
 
     // Ten seconds of silence end a request; a slow answer that keeps coming does not.

@@ -20,6 +20,8 @@ QString ErrorTexts::caption(errorLevel level)
 void ErrorTexts::setupMessageBox(QMessageBox &box, errorLevel level, const QString &text)
 {
     box.setWindowTitle(caption(level));
+    // Paths, versions and tool output reach boxes: they are shown as the text they are.
+    box.setTextFormat(Qt::PlainText);
     box.setText(text);
     switch (level) {
     case Error:

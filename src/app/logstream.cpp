@@ -5,9 +5,35 @@ LogText plain(const QString &text)
     return {text};
 }
 
+// Control characters could rewrite what a reader of the log sees (a carriage return
+// without its line feed aside, escapes of a terminal, bidirectional overrides): in text
+// from outside they stand as \xNN or \uNNNN. Line feeds, returns and tabs keep their shape.
+static bool isHiddenControl(QChar c)
+{
+    const char16_t u = c.unicode();
+    if (u == u'\n' || u == u'\r' || u == u'\t')
+        return false;
+    return c.category() == QChar::Other_Control || (u >= 0x202a && u <= 0x202e) || (u >= 0x2066 && u <= 0x2069);
+}
+
+static QString withVisibleControls(const QString &text)
+{
+    QString shown;
+    shown.reserve(text.size());
+    for (const QChar c : text) {
+        if (!isHiddenControl(c))
+            shown += c;
+        else if (c.unicode() < 0x80)
+            shown += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        else
+            shown += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+    }
+    return shown;
+}
+
 LogText quoted(const QString &text)
 {
-    return {QLatin1Char('"') + text + QLatin1Char('"')};
+    return {QLatin1Char('"') + withVisibleControls(text) + QLatin1Char('"')};
 }
 
 // Length of the valid UTF-8 sequence at bytes[i], or 0.
@@ -55,7 +81,7 @@ LogText quoted(const QStringList &list)
     QStringList parts;
     parts.reserve(list.size());
     for (const QString &entry : list)
-        parts << QLatin1Char('"') + entry + QLatin1Char('"');
+        parts << QLatin1Char('"') + withVisibleControls(entry) + QLatin1Char('"');
     return {QLatin1Char('(') + parts.join(QLatin1String(", ")) + QLatin1Char(')')};
 }
 

@@ -8,6 +8,7 @@ static void runBox(const QString &title, const QString &text, QMessageBox::Icon 
 {
     QMessageBox box;
     box.setWindowTitle(title);
+    box.setTextFormat(Qt::PlainText);
     box.setText(text);
     box.setIcon(icon);
     box.exec();

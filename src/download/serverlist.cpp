@@ -8,8 +8,11 @@
 
 bool isPlainFileName(const QString &name)
 {
-    return !name.isEmpty() && !name.contains(QLatin1Char('/')) && !name.contains(QLatin1Char('\\')) &&
-           !name.contains(QLatin1String("..")) && !name.contains(QChar(0));
+    // The reference server's own rule: nothing a file system, a shell or a label could
+    // read as more than a name.
+    static const QRegularExpression allowed(
+        QRegularExpression::anchoredPattern(QStringLiteral("[A-Za-z0-9_+-][A-Za-z0-9_.+-]*")));
+    return allowed.match(name).hasMatch() && !name.contains(QLatin1String(".."));
 }
 
 QStringList parseFileList(const QByteArray &body, const QString &family, bool useZipSearch)

@@ -13,5 +13,6 @@ QStringList parseFileList(const QByteArray &body, const QString &family, bool us
 // "Tessel_NINE*zip.gpg": many servers refuse to filter a listing themselves.
 QStringList parseFtpNameList(const QByteArray &listing, const QString &nameFilter);
 
-// A name from outside that can be used as a plain file name in a folder of ours.
+// A name from outside that can be used as a plain file name in a folder of ours:
+// letters, digits and "_ . + -" only, no "..", not starting with a dot.
 bool isPlainFileName(const QString &name);

@@ -6,6 +6,7 @@ bool DialogQuestions::ask(const QString &text)
 {
     QMessageBox box;
     box.setWindowTitle(QStringLiteral("QUESTION"));
+    box.setTextFormat(Qt::PlainText); // questions quote versions and paths from outside
     box.setText(text);
     box.setIcon(QMessageBox::Question);
     box.setStandardButtons(QMessageBox::Yes | QMessageBox::No);
