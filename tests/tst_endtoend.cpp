@@ -13,6 +13,9 @@
 #include <QSettings>
 #include <QTest>
 
+#include <csignal>
+#include <sys/stat.h>
+
 using TestSupport::FirmwareKit;
 using TestSupport::ProgramRun;
 using TestSupport::Sandbox;
@@ -23,6 +26,7 @@ class TestEndToEnd : public QObject
     FirmwareKit kit;
     QTemporaryDir firmware;
     QStringList package; // signed V1_2_4 pair, alone in its folder
+    QString bootLoader;  // signed, with the firmware above
 
 
     // The simulator's scenario for one run: NAME=VALUE;... on top of a quick transfer.
@@ -46,6 +50,8 @@ private slots:
         package = kit.makePackage(firmware.path() + "/good", "Tessel_NINE_V1_2_4", 2, 1, 4000, true);
         QCOMPARE(package.size(), 2);
         QVERIFY(QFile::copy(package[0], firmware.path() + "/lonely/Tessel_NINE_V1_2_4.OS.zip.gpg"));
+        QDir().mkpath(firmware.path() + "/bootloader");
+        bootLoader = kit.makeBootloader(firmware.path() + "/bootloader", "Tessel_NINE_V2_0_1", 1, 3000, true);
     }
 
     void endings_data()
@@ -151,17 +157,21 @@ private slots:
     // In internal mode the program looks for a newer version of itself on the share.
     void newVersionOnTheShare_data()
     {
-        QTest::addColumn<QString>("published"); // version=key; "" no share
+        QTest::addColumn<QString>("published"); // the version file; "" no share, "sparse" 100 GB of nothing
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<QString>("answer");    // the box answered, and how: "QUESTION:y"
         QTest::addColumn<bool>("handedOver");
         QTest::addColumn<QString>("logged");
-        const QString good = "Morvanta.03.20260701.0=247"; // its bytes add up to 247, modulo 256
+        // The version's bytes add up to 247, modulo 256.
+        const QString good = "[General]\nMorvanta=Morvanta.03.20260701.0\nrelease_info=R\nkey=247\n";
         QTest::newRow("newer: upgrade") << good << QStringList{} << "QUESTION:y" << true << "\"***********Fen Updater *********\"";
         QTest::newRow("newer: not now") << good << QStringList{} << "QUESTION:Return" << false << "\"ID:                ID42\"";
-        QTest::newRow("wrong checksum") << "Morvanta.03.20260701.0=12" << QStringList{} << "ERROR:Return" << false
+        QTest::newRow("wrong checksum") << QString(good).replace("247", "12") << QStringList{} << "ERROR:Return" << false
                                         << "\"Latest key:      12\"";
+        QTest::newRow("keys in any case") << "[general]\nMORVANTA = Morvanta.03.20260701.0\r\nKey=247 ; checked\n"
+                                          << QStringList{} << "QUESTION:Return" << false << "\"Latest key:      247\"";
         QTest::newRow("no share") << "" << QStringList{} << "" << false << " does not exit\"";
+        QTest::newRow("100 GB, sparse") << "sparse" << QStringList{} << "" << false << " is larger than 64 KiB\"";
         QTest::newRow("unattended run: logged only") << good << QStringList{"-a", "-p", firmware.path() + "/good"} << ""
                                                      << false << "Upgrade is only possible if application\nis not in automatic mode!";
     }
@@ -176,12 +186,12 @@ private slots:
         if (QProcess::execute("mount", {"-t", "tmpfs", "tmpfs", "/mnt"}) != 0)
             QSKIP("needs a mount namespace of its own");
         const auto unmount = qScopeGuard([] { QProcess::execute("umount", {"/mnt"}); });
-        if (!published.isEmpty()) {
+        if (published == "sparse") {
             QDir().mkpath(QFileInfo(Deployment::networkVersionFile).path());
-            QSettings file(Deployment::networkVersionFile, QSettings::IniFormat);
-            file.setValue("Morvanta", published.section('=', 0, 0));
-            file.setValue("release_info", "R");
-            file.setValue("key", published.section('=', 1));
+            QFile file(Deployment::networkVersionFile);
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.resize(qint64(100) << 30));
+        } else if (!published.isEmpty()) {
+            QVERIFY(TestSupport::writeFile(Deployment::networkVersionFile, published.toUtf8()));
         }
         Sandbox sandbox;
         sandbox.writeConfig({{"mode", "internal"}, {"fenupdaterpath", TestSupport::binDir() + "/stand-in-updater"},
@@ -202,6 +212,90 @@ private slots:
         QVERIFY2(sandbox.log().contains(logged), qPrintable(sandbox.log().right(600)));
         QCOMPARE(sandbox.log().contains("\"ID:                ID42\""), answer.startsWith("QUESTION"));
         run.terminate();
+    }
+
+    // A version file that never answers, as a share that hangs, holds up nothing: not
+    // the window, its end, a language restart, nor an unattended run. A FIFO's open
+    // waits for a writer; a FUSE share whose server is stopped holds any look at it.
+    void shareThatHangs_data()
+    {
+        QTest::addColumn<QString>("share"); // fifo, stopped
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("action"); // close, restart; nothing in unattended runs
+        QTest::addColumn<int>("exitCode");
+        const QString good = firmware.path() + "/good";
+        QTest::newRow("window closed") << "fifo" << QStringList{} << "close" << 0;
+        QTest::newRow("language restart") << "fifo" << QStringList{} << "restart" << 0;
+        QTest::newRow("unattended flash") << "fifo" << QStringList{"-a", "-p", good} << "" << 0;
+        QTest::newRow("unattended boot loader") << "fifo" << QStringList{"-a", "-b", "-f", bootLoader} << "" << 0;
+        QTest::newRow("stopped share, window closed") << "stopped" << QStringList{} << "close" << 0;
+        QTest::newRow("stopped share, unattended boot loader") << "stopped" << QStringList{"-a", "-b", "-f", bootLoader}
+                                                               << "" << 0;
+    }
+
+    void shareThatHangs()
+    {
+        QFETCH(QString, share);
+        QFETCH(QStringList, args);
+        QFETCH(QString, action);
+        if (QProcess::execute("mount", {"-t", "tmpfs", "tmpfs", "/mnt"}) != 0)
+            QSKIP("needs a mount namespace of its own");
+        const QString file = Deployment::networkVersionFile;
+        QProcess server;
+        const auto unmount = qScopeGuard([&] {
+            ::kill(pid_t(server.processId()), SIGCONT);
+            QProcess::execute("umount", {"-l", "/mnt"});
+        });
+        QDir().mkpath(QFileInfo(file).path());
+        if (share == "fifo") {
+            QCOMPARE(mkfifo(QFile::encodeName(file).constData(), 0644), 0);
+        } else {
+            const QString image = firmware.path() + "/share.img";
+            QFile disk(image);
+            QVERIFY(disk.open(QIODevice::WriteOnly | QIODevice::Truncate) && disk.resize(16 << 20));
+            disk.close();
+            QCOMPARE(QProcess::execute("/sbin/mkfs.vfat", {"-F", "16", image}), 0);
+            const QString mountPoint = QFileInfo(file).path();
+            server.start("fusefat", {"-f", "-o", "rw+", image, mountPoint});
+            server.waitForStarted();
+            QDeadlineTimer deadline(5000);
+            const auto mounted = [&] {
+                return TestSupport::readFile("/proc/self/mountinfo").contains(" " + QFile::encodeName(mountPoint) + " ");
+            };
+            while (!mounted() && server.state() == QProcess::Running && !deadline.hasExpired())
+                QTest::qWait(100);
+            if (!mounted())
+                QSKIP("needs FUSE (/dev/fuse) in a mount namespace of its own");
+            QVERIFY(TestSupport::writeFile(file, "[General]\n"));
+            ::kill(pid_t(server.processId()), SIGSTOP);
+        }
+        Sandbox sandbox;
+        sandbox.writeConfig({{"Mode", "internal"}, {"language", "English"}}); // a key in the maker's case
+        sandbox.installProgram({"gpg", "dfu-util"});
+        const QString window = "Morvanta.03.20260616.0";
+        auto run = std::make_unique<ProgramRun>(sandbox, args, QString(), simulator(sandbox, ""));
+        if (action == "restart") {
+            QVERIFY(TestSupport::answerBox("WELCOME"));
+            QVERIFY(TestSupport::typeInto(window, "ctrl+g"));
+            QVERIFY(TestSupport::answerBox("QUESTION")); // Yes is the default here
+            QVERIFY(TestSupport::answerBox("WILLKOMMEN"));
+        }
+        if (!action.isEmpty()) {
+            QVERIFY(action == "restart" || TestSupport::answerBox("WELCOME"));
+            QVERIFY(TestSupport::closeWindow(window));
+        }
+        QVERIFY2(run->waitForExit(30000), qPrintable(sandbox.log().right(600)));
+        QTEST(run->exitCode(), "exitCode");
+        // The check ran (the configuration's "Mode" made this start internal) and ended
+        // at once, or it waits still on the stopped share, unheard.
+        QCOMPARE(sandbox.log().contains("software_version.ini is no readable file\""), share == "fifo");
+        // The next start from the same folder is not kept out by one that lingers.
+        run = std::make_unique<ProgramRun>(sandbox, QStringList{});
+        QVERIFY(TestSupport::answerBox(action == "restart" ? "WILLKOMMEN" : "WELCOME"));
+        QVERIFY(!TestSupport::windowExists("ERROR"));
+        QVERIFY(TestSupport::closeWindow(window));
+        QVERIFY(run->waitForExit(10000));
+        QCOMPARE(run->exitCode(), 0);
     }
 
     void bootLoaderRuns_data()

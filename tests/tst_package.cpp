@@ -99,6 +99,12 @@ private slots:
               run("appstreamcli", {"validate", "--no-net", "--pedantic", share + "/metainfo/com.zelko.morvanta.metainfo.xml"})})
             QVERIFY2(checked.exitCode == 0 && !checked.output.contains(QRegularExpression("^[EWIP]:", QRegularExpression::MultilineOption)),
                      qPrintable(checked.output));
+        // Started from the menu, the program runs in its own folder: the updater is
+        // handed that folder, and the manuals are looked for there.
+        const QString entry = QString::fromUtf8(TestSupport::readFile(share + "/applications/com.zelko.morvanta.desktop"));
+        const QString folder = QRegularExpression("^Path=(.*)$", QRegularExpression::MultilineOption).match(entry).captured(1);
+        QCOMPARE(folder, QString("/usr/lib/morvanta"));
+        QVERIFY(QFileInfo(root() + folder + "/morvanta").isExecutable());
     }
 
     // apt resolves everything the package asks for from Debian's own archive.

@@ -60,7 +60,7 @@ void Settings::load()
     }
 
     config = new QSettings(homeFile, QSettings::IniFormat);
-    config->setValue(QStringLiteral("Path"), appDir);
+    setValue(QStringLiteral("Path"), appDir);
 
     tempDir = QDir(Platform::instanceFolder());
     extractFolder = tempDir.absolutePath() + QLatin1Char('/') + QLatin1String(extractFolderName);
@@ -100,14 +100,28 @@ void Settings::decideGpgAvailable()
         qDebug() << plain("...No " + gpg);
 }
 
+QString Settings::storedKey(const QString &key) const
+{
+    // Keys are found whatever their case, as on the platform the file comes from,
+    // and a value goes back under the spelling that the file already has.
+    if (config->contains(key))
+        return key;
+    const QStringList keys = config->childKeys();
+    for (const QString &stored : keys) {
+        if (stored.compare(key, Qt::CaseInsensitive) == 0)
+            return stored;
+    }
+    return key;
+}
+
 QString Settings::getValue(const QString &key) const
 {
-    return config->value(key, QString()).toString();
+    return config->value(storedKey(key), QString()).toString();
 }
 
 void Settings::setValue(const QString &key, const QString &value)
 {
-    config->setValue(key, value);
+    config->setValue(storedKey(key), value);
 }
 
 void Settings::setHttp(bool http)

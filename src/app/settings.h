@@ -85,6 +85,7 @@ private:
     void decideGpgAvailable();
     void copyKeyResource(const QString &resource, const QString &destination, const QString &failureText);
     QString toolPath(const QString &baseName) const;
+    QString storedKey(const QString &key) const;
     QString listUrl(const QString &folder, const QString &userIdentifier) const;
     static QString fileUrl(const QString &folder, const QString &userIdentifier);
     bool useSignedForms(bool useZipSearch) const { return gpgAvailable && !useZipSearch; }

@@ -32,6 +32,12 @@ QString instanceFolder();
 // not exist counts as removed; a plain file given as the folder is refused.
 bool removeTree(const QString &path);
 
+enum class SmallFile { Read, Missing, Unreadable, TooLarge };
+// Reads a small file that someone else keeps, perhaps on a network share: at most
+// maxBytes of it, and only a plain file (a FIFO or a device could keep a read waiting
+// for ever). Whoever calls it must be ready to wait: a share that hangs holds any open().
+SmallFile readSmallFile(const QString &path, qint64 maxBytes, QByteArray &content);
+
 // Environment for a tool whose messages the program reads: fixed C locale, so the
 // texts it looks for do not depend on the user's language.
 QProcessEnvironment toolEnvironment();
@@ -42,8 +48,10 @@ bool flushToDevice(const QString &path);
 // Writes a folder's entries through to its device.
 bool syncFolder(const QString &path);
 
-// Mounted file systems on removable or USB block devices, by mount path.
-QStringList removableDrives();
+// Mounted file systems on removable or USB block devices, by mount path, from the
+// kernel's mount table.
+QStringList removableDrives(const QString &mountInfo = QStringLiteral("/proc/self/mountinfo"),
+                            const QString &sysfsRoot = QStringLiteral("/sys"));
 // Whether a block device (such as "/dev/sdb1") is removable or on USB, by sysfs.
 bool isRemovableDevice(const QString &device, const QString &sysfsRoot = QStringLiteral("/sys"));
 

@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QStorageInfo>
 #include <QtDebug>
 
 #include <cerrno>
@@ -162,6 +161,39 @@ bool Platform::removeTree(const QString &path)
     return emptied && rmdir(native.constData()) == 0;
 }
 
+Platform::SmallFile Platform::readSmallFile(const QString &path, qint64 maxBytes, QByteArray &content)
+{
+    content.clear();
+    const int fd = open(QFile::encodeName(path).constData(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
+        return errno == ENOENT || errno == ENOTDIR ? SmallFile::Missing : SmallFile::Unreadable;
+    struct stat st;
+    SmallFile result = SmallFile::Read;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))
+        result = SmallFile::Unreadable;
+    else if (st.st_size > maxBytes)
+        result = SmallFile::TooLarge;
+    // One byte more than allowed tells a file that grew, or lied about its size.
+    QByteArray buffer(maxBytes + 1, Qt::Uninitialized);
+    qint64 got = 0;
+    while (result == SmallFile::Read && got < buffer.size()) {
+        const ssize_t n = read(fd, buffer.data() + got, size_t(buffer.size() - got));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            result = SmallFile::Unreadable;
+        if (n <= 0)
+            break;
+        got += n;
+    }
+    close(fd);
+    if (result == SmallFile::Read && got > maxBytes)
+        result = SmallFile::TooLarge;
+    if (result == SmallFile::Read)
+        content = buffer.left(got);
+    return result;
+}
+
 QProcessEnvironment Platform::toolEnvironment()
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -207,14 +239,43 @@ bool Platform::isRemovableDevice(const QString &device, const QString &sysfsRoot
     return flag.open(QIODevice::ReadOnly) && flag.readAll().trimmed() == "1";
 }
 
-QStringList Platform::removableDrives()
+// A field of /proc/self/mountinfo, with its octal escapes (a blank is "\040") undone.
+static QString mountField(const QByteArray &field)
 {
+    QByteArray raw;
+    for (int i = 0; i < field.size(); ++i) {
+        if (field[i] == '\\' && i + 3 < field.size()) {
+            bool ok = false;
+            const int value = field.mid(i + 1, 3).toInt(&ok, 8);
+            if (ok) {
+                raw += char(value);
+                i += 3;
+                continue;
+            }
+        }
+        raw += field[i];
+    }
+    return QFile::decodeName(raw);
+}
+
+QStringList Platform::removableDrives(const QString &mountInfo, const QString &sysfsRoot)
+{
+    // Read from the kernel's table, not by asking each file system: a network share
+    // that hangs would hold the question for minutes, and is no stick anyway.
+    QFile table(mountInfo);
+    if (!table.open(QIODevice::ReadOnly))
+        return {};
     QStringList drives;
-    for (const QStorageInfo &volume : QStorageInfo::mountedVolumes()) {
-        const QString device = QString::fromLocal8Bit(volume.device());
-        if (volume.isValid() && volume.isReady() && device.startsWith(QLatin1String("/dev/")) &&
-            isRemovableDevice(device))
-            drives << volume.rootPath();
+    for (const QByteArray &line : table.readAll().split('\n')) {
+        const QList<QByteArray> fields = line.split(' ');
+        const qsizetype separator = fields.indexOf("-");
+        if (separator < 6 || separator + 2 >= fields.size())
+            continue;
+        const QString mountPoint = mountField(fields.at(4));
+        const QString device = mountField(fields.at(separator + 2));
+        if (device.startsWith(QLatin1String("/dev/")) && isRemovableDevice(device, sysfsRoot) &&
+            !drives.contains(mountPoint))
+            drives << mountPoint;
     }
     return drives;
 }

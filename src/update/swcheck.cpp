@@ -11,6 +11,7 @@
 #include <QtDebug>
 
 #include <cstdlib>
+#include <utility>
 
 SWCheck::SWCheck(Settings *settings, SearchOptions options, QObject *parent)
     : QObject(parent), settings(settings), options(std::move(options))
@@ -19,8 +20,21 @@ SWCheck::SWCheck(Settings *settings, SearchOptions options, QObject *parent)
 
 SWCheck::~SWCheck()
 {
-    if (swCheckIntern)
-        swCheckIntern->wait();
+    abandonCheck();
+}
+
+void SWCheck::abandonCheck()
+{
+    // The version file lies on a share that may hang for minutes: a check still under
+    // way is left to end by itself, unheard, and is never waited for.
+    QThread *check = std::exchange(swCheckIntern, nullptr);
+    if (!check)
+        return;
+    check->disconnect(this);
+    check->setParent(nullptr);
+    connect(check, &QThread::finished, check, &QObject::deleteLater);
+    if (check->isFinished())
+        delete check;
 }
 
 void SWCheck::checkForNewVersion()
@@ -31,7 +45,7 @@ void SWCheck::checkForNewVersion()
         qDebug() << "Will not check for new software version if NO_ENC version is activated";
         return;
     }
-    delete swCheckIntern;
+    abandonCheck();
     swCheckIntern = new SWCheckIntern(settings, this);
     connect(swCheckIntern, &SWCheckIntern::newVersion, this, &SWCheck::internalNewVersion);
     connect(swCheckIntern, &SWCheckIntern::versionKeyError, this, &SWCheck::internalVersionKeyError);

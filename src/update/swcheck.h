@@ -28,6 +28,8 @@ public slots:
     void swInternFinished();
 
 private:
+    void abandonCheck();
+
     SWCheckIntern *swCheckIntern = nullptr;
     Settings *settings;
     SearchOptions options;

@@ -4,9 +4,15 @@
 #include "app/logstream.h"
 #include "deployment.h"
 
-#include <QFileInfo>
-#include <QSettings>
+#include "platform/platform.h"
+#include "versionfile.h"
+
 #include <QtDebug>
+
+namespace {
+// The file is one small ini: anything bigger is not it.
+constexpr qint64 maxVersionFileSize = 64 * 1024;
+} // namespace
 
 SWCheckIntern::SWCheckIntern(Settings *, QObject *parent) : QThread(parent)
 {
@@ -25,14 +31,24 @@ void SWCheckIntern::run()
     myVersion = QString::fromLatin1(BuildIdentity::appVersion);
     myRelease = QStringLiteral("R");
     const QString path = QString::fromLatin1(Deployment::networkVersionFile);
-    if (!QFileInfo::exists(path)) {
+    QByteArray content;
+    switch (Platform::readSmallFile(path, maxVersionFileSize, content)) {
+    case Platform::SmallFile::Read:
+        break;
+    case Platform::SmallFile::Missing:
         qDebug() << quoted(QLatin1String("Version file: ") + path + QLatin1String(" does not exit"));
         return;
+    case Platform::SmallFile::Unreadable:
+        qWarning() << quoted(QLatin1String("Version file: ") + path + QLatin1String(" is no readable file"));
+        return;
+    case Platform::SmallFile::TooLarge:
+        qWarning() << quoted(QLatin1String("Version file: ") + path + QLatin1String(" is larger than 64 KiB"));
+        return;
     }
-    const QSettings file(path, QSettings::IniFormat);
-    latestVersion = file.value(QStringLiteral("Morvanta")).toString();
-    latestRelease = file.value(QStringLiteral("release_info")).toString();
-    latestKey = file.value(QStringLiteral("key")).toString();
+    const QHash<QString, QString> keys = parseIniGeneral(content);
+    latestVersion = keys.value(QStringLiteral("morvanta"));
+    latestRelease = keys.value(QStringLiteral("release_info"));
+    latestKey = keys.value(QStringLiteral("key"));
     qDebug() << quoted(QLatin1String("My version:      ") + myVersion);
     qDebug() << quoted(QLatin1String("My release info: ") + myRelease);
     qDebug() << quoted(QLatin1String("Latest version:  ") + latestVersion);
