@@ -10,7 +10,8 @@ packages=(
   libzip-dev libcurl4-openssl-dev
   gpg gpg-agent zip unzip
   php-cli python3-pyftpdlib openssl
-  xvfb xauth xdotool imagemagick
+  xvfb xauth xdotool imagemagick libxcb1-dev
+  dosfstools fusefat
   dfu-util dpkg-dev file appstream desktop-file-utils
 )
 

@@ -12,30 +12,16 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QTabWidget>
 #include <QTest>
-#include <QTreeWidget>
 
 using TestSupport::FirmwareKit;
 using TestSupport::ModalAnswerer;
 
 namespace {
 const QString completed = "Writing completed:";
-// Picks the drive that ends in `name` in the open drive list, or cancels it.
-bool pickDrive(const QString &name)
-{
-    for (QWidget *w : QApplication::topLevelWidgets()) {
-        auto *list = w->isVisible() ? w->findChild<QTreeWidget *>("fileList") : nullptr;
-        if (!list)
-            continue;
-        const auto found = list->findItems(name, Qt::MatchEndsWith);
-        if (!found.isEmpty())
-            list->setCurrentItem(found.first());
-        w->findChild<QPushButton *>(found.isEmpty() ? "buttonCancel" : "buttonOK")->click();
-        return true;
-    }
-    return false;
-}
+using TestSupport::pickDrive;
 } // namespace
 
 class TestUsbStick : public QObject
@@ -85,6 +71,14 @@ private slots:
         }
         QFile::link(dev + "/sdb1", dev + "/by-label/STICK");
         QTEST(Platform::isRemovableDevice(dev + "/" + device, sys), "stick");
+        // From the kernel's mount table, without a look at the shares in it.
+        if (device.contains('/'))
+            return;
+        const QString table = sandbox.root() + "/mountinfo";
+        TestSupport::writeFile(table, "36 25 8:17 / /media/u/MY\\040STICK rw - vfat /dev/" + device.toUtf8() +
+                                          " rw\n40 25 0:50 / /mnt/zelko-p rw - cifs //srv/p rw\n");
+        QFETCH(bool, stick);
+        QCOMPARE(Platform::removableDrives(table, sys), stick ? QStringList{"/media/u/MY STICK"} : QStringList{});
     }
 
     void writeFromTheWindow_data()
@@ -111,6 +105,8 @@ private slots:
         QTest::newRow("drive choice cancelled") << "cancel" << 0 << QStringList{} << "" << -1;
         QTest::newRow("stick fills up mid-copy") << "full" << 0 << QStringList{} << "Copy files to destination failed."
                                                  << 0;
+        // FAT through FUSE refuses to replace a folder by rename, and loses a renamed folder's files.
+        QTest::newRow("FAT16 stick") << "fat" << 0 << QStringList{done} << completed << 7;
     }
 
     void writeFromTheWindow()
@@ -129,6 +125,19 @@ private slots:
             QVERIFY(QFile::link(outside, drive + "/.zelko_update"));
         if (stick == "full" && QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=12k", "tmpfs", drive}) != 0)
             QSKIP("needs a mount namespace of its own");
+        const QString image = sandbox.root() + "/fat16.img";
+        if (stick == "fat") {
+            QFile file(image);
+            QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.resize(16 << 20));
+            file.close();
+            QCOMPARE(QProcess::execute("/sbin/mkfs.vfat", {"-F", "16", image}), 0);
+            if (QProcess::execute("fusefat", {"-o", "rw+", image, drive}) != 0)
+                QSKIP("needs FUSE (/dev/fuse) in a mount namespace of its own");
+        }
+        const auto unmount = qScopeGuard([&] {
+            if (stick == "full" || stick == "fat")
+                QProcess::execute("umount", {drive});
+        });
 
         ModalAnswerer answerer;
         Dialog dialog(SearchOptions(), true, nullptr);
@@ -143,8 +152,7 @@ private slots:
         answerer.clear();
         answerer.plannedButtons = {overwrite ? overwrite : int(QMessageBox::Ok), QMessageBox::Ok};
         start->click();
-        bool picked = stick == "none";
-        QTRY_VERIFY(picked || (picked = pickDrive(stick == "cancel" ? QString("no such drive") : drive)));
+        QVERIFY(stick == "none" || pickDrive(stick == "cancel" ? QString("no such drive") : drive));
         QTRY_COMPARE_WITH_TIMEOUT(dialog.findChild<QLabel *>("statusLabel")->text(), status, 30000);
         QTest::qWait(300);
         QCOMPARE(start->text(), QString("Start"));
@@ -164,11 +172,62 @@ private slots:
             for (const QString &name : files)
                 QCOMPARE(TestSupport::readFile(drive + "/.zelko_update/" + name).size(), 3000);
         }
-        // Nothing outside the stick's folder is touched, through a link or otherwise.
+        // Nothing but the folder is left on the stick, and nothing outside it is touched,
+        // through a link or otherwise.
+        const bool folderMade = written >= 0 || stick == "old";
+        QCOMPARE(QDir(drive).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot),
+                 folderMade ? QStringList{".zelko_update"} : QStringList{});
         QCOMPARE(TestSupport::readFile(outside + "/precious"), QByteArray("old"));
         QCOMPARE(QDir(outside).entryList(QDir::Files), QStringList{"precious"});
-        if (stick == "full")
-            QProcess::execute("umount", {drive});
+        if (stick == "fat") { // and the file system is sound afterwards
+            QCOMPARE(QProcess::execute("umount", {drive}), 0);
+            QCOMPARE(QProcess::execute("/sbin/fsck.vfat", {"-n", image}), 0);
+        }
+    }
+
+    // An abort reaches gpg only: unpacking and copying go on, and their reports still
+    // show. Start stays disabled until a firmware is chosen again.
+    void abortWhileUnpacking_data()
+    {
+        QTest::addColumn<int>("prFiles");
+        QTest::addColumn<QString>("box");
+        QTest::addColumn<int>("written");
+        QTest::newRow("good package") << 4 << completed << 7;
+        QTest::newRow("package without pr files") << 0 << "Package contains no firmware files" << 0;
+    }
+
+    void abortWhileUnpacking()
+    {
+        QFETCH(int, prFiles);
+        QFETCH(QString, box);
+        QFETCH(int, written);
+        const QString drive = sandbox.root() + "/sticks/abort-" + QString::number(prFiles);
+        QDir().mkpath(drive);
+        QDir().mkpath(drive + "-fw");
+        const QStringList files = kit.makePackage(drive + "-fw", "Tessel_NINE_V1_2_5", 3, prFiles, 3000, true);
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), true, nullptr);
+        dialog.setRemovableDriveSource([&] { return QStringList{drive}; });
+        dialog.show();
+        answerer.fileToChoose = files[0];
+        dialog.findChild<QPushButton *>("exsearchButton_tessel_nine")->click();
+        auto *start = dialog.findChild<QPushButton *>("usbDriveStartButton_tessel_nine");
+        auto *status = dialog.findChild<QLabel *>("statusLabel");
+        start->click();
+        QVERIFY(pickDrive(drive));
+        QTRY_COMPARE_WITH_TIMEOUT(status->text(), QString("Writing firmware files"), 20000);
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::Yes, QMessageBox::Ok};
+        start->click();
+        QTRY_COMPARE_WITH_TIMEOUT(start->text(), QString("Start"), 20000);
+        QTest::qWait(300);
+        QCOMPARE(answerer.texts.value(0), QString("Do you really want to abort\nwriting to USB drive process?"));
+        QVERIFY2(answerer.texts.value(1).startsWith(box), qPrintable(answerer.texts.join('|')));
+        QCOMPARE(stickFiles(drive).size(), written);
+        QVERIFY(!start->isEnabled());
+        QVERIFY(dialog.findChild<QPushButton *>("exsearchButton_tessel_nine")->isEnabled());
+        dialog.findChild<QPushButton *>("exsearchButton_tessel_nine")->click();
+        QVERIFY(start->isEnabled());
     }
 
     // The same file name in both halves cannot go into the one folder on the stick.

@@ -69,18 +69,11 @@ QString PackagePreparation::stagePath(const QString &stage) const
     return QDir::toNativeSeparators(extractFolder() + QLatin1Char('/') + stage);
 }
 
-void PackagePreparation::showError(const QString &message)
-{
-    // After the user's abort the run ends quietly.
-    if (!finishedByUser)
-        report.box(ErrorTexts::Error, message);
-}
-
 void PackagePreparation::fail(const QString &message)
 {
     qWarning() << quoted(message);
     report.status(message);
-    showError(message);
+    report.box(ErrorTexts::Error, message);
 }
 
 bool PackagePreparation::hash(const QStringList &files)
@@ -90,7 +83,7 @@ bool PackagePreparation::hash(const QStringList &files)
         return true;
     const QString message = text("Error calculating MD5 Hash");
     qWarning() << quoted(message);
-    showError(message);
+    report.box(ErrorTexts::Error, message);
     report.status(message);
     return false;
 }
@@ -114,7 +107,8 @@ bool PackagePreparation::decrypt(QStringList &files, QProcess &gpg, std::atomic<
                 const QString message = text("File can't be opened");
                 qWarning() << quoted(message);
                 report.status(message);
-                showError(message + text("\n\nThe selected firmware file\n%1\ncan't be opened").arg(input));
+                report.box(ErrorTexts::Error,
+                           message + text("\n\nThe selected firmware file\n%1\ncan't be opened").arg(input));
             }
             return false;
         }
@@ -131,11 +125,12 @@ bool PackagePreparation::decrypt(QStringList &files, QProcess &gpg, std::atomic<
             report.box(ErrorTexts::Error, message);
             report.status(message);
         } else if (!finishedByUser) {
+            // After the user's abort these three reports stay silent: gpg was killed.
             const QString message =
                 text(outcome == GpgOutcome::OpenFailed ? "Unable to open gpg file" : "Invalid digital signature");
             qWarning() << quoted(message);
             report.status(message);
-            showError(message + corruptedFilesText());
+            report.box(ErrorTexts::Error, message + corruptedFilesText());
         }
         return false;
     }
@@ -159,7 +154,7 @@ bool PackagePreparation::copy(QStringList &files)
                 const QString message = text("Failed to copy file %1").arg(source);
                 qWarning() << quoted(message);
                 report.status(message);
-                showError(text("Failed to copy file\n%1\nto\n%2").arg(source, target));
+                report.box(ErrorTexts::Error, text("Failed to copy file\n%1\nto\n%2").arg(source, target));
                 return false;
             }
         }

@@ -39,11 +39,10 @@ public:
     // Unpacks each archive; afterEach runs after each good one (the pause, progress).
     bool unpack(const QStringList &archives, const QString &failure, const std::function<void()> &afterEach);
     bool stageList(const QString &stage, QStringList &list);
-    // A warning in the log, the status line, and an Error box unless the user aborted.
+    // A warning in the log, the status line, and an Error box.
     void fail(const QString &text);
 
 private:
-    void showError(const QString &text);
     QString corruptedFilesText() const;
 
     const char *context;

@@ -40,6 +40,12 @@ void USBWriteThread::abortByUser()
         qDebug() << "kill gpg";
 }
 
+void USBWriteThread::stop()
+{
+    stopRequested = true;
+    abortByUser();
+}
+
 void USBWriteThread::run()
 {
     emit sigenableAbort();
@@ -78,39 +84,62 @@ bool USBWriteThread::writeSysFiles()
     qDebug() << quoted(osFiles);
     qDebug() << quoted(prFiles);
 
-    // The files gather beside the folder and the folder takes its name only when all of
-    // them are on the stick and read back: a stick pulled or a run cut short never
-    // leaves a part of a firmware where the device looks for one.
+    // The files gather in a staging folder beside the stick's folder and move into it
+    // only when all of them are on the stick and read back, so that a stick pulled or a
+    // run cut short never leaves part of a firmware where the device looks for one.
+    // Files move one by one: sticks' file systems need not rename folders well (FAT
+    // through FUSE refuses to replace one and loses a renamed one's files).
     const QString staging = destination + QLatin1String(".part");
-    bool ok = Settings::removeFolder(staging) && QDir().mkdir(staging);
+    QStringList moved;
+    bool ok = copyToStick(staging) && moveIntoPlace(staging, moved);
+    ok = Settings::removeFolder(staging) && ok;
+    ok = ok && Platform::syncFolder(QFileInfo(destination).path());
+    if (!ok) {
+        for (const QString &name : std::as_const(moved))
+            QFile::remove(destination + QLatin1Char('/') + name);
+        Platform::syncFolder(destination);
+        emit updateStatus(tr("Copy files to destination failed."));
+    }
+    return ok;
+}
+
+bool USBWriteThread::copyToStick(const QString &staging)
+{
+    if (!Settings::removeFolder(staging) || !QDir().mkdir(staging))
+        return false;
     for (const auto &[stage, files] : {std::pair{FirmwareNames::stageOs, osFiles}, {FirmwareNames::stagePr, prFiles}}) {
         for (const QString &name : files) {
-            if (!ok)
-                break;
-            ok = copyVerified(QDir::toNativeSeparators(preparation.stagePath(stage) + QLatin1Char('/') + name),
-                              QDir::toNativeSeparators(staging + QLatin1Char('/') + name));
+            if (!copyVerified(QDir::toNativeSeparators(preparation.stagePath(stage) + QLatin1Char('/') + name),
+                              QDir::toNativeSeparators(staging + QLatin1Char('/') + name)))
+                return false;
         }
     }
-    ok = ok && Platform::syncFolder(staging) &&
-         std::rename(QFile::encodeName(staging).constData(), QFile::encodeName(destination).constData()) == 0 &&
-         Platform::syncFolder(QFileInfo(destination).path());
-    if (!ok)
-        emit updateStatus(tr("Copy files to destination failed."));
-    return ok;
+    return Platform::syncFolder(staging);
 }
 
 bool USBWriteThread::copyVerified(const QString &source, const QString &target)
 {
-    // QFile::copy does not overwrite: a name in both "os" and "pr" fails here.
-    if (!QFile::copy(source, target) || !Platform::flushToDevice(target)) {
+    QFile original(source);
+    QFile copy(target);
+    // A name in both "os" and "pr" fails here: a file is never overwritten.
+    bool ok = original.open(QIODevice::ReadOnly) && copy.open(QIODevice::WriteOnly | QIODevice::NewOnly);
+    while (ok && !original.atEnd() && !stopRequested) {
+        const QByteArray chunk = original.read(1 << 20);
+        ok = !chunk.isEmpty() && copy.write(chunk) == chunk.size();
+    }
+    ok = ok && !stopRequested && copy.flush();
+    copy.close();
+    if (!ok || !Platform::flushToDevice(target)) {
         qWarning() << "Copy failed" << quoted(target);
         return false;
     }
-    QFile original(source);
-    QFile copy(target);
-    if (!original.open(QIODevice::ReadOnly) || !copy.open(QIODevice::ReadOnly) || original.size() != copy.size())
+    // Read back from the stick itself: the flush dropped the cached copy.
+    original.seek(0);
+    if (!copy.open(QIODevice::ReadOnly) || original.size() != copy.size())
         return false;
     while (!original.atEnd()) {
+        if (stopRequested)
+            return false;
         const QByteArray expected = original.read(1 << 20);
         if (expected.isEmpty() || copy.read(expected.size()) != expected) {
             qWarning() << "Copy differs from its source" << quoted(target);
@@ -118,6 +147,22 @@ bool USBWriteThread::copyVerified(const QString &source, const QString &target)
         }
     }
     return true;
+}
+
+bool USBWriteThread::moveIntoPlace(const QString &staging, QStringList &moved)
+{
+    if (stopRequested || !(QFileInfo(destination).isDir() || QDir().mkdir(destination)))
+        return false;
+    for (const QString &name : osFiles + prFiles) {
+        const QString from = staging + QLatin1Char('/') + name, to = destination + QLatin1Char('/') + name;
+        const qint64 size = QFileInfo(from).size();
+        if (std::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) != 0)
+            return false;
+        moved << name;
+        if (QFileInfo(to).size() != size)
+            return false;
+    }
+    return Platform::syncFolder(destination);
 }
 
 void USBWriteThread::successEnding()

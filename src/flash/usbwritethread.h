@@ -12,8 +12,9 @@ class QProcess;
 class Settings;
 
 // Writes a Tessel NINE firmware to a USB stick: prepares the package as a flash does,
-// then copies every .sys file of "os" and "pr" flat into the stick's folder, each one
-// flushed to the stick and read back before the folder takes its name.
+// then copies every .sys file of "os" and "pr" flat into a staging folder on the stick,
+// each one flushed to the stick and read back, and only then moves them into the
+// stick's folder. A write that fails leaves nothing of it on the stick.
 class USBWriteThread : public QThread
 {
     Q_OBJECT
@@ -24,6 +25,9 @@ public:
 
     // Stops a running gpg; unpacking and copying go on to their end.
     void abortByUser();
+    // Ends the run as soon as it can, copying included, and leaves nothing half written:
+    // for a worker that nobody will hear from again.
+    void stop();
 
 signals:
     void updateStatus(QString);
@@ -39,7 +43,9 @@ protected:
 private:
     bool unpack();
     bool writeSysFiles();
+    bool copyToStick(const QString &staging);
     bool copyVerified(const QString &source, const QString &target);
+    bool moveIntoPlace(const QString &staging, QStringList &moved);
     void successEnding();
     void failureEnding();
 
@@ -49,6 +55,7 @@ private:
     const bool gpgAvailable;
     std::atomic<bool> finishedByUser{false};
     std::atomic<bool> gpgRunning{false};
+    std::atomic<bool> stopRequested{false};
     PackagePreparation preparation;
     QStringList osFiles;
     QStringList prFiles;
