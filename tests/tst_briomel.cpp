@@ -43,6 +43,16 @@ class TestBrioMel : public QObject
         answerer.clear();
         return dialog;
     }
+    // After a Brio Mel job the Tessel NINE's tab is free again; no firmware waits there.
+    // After an abort the flash button waits for the next positive check.
+    static void tesselTabIsFree(Dialog &d, bool afterAbort = false)
+    {
+        child<QTabWidget>(d, "tab_devices")->setCurrentIndex(0);
+        QStringList locked{"lupdateButton_tessel_nine", "usbDriveStartButton_tessel_nine"};
+        if (afterAbort)
+            locked << "lupdateButton_tessel_briomel";
+        QCOMPARE(TestSupport::lockedJobControls(&d), locked);
+    }
     // Chooses the firmware and waits for the detector's answer to take effect.
     void choose(Dialog &d, ModalAnswerer &answerer, const QString &file)
     {
@@ -153,6 +163,7 @@ private slots:
         QCOMPARE(bar(*dialog)->value(), 0);
         QTest::qWait(200);
         QCOMPARE(answerer.answered(), 1);
+        tesselTabIsFree(*dialog);
     }
 
     // The technician asks to abort just as the run ends by itself, and says Yes
@@ -250,6 +261,7 @@ private slots:
             QCOMPARE(status(*dialog), QString("Process will be aborted! This might take a few seconds."));
             QTest::qWait(300);
             QCOMPARE(answerer.answered(), 1);
+            tesselTabIsFree(*dialog, true);
         } else {
             // The tool had ended: the click finds no running worker and starts a new run.
             QCOMPARE(answerer.answered(), 0);

@@ -15,8 +15,10 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QTabWidget>
+#include <QScopeGuard>
 #include <QTest>
 #include <QTextBrowser>
+#include <QWizard>
 
 using TestSupport::FirmwareKit;
 using TestSupport::ModalAnswerer;
@@ -67,6 +69,14 @@ class TestDialog : public QObject
     int dfuDownloads() const
     {
         return int(QString::fromUtf8(TestSupport::readFile(record)).count("-D\t"));
+    }
+
+    static bool wizardShown()
+    {
+        for (QWidget *w : QApplication::topLevelWidgets())
+            if (qobject_cast<QWizard *>(w) && w->isVisible())
+                return true;
+        return false;
     }
 
 private slots:
@@ -149,10 +159,15 @@ private slots:
         ModalAnswerer answerer;
         Dialog dialog(SearchOptions(), true, nullptr);
         dialog.show();
-        // No manual beside us: the box names the path that was looked at.
+        // No manual beside us: the box names the path that was looked at, as the text it is.
+        const QString folder = sandbox.root() + "/<font size=6>manuals";
+        QDir().mkpath(folder);
+        const QString started = QDir::currentPath();
+        QDir::setCurrent(folder);
         child<QAction>(dialog, "actionManual")->trigger();
+        QDir::setCurrent(started);
         QCOMPARE(answerer.titles, QStringList{"ERROR"});
-        QCOMPARE(answerer.texts, QStringList{"Unable to open manual! " + QDir::current().absoluteFilePath("Manual_en.pdf")});
+        QCOMPARE(answerer.texts, QStringList{"Unable to open manual! " + folder + "/Manual_en.pdf"});
 
 
         child<QAction>(dialog, "actionInfo")->trigger();
@@ -247,6 +262,101 @@ private slots:
         answerer.plannedButtons = {QMessageBox::Yes};
         update(dialog)->click(); // abort, to leave no tool behind
         QTRY_COMPARE_WITH_TIMEOUT(answerer.texts.last(), QString("Flashing not completed"), 10000);
+    }
+
+    // A drive list left open when a flash starts: it goes, and a pick that still came
+    // from it starts nothing; nor does the boot loader wizard open. The flash runs whole.
+    void oneJobAtATime()
+    {
+        const QString drive = sandbox.root() + "/stick-one-job";
+        QDir().mkpath(drive);
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.setRemovableDriveSource([&] { return QStringList{drive}; });
+        dialog.show();
+        answerer.fileToChoose = package[0];
+        search(dialog)->click();
+        auto *pages = child<QTabWidget>(dialog, "tab_tessel_nine_options");
+        pages->setCurrentWidget(child<QWidget>(dialog, "tab_tessel_nine_usbdrive"));
+        child<QPushButton>(dialog, "usbDriveStartButton_tessel_nine")->click(); // the drive list opens
+        pages->setCurrentWidget(child<QWidget>(dialog, "tab_tessel_nine_flash"));
+        qputenv("DFU_SIM_HASH_MS", "400");
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        update(dialog)->click();
+        QTRY_VERIFY_WITH_TIMEOUT(status(dialog).startsWith("Flashing firmware stage #1"), 30000);
+        QVERIFY(!TestSupport::pickDrive(drive, 0));
+        QMetaObject::invokeMethod(&dialog, "ExtractToDestination", Q_ARG(QString, drive));
+        child<QAction>(dialog, "actionFlash_Bootloader")->trigger();
+        QMetaObject::invokeMethod(&dialog, "adv_bootloader", Qt::QueuedConnection);
+        QTest::qWait(300);
+        QVERIFY(!wizardShown());
+        QVERIFY(!QFileInfo::exists(drive + "/.zelko_update"));
+        QTRY_COMPARE_WITH_TIMEOUT(answerer.texts.last(), QString("Flashing completed\nPlease perform Tessel restart!"),
+                                  30000);
+        qputenv("DFU_SIM_HASH_MS", "10");
+        QCOMPARE(dfuDownloads(), 3);
+        QCOMPARE(TestSupport::lockedJobControls(&dialog), QStringList{});
+    }
+
+    // However a job ends, the window is whole again, looked at from the other tab.
+    void lockStateAfterAnEnding_data()
+    {
+        QTest::addColumn<QString>("job");   // flash or stick
+        QTest::addColumn<QString>("ending"); // done, failed, aborted
+        QTest::addColumn<QStringList>("locked");
+        QTest::newRow("flash done") << "flash" << "done" << QStringList{};
+        QTest::newRow("flash failed") << "flash" << "failed" << QStringList{};
+        QTest::newRow("flash aborted") << "flash" << "aborted" << QStringList{};
+        QTest::newRow("stick done") << "stick" << "done" << QStringList{};
+        QTest::newRow("stick failed") << "stick" << "failed" << QStringList{};
+        QTest::newRow("stick aborted") << "stick" << "aborted" << QStringList{"usbDriveStartButton_tessel_nine"};
+    }
+
+    void lockStateAfterAnEnding()
+    {
+        QFETCH(QString, job);
+        QFETCH(QString, ending);
+        const bool flash = job == "flash";
+        const QString drive = sandbox.root() + "/stick-" + QString(QTest::currentDataTag()).replace(' ', '-');
+        QDir().mkpath(drive);
+        QDir().mkpath(drive + "-fw");
+        QStringList files = package;
+        if (ending == "failed" && flash)
+            qputenv("DFU_SIM_ERROR", "Lost device after RESET?");
+        if (ending == "failed" && !flash) // no "pr" files: the write fails
+            files = kit.makePackage(drive + "-fw", "Tessel_NINE_V1_2_5", 1, 0, 100, true);
+        if (ending == "aborted" && flash)
+            qputenv("DFU_SIM_HANG_AT", "5");
+        const auto restore = qScopeGuard([] { qunsetenv("DFU_SIM_ERROR"); });
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.setRemovableDriveSource([&] { return QStringList{drive}; });
+        dialog.show();
+        answerer.fileToChoose = files[0];
+        search(dialog)->click();
+        auto *pages = child<QTabWidget>(dialog, "tab_tessel_nine_options");
+        QPushButton *button = update(dialog);
+        if (!flash) {
+            pages->setCurrentWidget(child<QWidget>(dialog, "tab_tessel_nine_usbdrive"));
+            button = child<QPushButton>(dialog, "usbDriveStartButton_tessel_nine");
+            button->click();
+            QVERIFY(TestSupport::pickDrive(drive));
+        } else {
+            answerer.plannedButtons = {QMessageBox::Yes};
+            button->click();
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(button->text(), QString("Abort"), 20000);
+        if (ending == "aborted") {
+            QTRY_VERIFY_WITH_TIMEOUT(status(dialog).startsWith(flash ? "Flashing firmware" : "Writing firmware files"),
+                                     30000);
+            answerer.plannedButtons = {QMessageBox::Yes};
+            button->click();
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(button->text(), QString(flash ? "Update" : "Start"), 30000);
+        QTest::qWait(300);
+        pages->setCurrentWidget(child<QWidget>(dialog, flash ? "tab_tessel_nine_usbdrive" : "tab_tessel_nine_flash"));
+        QTEST(TestSupport::lockedJobControls(&dialog), "locked");
     }
 
     void noDeviceThenConnect()

@@ -16,13 +16,14 @@
 #include "wizard/wizardbootloader.h"
 
 #include <QCloseEvent>
+#include <QScopeGuard>
 #include <QMessageBox>
 #include <QtDebug>
 
 #include <cstdlib>
 
 Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
-    : QDialog(parent), ui(new Ui::Dialog), dfuMissing(dfuMissing), removableDrives(Platform::removableDrives),
+    : QDialog(parent), ui(new Ui::Dialog), dfuMissing(dfuMissing), removableDrives([] { return Platform::removableDrives(); }),
       options(std::move(searchOptions))
 {
     // The form first: the settings may report a broken installation while they load.
@@ -184,8 +185,23 @@ void Dialog::disableTab()
     }
 }
 
+bool Dialog::jobRunning() const
+{
+    const auto runs = [](const QThread *thread) { return thread && thread->isRunning(); };
+    return windowLocked() || wizardOpen || startPending || runs(dfuThread) || runs(usbWriteThread) ||
+           runs(xmodemThread);
+}
+
+void Dialog::jobStarts()
+{
+    NoExtractDestination();
+}
+
 void Dialog::enableTabs()
 {
+    // The ending of one job never frees the window while another still holds it.
+    if (windowLocked())
+        return;
     for (QTabWidget *tabs : {ui->tab_devices, ui->tab_tessel_nine_options, ui->tab_tessel_briomel_options})
         for (int i = 0; i < tabs->count(); ++i)
             tabs->setTabEnabled(i, true);
@@ -193,7 +209,9 @@ void Dialog::enableTabs()
 
 void Dialog::setBootLoaderActionEnabled(bool enabled)
 {
-    ui->actionFlash_Bootloader->setEnabled(enabled);
+    // The wizard is a job of its own, and a Tessel NINE's.
+    ui->actionFlash_Bootloader->setEnabled(enabled && !windowLocked() &&
+                                           ui->tab_devices->currentWidget() != ui->tessel_briomel);
 }
 
 // ---- Status area ----
@@ -386,6 +404,11 @@ void Dialog::startAutomatic()
 
 void Dialog::adv_bootloader()
 {
+    if (jobRunning())
+        return;
+    jobStarts();
+    wizardOpen = true;
+    const auto closed = qScopeGuard([this] { wizardOpen = false; });
     WizardBootLoader wizard(settings, false, QString(),
                             ui->actionHTTPDownload->isChecked() ? FileDownloader::Http : FileDownloader::Ftp,
                             ui->actionUseZipSearch->isChecked(), nullptr);

@@ -108,6 +108,13 @@ private slots:
 private:
     void setUpTabs();
     void setUpMenu();
+    // A job holds the extract folder or the device: from the click that starts it (or
+    // its worker's first signal) until its ending. While one does, no other may start.
+    bool jobRunning() const;
+    // A job has locked the window and not yet freed it.
+    bool windowLocked() const { return flashing || usbWriting || downloading || downloader; }
+    // Whatever could still start another job from before goes: the drive list.
+    void jobStarts();
     void disableTab();
     void enableTabs();
     void resetStatus();
@@ -154,7 +161,8 @@ private:
     std::function<QStringList()> removableDrives;
     QPointer<DFUThread> retiredDfuThread; // told to stop, may still be leaving the extract folder
     QList<QPointer<QThread>> retiring;     // every worker told to stop, until it has ended
-    bool dfuStartPending = false;
+    bool startPending = false; // a start waits for a retired worker to leave the extract folder
+    bool wizardOpen = false;
     QString deviceVersion;
     QStringList firmwareFiles;
     int versionCompare = 0;

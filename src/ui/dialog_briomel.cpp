@@ -74,6 +74,9 @@ void Dialog::slotUpdateBrioMel()
         xmodemThread->killXmodem();
         return;
     }
+    if (jobRunning())
+        return;
+    jobStarts();
     disposeXmodemThread();
     resetStatus();
     xmodemThread = new XMODEMthread(settings->getXmodemUtilPath(), ui->lsearchEdit_tessel_briomel->text(), nullptr);

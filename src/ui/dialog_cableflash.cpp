@@ -119,7 +119,7 @@ void Dialog::startOrAbortFlash()
 {
     if (dfuThread && dfuThread->isRunning())
         dfuThread->abortByUser();
-    else if (!flashing)
+    else if (!jobRunning())
         startFlash();
 }
 
@@ -154,8 +154,9 @@ bool Dialog::recheckDevice()
 void Dialog::startDfuWorker()
 {
     resetStatus();
-    if (deferUntilGone(retiredDfuThread, this, dfuStartPending, [this] { startDfuWorker(); }))
+    if (deferUntilGone(retiredDfuThread, this, startPending, [this] { startDfuWorker(); }))
         return;
+    jobStarts();
     settings->createExtractFolder();
     ui->progressBar->setMaximum(100);
     disposeDfuThread();

@@ -45,6 +45,9 @@ void Dialog::slotDownload(bool expert)
 
 void Dialog::startDownload(const QString &userIdentifier)
 {
+    if (jobRunning())
+        return;
+    jobStarts();
     disposeDownloader(false);
     const auto protocol = ui->actionHTTPDownload->isChecked() ? FileDownloader::Http : FileDownloader::Ftp;
     FileDownloader::FirmwareDownloadOption option;
@@ -81,8 +84,6 @@ void Dialog::finishedDownload(const QStringList &fwfiles, const QString &, FileD
     resetDownloadControls();
     const bool brioMel = option == FileDownloader::BrioMelLatest || option == FileDownloader::BrioMelUnstable;
     checkFirmware(1, brioMel ? 1 : 0);
-    if (!dfuMissing)
-        setBootLoaderActionEnabled(true);
 }
 
 void Dialog::disposeDownloader(bool abort)
@@ -94,8 +95,6 @@ void Dialog::disposeDownloader(bool abort)
         downloader->deleteLater();
         downloader = nullptr;
     }
-    if (!dfuMissing)
-        setBootLoaderActionEnabled(true);
 }
 
 void Dialog::abortNetSearch()
@@ -146,4 +145,6 @@ void Dialog::resetDownloadControls()
     ui->expertMode_tessel_briomel->setEnabled(true);
     downloading = false;
     enableTabs();
+    if (!dfuMissing)
+        setBootLoaderActionEnabled(true);
 }

@@ -9,6 +9,7 @@
 #include "app/settings.h"
 #include "download/myselectionlist.h"
 #include "firmware/fileverify.h"
+#include "flash/dfuthread.h"
 #include "flash/usbwritethread.h"
 #include "platform/platform.h"
 
@@ -45,6 +46,11 @@ void Dialog::slotUSBWriteTesselNINE()
             usbWriteThread->abortByUser();
         return;
     }
+    if (jobRunning())
+        return;
+    // An aborted flash may still be leaving the extract folder that is emptied here.
+    if (deferUntilGone(retiredDfuThread, this, startPending, [this] { slotUSBWriteTesselNINE(); }))
+        return;
     disposeUsbWriteThread();
     resetStatus();
     settings->createExtractFolder();
@@ -74,6 +80,9 @@ void Dialog::NoExtractDestination()
 void Dialog::ExtractToDestination(const QString &outdir)
 {
     NoExtractDestination();
+    // A list left open while another job started: its pick comes too late.
+    if (jobRunning())
+        return;
     const QDir folder(QDir::toNativeSeparators(outdir + QLatin1Char('/') + stickFolderName));
     const QString path = folder.absolutePath();
     if (folder.exists() && !DialogQuestions::questionOverwriteFolder(path))
@@ -102,7 +111,7 @@ void Dialog::ExtractToDestination(const QString &outdir)
 
 void Dialog::disposeUsbWriteThread()
 {
-    keepRetiring(retireWorker(usbWriteThread, this, &USBWriteThread::abortByUser));
+    keepRetiring(retireWorker(usbWriteThread, this, &USBWriteThread::stop));
 }
 
 void Dialog::extractEnableAbort()
@@ -118,8 +127,8 @@ void Dialog::extractEnableAbort()
 void Dialog::extractDisableAbort()
 {
     usbWriting = false;
+    // After a confirmed abort it stays disabled until a firmware is chosen again.
     ui->usbDriveStartButton_tessel_nine->setText(tr("Start"));
-    ui->usbDriveStartButton_tessel_nine->setEnabled(true);
     ui->exsearchButton_tessel_nine->setEnabled(true);
     enableTabs();
     if (!dfuMissing)

@@ -5,6 +5,7 @@
 #include "deployment.h"
 #include "platform/platform.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QDeadlineTimer>
 #include <QDir>
@@ -15,13 +16,19 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QSettings>
+#include <QTabWidget>
 #include <QTest>
 #include <QTcpSocket>
+#include <QTextDocument>
 #include <QThread>
+#include <QTreeWidget>
 #include <QUrl>
 
 #include <csignal>
+#include <cstdlib>
+#include <cstring>
 #include <unistd.h>
+#include <xcb/xcb.h>
 
 namespace TestSupport {
 
@@ -234,6 +241,51 @@ bool windowExists(const QString &title)
     return !waitForWindow(title, 0).isEmpty();
 }
 
+static void sendDeleteWindow(const QString &id)
+{
+    xcb_connection_t *connection = xcb_connect(nullptr, nullptr);
+    if (xcb_connection_has_error(connection)) {
+        xcb_disconnect(connection);
+        return;
+    }
+    const auto atom = [connection](const char *name) {
+        xcb_intern_atom_reply_t *reply =
+            xcb_intern_atom_reply(connection, xcb_intern_atom(connection, 0, uint16_t(strlen(name)), name), nullptr);
+        const xcb_atom_t value = reply ? reply->atom : XCB_ATOM_NONE;
+        free(reply);
+        return value;
+    };
+    xcb_client_message_event_t event{};
+    event.response_type = XCB_CLIENT_MESSAGE;
+    event.format = 32;
+    event.window = xcb_window_t(id.toULong());
+    event.type = atom("WM_PROTOCOLS");
+    event.data.data32[0] = atom("WM_DELETE_WINDOW");
+    event.data.data32[1] = XCB_CURRENT_TIME;
+    xcb_send_event(connection, 0, event.window, XCB_EVENT_MASK_NO_EVENT, reinterpret_cast<const char *>(&event));
+    xcb_flush(connection);
+    xcb_disconnect(connection);
+}
+
+bool closeWindow(const QString &title, int msecs)
+{
+    const QString id = waitForWindow(title, msecs);
+    if (id.isEmpty())
+        return false;
+    // A person clicks again when nothing happened: Qt may drop a close that comes
+    // while a window it has just shown is still settling.
+    QDeadlineTimer deadline(msecs);
+    do {
+        sendDeleteWindow(id);
+        for (int i = 0; i < 10; ++i) {
+            QThread::msleep(50);
+            if (!xdotool({"search", "--onlyvisible", "--name", exactTitle(title)}).split('\n').contains(id))
+                return true;
+        }
+    } while (!deadline.hasExpired());
+    return false;
+}
+
 bool answerBox(const QString &title, int msecs)
 {
     const QString id = waitForWindow(title, msecs);
@@ -295,7 +347,14 @@ void ModalAnswerer::timerEvent(QTimerEvent *)
     if (answerWhen && !answerWhen(box))
         return;
     titles << box->windowTitle();
-    texts << box->text();
+    // What the user reads: a box that takes its text for markup shows something else.
+    QString shown = box->text();
+    if (box->textFormat() == Qt::RichText || (box->textFormat() == Qt::AutoText && Qt::mightBeRichText(shown))) {
+        QTextDocument document;
+        document.setHtml(shown);
+        shown = document.toPlainText();
+    }
+    texts << shown;
     QAbstractButton *button = box->defaultButton();
     if (!plannedButtons.isEmpty())
         button = box->button(QMessageBox::StandardButton(plannedButtons.takeFirst()));
@@ -303,6 +362,55 @@ void ModalAnswerer::timerEvent(QTimerEvent *)
         button->click();
     else
         box->accept();
+}
+
+bool pickDrive(const QString &name, int msecs)
+{
+    QDeadlineTimer deadline(msecs);
+    do {
+        for (QWidget *w : QApplication::topLevelWidgets()) {
+            auto *list = w->isVisible() ? w->findChild<QTreeWidget *>("fileList") : nullptr;
+            if (!list)
+                continue;
+            const auto found = list->findItems(name, Qt::MatchEndsWith);
+            if (!found.isEmpty())
+                list->setCurrentItem(found.first());
+            w->findChild<QPushButton *>(found.isEmpty() ? "buttonCancel" : "buttonOK")->click();
+            return true;
+        }
+        QTest::qWait(20);
+    } while (!deadline.hasExpired());
+    return false;
+}
+
+// A control on a page that this start of the program took out of its tabs.
+static bool onRemovedPage(const QWidget *control)
+{
+    for (const QWidget *w = control; w && w->parentWidget(); w = w->parentWidget()) {
+        const auto *tabs = w->parentWidget()->parentWidget() ? qobject_cast<const QTabWidget *>(
+                                                                   w->parentWidget()->parentWidget())
+                                                             : nullptr;
+        if (tabs && tabs->indexOf(const_cast<QWidget *>(w)) < 0)
+            return true;
+    }
+    return false;
+}
+
+QStringList lockedJobControls(QWidget *window)
+{
+    QStringList locked;
+    for (const char *name : {"tessel_nine", "tab_tessel_nine_flash", "tab_tessel_nine_usbdrive",
+                             "tab_tessel_nine_download", "lsearchButton_tessel_nine", "lupdateButton_tessel_nine",
+                             "exsearchButton_tessel_nine", "usbDriveStartButton_tessel_nine", "nsearchButton_tessel_nine",
+                             "expertMode_tessel_nine", "tessel_briomel", "lsearchButton_tessel_briomel",
+                             "lupdateButton_tessel_briomel"}) {
+        const QWidget *control = window->findChild<QWidget *>(name);
+        if (control && !control->isEnabled() && !onRemovedPage(control))
+            locked << name;
+    }
+    if (!window->findChild<QAction *>("actionFlash_Bootloader")->isEnabled())
+        locked << "actionFlash_Bootloader";
+    return locked;
 }
 
 int liveProcessesWith(const QString &argument)
