@@ -27,11 +27,25 @@ out=$(cd "$out" && pwd)
 work=$(mktemp -d /tmp/mvfw.XXXXXX)
 trap 'gpgconf --homedir "$work/gnupg" --kill all >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
 
+# The emulated Tessel NINE (tools/tessel-emulator) takes its new name from the firmware:
+# "Tessel_NINE_V1_2_4" runs as "V1_2_4", "Tessel_NINE_01_02_04" as "Tessel_NINE 01.02.04".
+version=${name#Tessel_NINE_}
+case "$version" in
+V*) device_name=$version ;;
+*) device_name="Tessel_NINE ${version//_/.}" ;;
+esac
+
 package() { # stage count kind
     local stage=$1 count=$2 kind=$3
     mkdir -p "$work/$kind/$stage"
     for i in $(seq -w 1 "$count"); do
-        head -c "$size" /dev/urandom > "$work/$kind/$stage/${stage}_$i.sys"
+        local file="$work/$kind/$stage/${stage}_$i.sys"
+        if [ "$stage" = bl ]; then
+            head -c "$size" /dev/urandom > "$file"
+        else
+            printf 'TESSEL_NAME=%s\n' "$device_name" > "$file"
+            head -c $((size - $(stat -c %s "$file"))) /dev/urandom >> "$file"
+        fi
     done
     (cd "$work/$kind" && zip -qr "$work/$name.$kind.zip" "$stage")
     if [ "$plain" = 1 ]; then

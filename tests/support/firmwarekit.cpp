@@ -8,6 +8,7 @@
 
 #include <zip.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace TestSupport {
@@ -111,13 +112,17 @@ bool FirmwareKit::pack(const QString &input, const QString &output, Packing how)
     return false;
 }
 
-ZipEntries FirmwareKit::stageEntries(const QString &stage, int count, int size)
+ZipEntries FirmwareKit::stageEntries(const QString &stage, int count, int size, const QString &deviceName)
 {
     ZipEntries entries{{stage + "/", QByteArray()}};
     for (int i = 0; i < count; ++i) {
         QByteArray content(size, '\0');
         for (int b = 0; b < size; ++b)
             content[b] = char((b * 31 + i * 7 + stage.size()) & 0xff);
+        // The emulated Tessel NINE takes its new name from the firmware it was given.
+        const QByteArray marker = "TESSEL_NAME=" + deviceName.toLatin1() + "\n";
+        if (!deviceName.isEmpty())
+            content.replace(0, std::min(qsizetype(size), marker.size()), marker.left(size));
         entries << qMakePair(QString("%1/%1_%2.sys").arg(stage).arg(i + 1, 2, 10, QChar('0')), content);
     }
     return entries;
@@ -138,7 +143,11 @@ QStringList FirmwareKit::makePackage(const QString &folder, const QString &name,
 {
     const QString os = folder + "/" + name + ".OS.zip";
     const QString pr = folder + "/" + name + ".PR.zip";
-    if (!makeZip(os, stageEntries("os", osCount, size)) || !makeZip(pr, stageEntries("pr", prCount, size)))
+    // "Tessel_NINE_V1_2_4" runs as "V1_2_4", "Tessel_NINE_01_02_04" as "Tessel_NINE 01.02.04".
+    const QString version = name.section('.', 0, 0).mid(QString("Tessel_NINE_").size());
+    const QString deviceName = version.startsWith('V') ? version : "Tessel_NINE " + QString(version).replace('_', '.');
+    if (!makeZip(os, stageEntries("os", osCount, size, deviceName)) ||
+        !makeZip(pr, stageEntries("pr", prCount, size, deviceName)))
         return {};
     return {finish(*this, os, signedFiles), finish(*this, pr, signedFiles)};
 }

@@ -38,7 +38,8 @@ public:
     // A boot loader package "<folder>/<name>.BL.zip[.gpg]" with blCount .sys files.
     QString makeBootloader(const QString &folder, const QString &name, int blCount, int size, bool signedFiles);
 
-    static ZipEntries stageEntries(const QString &stage, int count, int size);
+    // Each .sys file starts with "TESSEL_NAME=<deviceName>" when one is given.
+    static ZipEntries stageEntries(const QString &stage, int count, int size, const QString &deviceName = QString());
 
 private:
     QString developerHome();
