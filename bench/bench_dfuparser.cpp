@@ -29,9 +29,10 @@ int main(int argc, char **argv)
     for (int f = 0; f < files; ++f) {
         counters.filePercent = 0;
         counters.currentFileSize = 100000;
+        DfuOutputParser parser;
         const auto feed = [&](const QByteArray &chunk) {
             bytes += chunk.size();
-            const DfuChunk parsed = DfuOutputParser::parse(chunk);
+            const DfuChunk parsed = parser.parse(chunk);
             for (const DfuEvent &e : parsed.events) {
                 ++events;
                 if (e.kind == DfuEvent::HashMarks)

@@ -1,6 +1,7 @@
 // What the program reads from dfu-util: the marks of a download, the progress they
 // make, and the device's version from "dfu-util -l", against transcripts and against
 // the simulator, which chunks its output as the field's tool does.
+#include "app/errortexts.h"
 #include "app/settings.h"
 #include "firmware/version.h"
 #include "flash/dfuoutputparser.h"
@@ -89,10 +90,50 @@ private slots:
     void marks()
     {
         QFETCH(QByteArray, chunk);
-        const DfuChunk parsed = DfuOutputParser::parse(chunk);
+        const DfuChunk parsed = DfuOutputParser().parse(chunk);
         QTEST(describe(parsed), "events");
         QVERIFY(!parsed.logText.contains("##"));
         QCOMPARE(parsed.logText.contains("#0"), chunk.contains("#0"));
+    }
+
+    // The newer tool tells a failed block and a finished file over several lines.
+    void newerToolOverSeveralChunks_data()
+    {
+        QTest::addColumn<QByteArrayList>("chunks");
+        QTest::addColumn<QStringList>("errors");
+        QTest::addColumn<bool>("confirmed"); // the file counts as written whatever the exit code
+        const QByteArray bar = "\rDownload\t[                         ]   0%            0 bytes";
+        const QByteArray state = "DFU state(10) = dfuERROR, status(3) = Device is unable to write memory\n";
+        const QString unable = "Error during download - Device is unable to write memory";
+        QTest::newRow("failed block, then its state") << QByteArrayList{bar, " failed!\n", state} << QStringList{unable}
+                                                      << false;
+        QTest::newRow("failed block and state at once") << QByteArrayList{bar + " failed!\n" + state}
+                                                        << QStringList{unable} << false;
+        QTest::newRow("error on the progress line")
+            << QByteArrayList{bar + "dfu-util: Error during download (LIBUSB_ERROR_PIPE)\n"}
+            << QStringList{"Error during download"} << false;
+        QTest::newRow("a device in dfuERROR before the download is cleared")
+            << QByteArrayList{"DFU state(10) = dfuERROR, status(15) = Device stalled an unexpected request\n",
+                              "Clearing status\n", bar, "\nDownload done.\n", "Done!\n"}
+            << QStringList{} << true;
+        QTest::newRow("the old tool's Done! alone") << QByteArrayList{"Starting download: [###] finished!\n", "Done!\n"}
+                                                    << QStringList{} << false;
+        QTest::newRow("a node closed to the user")
+            << QByteArrayList{"dfu-util: Cannot open DFU device 2675:0001 found on devnum 2 (LIBUSB_ERROR_ACCESS)\n"}
+            << QStringList{"Device is not connected - Opening error\n" + ErrorTexts::noPermission()} << false;
+    }
+
+    void newerToolOverSeveralChunks()
+    {
+        QFETCH(QByteArrayList, chunks);
+        DfuOutputParser parser;
+        QStringList errors;
+        for (const QByteArray &chunk : chunks)
+            for (const DfuEvent &e : parser.parse(chunk).events)
+                if (e.kind == DfuEvent::Error)
+                    errors << e.text;
+        QTEST(errors, "errors");
+        QTEST(parser.downloadConfirmed(), "confirmed");
     }
 
     void hashMarks_data()
@@ -138,6 +179,9 @@ private slots:
         QTest::newRow("0.11 V form") << found11 + "name=\"V1_2_3\", serial=\"UNKNOWN\"\n" << "found:1_2_3 V 0";
         QTest::newRow("0.11 plain form, header in the chunk")
             << header11 + found11 + "name=\"Tessel_NINE 01.02.03\", serial=\"UNKNOWN\"\n" << "found:01_02_03 - 0";
+        QTest::newRow("0.11 node closed to the user")
+            << QByteArray("dfu-util: Cannot open DFU device 2675:0001 found on devnum 2 (LIBUSB_ERROR_ACCESS)\n")
+            << "nothing: - 0 denied";
     }
 
     void deviceReply()
@@ -145,7 +189,9 @@ private slots:
         QFETCH(QByteArray, chunk);
         const DeviceReply r = parseDeviceReply(chunk, "Tessel_NINE");
         const QString kind = r.kind == DeviceReply::Found ? "found" : r.kind == DeviceReply::NoDevice ? "none" : "nothing";
-        QTEST(QString("%1:%2 %3 %4").arg(kind, r.version, r.hasV ? "V" : "-").arg(r.bootLoaderRev), "reply");
+        QTEST(QString("%1:%2 %3 %4").arg(kind, r.version, r.hasV ? "V" : "-").arg(r.bootLoaderRev) +
+                  (r.accessDenied ? " denied" : ""),
+              "reply");
     }
 
     void compare_data()
@@ -268,8 +314,9 @@ private slots:
                      .replace("dfu-util 0.10", "dfu-util 0.11"));
         QCOMPARE(simulated.exitCode, real.exitCode);
         QStringList errors;
+        DfuOutputParser parser;
         for (const QByteArray &chunk : real.chunks)
-            for (const DfuEvent &e : DfuOutputParser::parse(chunk).events)
+            for (const DfuEvent &e : parser.parse(chunk).events)
                 errors << describe({{e}, {}});
         QCOMPARE(errors, QStringList{"error:No DFU capable USB device found"});
     }

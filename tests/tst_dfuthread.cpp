@@ -96,11 +96,21 @@ private slots:
     }
 
     // The field's dfu-util 0.7 and Debian's 0.11 must look alike to the user.
-    void wholeSignedPackage_data() { dialects(); }
+    void wholeSignedPackage_data()
+    {
+        QTest::addColumn<QString>("dialect");
+        QTest::addColumn<QString>("exitCode"); // empty: the tool's own
+        QTest::newRow("dfu-util 0.7") << "0.7" << "";
+        QTest::newRow("dfu-util 0.11") << "0.11" << "";
+        QTest::newRow("dfu-util 0.11, 74 after Done!: the final reset found a new device") << "0.11" << "74";
+    }
     void wholeSignedPackage()
     {
         QFETCH(QString, dialect);
         qputenv("DFU_SIM_DIALECT", dialect.toUtf8());
+        QFETCH(QString, exitCode);
+        if (!exitCode.isEmpty())
+            qputenv("DFU_SIM_EXIT", exitCode.toUtf8());
         const QStringList files = kit.makePackage(firmware, "Tessel_NINE_V1_2_4", 3, 2, 20000, true);
         Run run = start(files);
         QVERIFY(finish(run));
@@ -170,7 +180,7 @@ private slots:
                                             << QStringList{d + " - Lost device after RESET"};
         row("0.11", "opening error before the download")
             << "Cannot open DFU device 2675:0001 found on devnum 5 (LIBUSB_ERROR_ACCESS)" << "-1" << ""
-            << QStringList{d + " - Opening error"};
+            << QStringList{d + " - Opening error\n" + ErrorTexts::noPermission()};
         row("0.11", "no device") << "absent" << "-1" << "" << QStringList{"No DFU capable USB device found"};
         row("0.11", "error during download") << "Error during download get_status (LIBUSB_ERROR_PIPE)" << "30" << ""
                                              << QStringList{"Error during download"};

@@ -227,6 +227,66 @@ nach
         <source> - File </source>
         <translation> - Datei </translation>
     </message>
+    <message>
+        <source>No error condition is present</source>
+        <translation>Kein Fehler</translation>
+    </message>
+    <message>
+        <source>File is not targeted for use by this device</source>
+        <translation>Die Datei ist nicht für dieses Gerät bestimmt</translation>
+    </message>
+    <message>
+        <source>File is for this device but fails some vendor-specific test</source>
+        <translation>Die Datei ist für dieses Gerät, besteht aber eine herstellerspezifische Prüfung nicht</translation>
+    </message>
+    <message>
+        <source>Device is unable to write memory</source>
+        <translation>Das Gerät kann den Speicher nicht beschreiben</translation>
+    </message>
+    <message>
+        <source>Memory erase function failed</source>
+        <translation>Löschen des Speichers fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Memory erase check failed</source>
+        <translation>Prüfung des gelöschten Speichers fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Programmed memory failed verification</source>
+        <translation>Überprüfung des beschriebenen Speichers fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Cannot program memory due to received address that is out of range</source>
+        <translation>Speicher kann nicht beschrieben werden: die empfangene Adresse liegt außerhalb des Bereichs</translation>
+    </message>
+    <message>
+        <source>Received DFU_DNLOAD with wLength = 0, but device does not think that it has all data yet</source>
+        <translation>DFU_DNLOAD mit wLength = 0 empfangen, aber dem Gerät fehlen noch Daten</translation>
+    </message>
+    <message>
+        <source>Device&apos;s firmware is corrupt. It cannot return to run-time (non-DFU) operations</source>
+        <translation>Die Firmware des Geräts ist beschädigt. Es kann nicht in den Normalbetrieb (ohne DFU) zurückkehren</translation>
+    </message>
+    <message>
+        <source>iString indicates a vendor specific error</source>
+        <translation>iString meldet einen herstellerspezifischen Fehler</translation>
+    </message>
+    <message>
+        <source>Device detected unexpected USB reset signaling</source>
+        <translation>Das Gerät hat einen unerwarteten USB-Reset erkannt</translation>
+    </message>
+    <message>
+        <source>Device detected unexpected power on reset</source>
+        <translation>Das Gerät hat einen unerwarteten Einschalt-Reset erkannt</translation>
+    </message>
+    <message>
+        <source>Something went wrong, but the device does not know what it was</source>
+        <translation>Etwas ist schiefgegangen, aber das Gerät weiß nicht, was</translation>
+    </message>
+    <message>
+        <source>Device stalled an unexpected request</source>
+        <translation>Das Gerät hat eine unerwartete Anfrage abgewiesen</translation>
+    </message>
 </context>
 <context>
     <name>Dialog</name>
@@ -661,6 +721,10 @@ Please perform device restart before flashing again</source>
         <translation>Weitere Informationen finden Sie im Handbuch
 
 Bitte vor erneutem Flashen Gerät neu starten</translation>
+    </message>
+    <message>
+        <source>No permission to open the USB device. The udev rule 70-morvanta.rules of the Morvanta package grants it to the logged-in user: install the package, then plug the device in again.</source>
+        <translation>Keine Berechtigung, das USB-Gerät zu öffnen. Die udev-Regel 70-morvanta.rules aus dem Morvanta-Paket erteilt sie dem angemeldeten Benutzer: Paket installieren, dann das Gerät aus- und wieder einstecken.</translation>
     </message>
 </context>
 <context>

@@ -54,6 +54,17 @@ QString ErrorTexts::deviceNotConnected()
     return tr("Device is not connected");
 }
 
+QString ErrorTexts::noPermission()
+{
+    return tr("No permission to open the USB device. The udev rule 70-morvanta.rules of the Morvanta package grants "
+              "it to the logged-in user: install the package, then plug the device in again.");
+}
+
+QString ErrorTexts::deviceNotConnected(bool accessDenied)
+{
+    return accessDenied ? deviceNotConnected() + QLatin1String("\n\n") + noPermission() : deviceNotConnected();
+}
+
 QString ErrorTexts::processAborted()
 {
     return tr("Process aborted! Perform device restart before flashing again");

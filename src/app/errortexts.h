@@ -20,6 +20,10 @@ public:
     static void execMessageBox(errorLevel level, const QString &text);
 
     static QString deviceNotConnected();
+    // The device is there, but this user may not open it: what grants the permission.
+    static QString noPermission();
+    // "Device is not connected", and why when the device is there but closed to the user.
+    static QString deviceNotConnected(bool accessDenied);
     static QString processAborted();
     static QString flashingNotCompleted();
     static QString processWillBeAborted();

@@ -1,10 +1,12 @@
 #include "version.h"
 
+#include "app/errortexts.h"
 #include "app/logstream.h"
 #include "app/settings.h"
 #include "app/toolrun.h"
 
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QtDebug>
 
 namespace {
@@ -30,6 +32,12 @@ DeviceReply parseDeviceReply(const QByteArray &chunk, const QString &family)
 {
     DeviceReply reply;
     const QString text = QString::fromLocal8Bit(chunk);
+    // The newer tool's words for a device that this user may not open.
+    reply.accessDenied =
+        text.contains(QLatin1String("Cannot open DFU device")) && text.contains(QLatin1String("LIBUSB_ERROR_ACCESS"));
+    static const QRegularExpression banner(QStringLiteral("dfu-util (\\d+)\\.(\\d+)"));
+    const QRegularExpressionMatch tool = banner.match(text);
+    reply.newerTool = tool.hasMatch() && (tool.captured(1).toInt() > 0 || tool.captured(2).toInt() >= 8);
     if (text.contains(QLatin1String("No DFU capable USB device found"))) {
         reply.kind = DeviceReply::NoDevice;
         return reply;
@@ -75,6 +83,9 @@ Version::Version(Settings *settings, QObject *parent)
 QString Version::getDeviceVersion(bool *found, bool *hasV)
 {
     deviceVersion.clear();
+    accessDenied = false;
+    newerTool = false;
+    foundInReply = false;
     startTool(*process, settings->getDfuUtilPath(), {QStringLiteral("-l")});
     if (!process->waitForFinished(5000) && process->state() != QProcess::NotRunning) {
         process->kill();
@@ -86,6 +97,8 @@ QString Version::getDeviceVersion(bool *found, bool *hasV)
         return deviceVersion;
     }
     qWarning() << "Device is not connected";
+    if (accessDenied)
+        qWarning() << quoted(ErrorTexts::noPermission());
     *found = false;
     *hasV = deviceHasV;
     return QString();
@@ -95,6 +108,8 @@ void Version::readVersion()
 {
     const QByteArray chunk = process->readAll();
     const DeviceReply reply = parseDeviceReply(chunk, Settings::getTesselNINEName());
+    accessDenied = accessDenied || reply.accessDenied;
+    newerTool = newerTool || reply.newerTool;
     switch (reply.kind) {
     case DeviceReply::NoDevice:
         qWarning() << quoted(chunk);
@@ -104,7 +119,10 @@ void Version::readVersion()
         break;
     case DeviceReply::NothingFound:
         qDebug() << quoted(chunk);
-        deviceFound = false;
+        // The newer tool writes each line on its own: a later line of the same listing
+        // (another maker's device in DFU mode, say) does not take back a device found.
+        if (!(newerTool && foundInReply))
+            deviceFound = false;
         break;
     case DeviceReply::Found:
         qDebug() << quoted(chunk);
@@ -112,6 +130,7 @@ void Version::readVersion()
         deviceHasV = reply.hasV;
         qDebug() << "Device version: " << quoted(deviceVersion) << "\n";
         deviceFound = true;
+        foundInReply = true;
         bootLoaderRev = reply.bootLoaderRev;
         qDebug() << "Found bootloader rev." << bootLoaderRev << "\n";
         break;

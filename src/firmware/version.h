@@ -12,6 +12,8 @@ struct DeviceReply {
     QString version;
     bool hasV = false;
     int bootLoaderRev = 0;
+    bool accessDenied = false; // a device is there, but the newer tool may not open it
+    bool newerTool = false;    // the banner of dfu-util 0.8 or later
 };
 DeviceReply parseDeviceReply(const QByteArray &chunk, const QString &family);
 
@@ -25,6 +27,8 @@ public:
     // Blocks for at most 5 seconds.
     QString getDeviceVersion(bool *found, bool *hasV);
     int getBootLoaderRev() const { return bootLoaderRev; }
+    // The last query found a device that this user may not open.
+    bool isAccessDenied() const { return accessDenied; }
 
     static QString fileVersion(QString &file, const QString &family, bool *hasV);
     static QString filePreName(const QString &name, const QString &family);
@@ -42,4 +46,7 @@ private:
     bool deviceFound = false;
     bool deviceHasV = false;
     int bootLoaderRev = 0;
+    bool accessDenied = false;
+    bool newerTool = false;       // of the current reply
+    bool foundInReply = false;    // the current reply named a device
 };

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
 
 namespace {
 struct Mark {
@@ -93,7 +94,52 @@ int lastBarPercent(const QByteArray &chunk)
     }
     return percent;
 }
+
+// The status codes of the DFU 1.1 specification, as dfu-util words them.
+const char *const statusTexts[] = {
+    QT_TRANSLATE_NOOP("DFUThread", "No error condition is present"),
+    QT_TRANSLATE_NOOP("DFUThread", "File is not targeted for use by this device"),
+    QT_TRANSLATE_NOOP("DFUThread", "File is for this device but fails some vendor-specific test"),
+    QT_TRANSLATE_NOOP("DFUThread", "Device is unable to write memory"),
+    QT_TRANSLATE_NOOP("DFUThread", "Memory erase function failed"),
+    QT_TRANSLATE_NOOP("DFUThread", "Memory erase check failed"),
+    QT_TRANSLATE_NOOP("DFUThread", "Program memory function failed"),
+    QT_TRANSLATE_NOOP("DFUThread", "Programmed memory failed verification"),
+    QT_TRANSLATE_NOOP("DFUThread", "Cannot program memory due to received address that is out of range"),
+    QT_TRANSLATE_NOOP("DFUThread", "Received DFU_DNLOAD with wLength = 0, but device does not think that it has all "
+                                   "data yet"),
+    QT_TRANSLATE_NOOP("DFUThread", "Device's firmware is corrupt. It cannot return to run-time (non-DFU) operations"),
+    QT_TRANSLATE_NOOP("DFUThread", "iString indicates a vendor specific error"),
+    QT_TRANSLATE_NOOP("DFUThread", "Device detected unexpected USB reset signaling"),
+    QT_TRANSLATE_NOOP("DFUThread", "Device detected unexpected power on reset"),
+    QT_TRANSLATE_NOOP("DFUThread", "Something went wrong, but the device does not know what it was"),
+    QT_TRANSLATE_NOOP("DFUThread", "Device stalled an unexpected request"),
+};
+
+bool hasError(const DfuChunk &chunk)
+{
+    return std::any_of(chunk.events.cbegin(), chunk.events.cend(),
+                       [](const DfuEvent &event) { return event.kind == DfuEvent::Error; });
+}
+
+// The N of the first "dfuERROR, status(N)" in the chunk, or -1.
+int errorStatus(const QByteArray &chunk)
+{
+    static const QByteArray state = "dfuERROR, status(";
+    const qsizetype at = chunk.indexOf(state);
+    const qsizetype close = at < 0 ? -1 : chunk.indexOf(')', at + state.size());
+    if (close < 0)
+        return -1;
+    bool ok = false;
+    const int status = chunk.mid(at + state.size(), close - at - state.size()).toInt(&ok);
+    return ok ? status : -1;
+}
 } // namespace
+
+QString DfuOutputParser::statusText(int status)
+{
+    return status >= 0 && status < int(std::size(statusTexts)) ? tr(statusTexts[status]) : QString();
+}
 
 DfuChunk DfuOutputParser::parse(const QByteArray &chunk)
 {
@@ -110,9 +156,30 @@ DfuChunk DfuOutputParser::parse(const QByteArray &chunk)
                          [&](const DfuEvent &seen) { return sameEvent(seen, event); }))
             result.events << event;
     }
+    // A device there but closed to this user, in the newer tool's words: the error says
+    // what grants the permission.
+    if (chunk.contains("Cannot open DFU device") && chunk.contains("LIBUSB_ERROR_ACCESS")) {
+        for (DfuEvent &event : result.events) {
+            if (event.kind == DfuEvent::Error && event.text.startsWith(ErrorTexts::deviceNotConnected()))
+                event.text += QLatin1Char('\n') + ErrorTexts::noPermission();
+        }
+    }
     const int percent = lastBarPercent(chunk);
     if (percent >= 0)
         result.events << DfuEvent{DfuEvent::Percent, QString(), percent};
+    // The newer tool's failed block: " failed!" behind its bar, then the state line.
+    progressBar = progressBar || percent >= 0;
+    blockFailed = blockFailed || (progressBar && chunk.contains(" failed!"));
+    const int status = blockFailed ? errorStatus(chunk) : -1;
+    if (status >= 0) {
+        blockFailed = false;
+        const QString reason = statusText(status);
+        if (!hasError(result))
+            result.events << DfuEvent{DfuEvent::Error,
+                                      tr("Error during download") + (reason.isEmpty() ? QString() : QLatin1String(" - ") + reason), 0};
+    }
+    downloadDone = downloadDone || chunk.contains("Download done.");
+    done = done || chunk.contains("Done!");
     // "Setting Alternate Setting #0 ..." arrives in one chunk with the first marks:
     // a '#' in front of a digit numbers something and is no mark.
     QByteArray rest;

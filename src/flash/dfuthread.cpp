@@ -252,6 +252,7 @@ bool DFUThread::transferFile(const QString &label, const QString &ext, const QSt
 {
     counters.filePercent = 0;
     fileStarted = false;
+    parser = DfuOutputParser();
     prepareCurrentFile(ext, file);
     currentFile = file;
     stageLabel = label;
@@ -301,13 +302,15 @@ bool DFUThread::runDfu(const QStringList &args)
         emit errorOutputSignal(tr("%1 ended without any output").arg(Settings::toolName(QStringLiteral("dfu-util"))));
         return false;
     }
-    return flashOk && result.succeeded();
+    // The newer tool's word that the file is in the device counts whatever its exit
+    // code: the final reset of a device that comes back as a new one makes it 74.
+    return flashOk && (result.succeeded() || (result.started && !result.crashed && parser.downloadConfirmed()));
 }
 
 void DFUThread::readProgram(const QByteArray &chunk)
 {
     sawOutput = true;
-    const DfuChunk parsed = DfuOutputParser::parse(chunk);
+    const DfuChunk parsed = parser.parse(chunk);
     for (const DfuEvent &event : parsed.events) {
         switch (event.kind) {
         case DfuEvent::Status:

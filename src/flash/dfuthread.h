@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/errortexts.h"
+#include "dfuoutputparser.h"
 #include "packagepreparation.h"
 #include "transferprogress.h"
 
@@ -99,6 +100,7 @@ private:
     bool flashOk = true;
     bool sawOutput = false;
     bool fileStarted = false; // the current file's download was announced
+    DfuOutputParser parser;   // of the current file's transfer
     QString tempPath;
     QString dfuPath;
     QStringList firmwareFiles;

@@ -78,7 +78,7 @@ void Dialog::checkDevice(int origin, int device)
     deviceMissing = true;
     if (origin == 0) {
         ui->lupdateButton_tessel_nine->setEnabled(false);
-        showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected());
+        showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected(version->isAccessDenied()));
     }
     exitInternalAutomatic(2);
 }
@@ -147,7 +147,7 @@ bool Dialog::recheckDevice()
     ui->lsearchButton_tessel_nine->setText(tr("Connect"));
     ui->lupdateButton_tessel_nine->setEnabled(false);
     deviceMissing = true;
-    showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected());
+    showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected(version->isAccessDenied()));
     return false;
 }
 

@@ -179,7 +179,7 @@ void WizardPageBootLoaderSelect::checkFiles()
     ui->statusLabel->setText(ErrorTexts::deviceNotConnected());
     ui->buttonSelect->setText(tr("Connect"));
     if (automatic)
-        showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected());
+        showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected(version->isAccessDenied()));
 }
 
 void WizardPageBootLoaderSelect::Update()
