@@ -413,6 +413,44 @@ QStringList lockedJobControls(QWidget *window)
     return locked;
 }
 
+bool EmulatedBus::available()
+{
+    return QFileInfo(emulator()).isExecutable() && QFileInfo("/usr/bin/dfu-util").isExecutable();
+}
+
+QString EmulatedBus::emulator()
+{
+    return binDir() + "/tessel-emulator";
+}
+
+QStringList EmulatedBus::command(const QStringList &devices, const QString &program, const QStringList &args)
+{
+    QStringList command;
+    for (const QString &device : devices)
+        command << "--device" << device;
+    return command << "--" << program << args;
+}
+
+EmulatedBus::EmulatedBus(const QStringList &devices)
+{
+    const QString announce = scratch.path() + "/testbed";
+    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    process.start(emulator(), QStringList{"--announce", announce} + command(devices, "sleep", {"3600"}));
+    QDeadlineTimer deadline(10000);
+    while (!QFileInfo::exists(announce) && !deadline.hasExpired() && process.state() != QProcess::NotRunning)
+        QThread::msleep(20);
+    up = QFileInfo::exists(announce);
+    if (up)
+        qputenv("UMOCKDEV_DIR", readFile(announce));
+}
+
+EmulatedBus::~EmulatedBus()
+{
+    qunsetenv("UMOCKDEV_DIR");
+    process.terminate();
+    process.waitForFinished(5000);
+}
+
 int liveProcessesWith(const QString &argument)
 {
     int live = 0;

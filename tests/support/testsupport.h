@@ -183,6 +183,30 @@ private:
     bool listening = false;
 };
 
+// The emulated Tessel NINE (tools/tessel-emulator) on a virtual USB bus, with Debian's
+// real dfu-util run by tools/dfu-util-umockdev. Device specs are the emulator's.
+class EmulatedBus
+{
+public:
+    // The emulator was built and Debian's dfu-util is installed.
+    static bool available();
+    // The command line that runs `command` inside a testbed of these devices.
+    static QStringList command(const QStringList &devices, const QString &program, const QStringList &args);
+    static QString emulator();
+    // A testbed for this test process itself: the tools it starts find it through
+    // UMOCKDEV_DIR until the bus goes.
+    explicit EmulatedBus(const QStringList &devices);
+    ~EmulatedBus();
+    EmulatedBus(const EmulatedBus &) = delete;
+    EmulatedBus &operator=(const EmulatedBus &) = delete;
+    bool isUp() const { return up; }
+
+private:
+    QProcess process;
+    QTemporaryDir scratch;
+    bool up = false;
+};
+
 // Live (not yet reaped or zombie) processes whose command line holds this argument.
 int liveProcessesWith(const QString &argument);
 

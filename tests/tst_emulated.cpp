@@ -1,0 +1,212 @@
+// Debian's real dfu-util, with the real libusb, against the emulated Tessel NINE on a
+// virtual USB bus (tools/tessel-emulator): the built program unattended, and the window
+// and the wizard in this process. dfu-util waits 5 s after every detach: files are few.
+#include "app/settings.h"
+#include "ui/breakflash.h"
+#include "ui/dialog.h"
+#include "ui/wizard/wizardbootloader.h"
+
+#include "firmwarekit.h"
+#include "testsupport.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QTest>
+#include <QTimer>
+
+using TestSupport::EmulatedBus;
+using TestSupport::FirmwareKit;
+using TestSupport::ModalAnswerer;
+
+namespace {
+constexpr int fileSize = 1500;
+// What the device keeps of a run, in the order it was flashed.
+QList<QByteArray> received(const QString &folder)
+{
+    QList<QByteArray> images;
+    for (const QString &name : QDir(folder).entryList(QDir::Files, QDir::Name))
+        images << TestSupport::readFile(folder + "/" + name);
+    return images;
+}
+QList<QByteArray> sysFiles(const TestSupport::ZipEntries &entries)
+{
+    QList<QByteArray> files;
+    for (const auto &[name, content] : entries)
+        if (name.endsWith(".sys"))
+            files << content;
+    return files;
+}
+} // namespace
+
+class TestEmulated : public QObject
+{
+    Q_OBJECT
+    TestSupport::Sandbox sandbox;
+    FirmwareKit kit;
+    QString firmware; // the signed V1_2_4 pair, alone in its folder
+    QStringList package;
+    QStringList plainPackage; // Tessel_NINE_01_02_04
+    QString bootLoader;
+    QList<QByteArray> flashed; // the package's .sys files in flash order
+    std::unique_ptr<Settings> settings;
+
+    QString record(const QString &name) const { return sandbox.root() + "/received/" + name; }
+
+private slots:
+    void initTestCase()
+    {
+        if (!EmulatedBus::available())
+            QSKIP("needs umockdev (tessel-emulator) and Debian's dfu-util");
+        TestSupport::useSandbox(sandbox);
+        settings = std::make_unique<Settings>(static_cast<QObject *>(nullptr));
+        settings->prepareGpgFolder();
+        firmware = sandbox.root() + "/firmware";
+        const QString other = sandbox.root() + "/other";
+        QDir().mkpath(firmware);
+        QDir().mkpath(other);
+        package = kit.makePackage(firmware, "Tessel_NINE_V1_2_4", 1, 1, fileSize, true);
+        plainPackage = kit.makePackage(other, "Tessel_NINE_01_02_04", 1, 1, fileSize, true);
+        bootLoader = kit.makeBootloader(other, "Tessel_NINE_V2_0_1", 1, fileSize, true);
+        QCOMPARE(package.size() + plainPackage.size(), 4);
+        flashed = sysFiles(FirmwareKit::stageEntries("os", 1, fileSize, "V1_2_4")) +
+                  sysFiles(FirmwareKit::stageEntries("pr", 1, fileSize, "V1_2_4"));
+    }
+
+    // The program started by a production script: -a, and the exit code is the answer.
+    void unattended_data()
+    {
+        QTest::addColumn<QStringList>("devices");
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("logged"); // the error the ERROR box showed
+        const QStringList flash{"-a", "-p", firmware};
+        QTest::newRow("final reset re-enumerates") << QStringList{"record=" + record("1")} << flash << 0 << "";
+        QTest::newRow("final reset succeeds") << QStringList{"scenario=reset-ok,record=" + record("2")} << flash << 0
+                                              << "";
+        QTest::newRow("manifestation-tolerant") << QStringList{"scenario=manifestation-tolerant,record=" + record("3")}
+                                                << flash << 0 << "";
+        QTest::newRow("boot loader, -a -b") << QStringList{"record=" + record("4")}
+                                            << QStringList{"-a", "-b", "-f", bootLoader} << 0 << "";
+        QTest::newRow("stalled block") << QStringList{"scenario=stall"} << flash << 2 << "\"Error during download\"";
+        QTest::newRow("cannot write") << QStringList{"scenario=errwrite"} << flash << 2
+                                      << "\"Error during download - Device is unable to write memory\"";
+        QTest::newRow("pulled mid-download") << QStringList{"scenario=pulled"} << flash << 2
+                                             << "\"Error during download\"";
+        QTest::newRow("back too late after the detach") << QStringList{"scenario=late-return,after=6500"} << flash << 2
+                                                        << "\"Device is not connected - Lost device after RESET\"";
+        QTest::newRow("two Tessel NINEs") << QStringList{"port=1", "port=2"} << flash << 2
+                                          << "\"More than one DFU capable USB device found\"";
+        QTest::newRow("another maker's DFU device beside it") << QStringList{"port=1", "port=2,vendor=0483,product=df11"}
+                                                              << flash << 2
+                                                              << "\"More than one DFU capable USB device found\"";
+        QTest::newRow("a node the user may not open") << QStringList{"closed"} << flash << 2
+                                                      << "\"" + ErrorTexts::noPermission() + "\"";
+    }
+
+    void unattended()
+    {
+        QFETCH(QStringList, devices);
+        QFETCH(QStringList, args);
+        QFETCH(QString, logged);
+        TestSupport::Sandbox program;
+        program.writeConfig({{"mode", "internal"}});
+        program.installProgram({"gpg"});
+        QVERIFY(QFile::link(TestSupport::binDir() + "/dfu-util-umockdev", program.app() + "/dfu-util"));
+        TestSupport::ProgramRun run(program, EmulatedBus::command(devices, program.app() + "/morvanta", args),
+                                    QString(), QProcessEnvironment(), EmulatedBus::emulator());
+        if (!logged.isEmpty())
+            QVERIFY2(TestSupport::answerBox("ERROR", 60000), qPrintable(program.log().right(800)));
+        QVERIFY2(run.waitForExit(90000), qPrintable(program.log().right(800)));
+        QTEST(run.exitCode(), "exitCode");
+        QFETCH(int, exitCode);
+        QVERIFY2(program.log().contains(logged), qPrintable(program.log().right(800)));
+        if (exitCode == 0) {
+            const QString folder = devices.first().section("record=", 1);
+            QCOMPARE(received(folder), args.contains("-b") ? sysFiles(FirmwareKit::stageEntries("bl", 1, fileSize))
+                                                           : flashed);
+        }
+        QCOMPARE(TestSupport::liveProcessesWith("-d 0x2675:0x0001"), 0);
+    }
+
+    // The window asks the device, shows its version and puts the question that fits.
+    void deviceCheck_data()
+    {
+        QTest::addColumn<QString>("device");
+        QTest::addColumn<int>("package"); // 0 V1_2_4, 1 01_02_04
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<QString>("question");
+        const QString newer = "Do you want to start flashing?\nPress 'Yes' to perform flashing or 'No' to cancel";
+        QTest::newRow("V form, older device") << "name=V1_2_3" << 0 << "Current version   Tessel_NINE.1_2_3" << newer;
+        QTest::newRow("V form, same version") << "name=V1_2_4" << 0 << "Current version   Tessel_NINE.1_2_4"
+                                              << "Current version equals latest version.\nDo you want to continue?\n"
+                                                 "Press 'Yes' to perform flashing or 'No' to cancel";
+        QTest::newRow("plain form, newer device") << "name=Tessel_NINE 01.02.05" << 1
+                                                  << "Current version   Tessel_NINE.01_02_05"
+                                                  << "Selected version is older than current version.\nDo you want to "
+                                                     "continue?\nPress 'Yes' to perform flashing or 'No' to cancel";
+    }
+
+    void deviceCheck()
+    {
+        QFETCH(QString, device);
+        QFETCH(int, package);
+        EmulatedBus bus({device});
+        QVERIFY(bus.isUp());
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.show();
+        answerer.fileToChoose = (package == 0 ? this->package : plainPackage).first();
+        dialog.findChild<QPushButton *>("lsearchButton_tessel_nine")->click();
+        QTEST(dialog.findChild<QLabel *>("statusLabel")->text(), "status");
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::No};
+        dialog.findChild<QPushButton *>("lupdateButton_tessel_nine")->click();
+        QTEST(answerer.texts.value(0), "question");
+    }
+
+    // Boot loader, the restart (the device unplugged and plugged in as a person does,
+    // and the dialog seeing it leave and return), then the firmware.
+    void bootLoaderWizard()
+    {
+        const QString control = sandbox.root() + "/plug";
+        TestSupport::writeFile(control, "plugged\n");
+        EmulatedBus bus({"control=" + control + ",record=" + record("wizard")});
+        QVERIFY(bus.isUp());
+        ModalAnswerer answerer;
+        WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
+        wizard.setStartId(WizardBootLoader::Select);
+        QWizardPage *page = wizard.page(WizardBootLoader::Select);
+        page->findChild<QLineEdit *>("line_bootloaderfile")->setText(bootLoader);
+        page->findChild<QLineEdit *>("line_firmwarefile")->setText(package.first());
+        wizard.show();
+        QStringList seen;
+        QTimer technician;
+        connect(&technician, &QTimer::timeout, this, [&] {
+            auto *restart = qobject_cast<BreakFlash *>(QApplication::activeModalWidget());
+            if (!restart)
+                return;
+            const QString label = restart->findChild<QLabel *>("label_devicefound")->text();
+            if (seen.isEmpty() || seen.last() != label)
+                seen << label;
+            if (seen.size() == 1 && label.isEmpty())
+                TestSupport::writeFile(control, "pulled\n");
+            else if (label == "Device not connected!")
+                TestSupport::writeFile(control, "plugged\n");
+            else if (label == "Device connected!")
+                restart->findChild<QPushButton *>("buttonOK")->click();
+        });
+        technician.start(200);
+        page->findChild<QPushButton *>("buttonUpdate")->click();
+        QTRY_VERIFY_WITH_TIMEOUT(wizard.button(QWizard::FinishButton)->isEnabled(), 120000);
+        QCOMPARE(seen, (QStringList{"", "Device not connected!", "Device connected!"}));
+        QCOMPARE(answerer.texts, QStringList{"Flashing completed\nPlease perform Tessel restart!"});
+        QCOMPARE(received(record("wizard")), sysFiles(FirmwareKit::stageEntries("bl", 1, fileSize)) + flashed);
+    }
+};
+
+QTEST_MAIN(TestEmulated)
+#include "tst_emulated.moc"
