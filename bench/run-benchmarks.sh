@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks; prints figures, asserts nothing.
-#   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]   sections: prepare parser download ftp usb
+#   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]
+#   sections: prepare parser download ftp usb emulated
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 shift || true
-sections=${*:-prepare parser download ftp usb}
+sections=${*:-prepare parser download ftp usb emulated}
 want() { [[ " $sections " == *" $1 "* ]]; }
 command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
 cmake --build "$build" -j2 --target benchmarks >/dev/null
@@ -117,4 +118,44 @@ unshare --map-root-user --net sh -c '
     done
     kill %1 2>/dev/null' sh "$work/ftptree" "$work" "$bin"
 rm -f "$work/got.bin" "$work/curl.bin"
+fi
+
+if want emulated; then
+echo "== unattended flash of five files of 16 KiB with Debian's dfu-util on the emulated Tessel NINE"
+bash tools/make-firmware-kit.sh "$build/devkey" "$work/emufw" Tessel_NINE_V1_2_4 3 2 16384 >/dev/null
+app=$work/app
+mkdir -p "$app"
+cp "$bin/morvanta" "$app/"
+ln -s "$(command -v gpg)" "$app/gpg"
+# The program's dfu-util notes how long each download took: the rest of the run is the
+# program's own and its fixed pauses (a second after each of the two archives and
+# between two files). Its device checks (dfu-util -l) count as the program's.
+printf '#!/bin/sh\nstart=$(date +%%s%%N)\n"%s" "$@"\ncode=$?\n[ "$1" = -l ] || echo $(( ($(date +%%s%%N) - start) / 1000000 )) >> "%s"\nexit $code\n' \
+    "$PWD/tools/dfu-util-umockdev" "$work/downloads" > "$app/dfu-util"
+chmod +x "$app/dfu-util"
+printf '[General]\nmode=internal\n' > "$HOME/Morvanta_config.ini"
+ms() { echo $(( ($(date +%s%N) - $1) / 1000000 )); }
+for i in 1 2 3; do
+    rm -f "$work/downloads"
+    start=$(date +%s%N)
+    QT_QPA_PLATFORM=offscreen "$bin/tessel-emulator" -- "$app/morvanta" -a -p "$work/emufw" >/dev/null 2>&1 || echo "  program failed"
+    program=$(ms "$start")
+    tool=$(( $(paste -sd+ "$work/downloads") ))
+    echo "  program $program ms: five downloads by dfu-util $tool ms, fixed pauses 6000 ms, the program's own $(( program - tool - 6000 )) ms"
+done
+# dfu-util alone on the same five files, checked and unpacked once, in flash order.
+gh=$work/emugnupg
+mkdir -m 700 "$gh"
+cp "$build/devkey/pubring.gpg" "$build/devkey/trustdb.gpg" "$gh/"
+for kind in OS PR; do
+    gpg --homedir "$gh" --batch --yes --quiet -o "$work/$kind.zip" "$work/emufw/Tessel_NINE_V1_2_4.$kind.zip.gpg" 2>/dev/null
+    unzip -q -o "$work/$kind.zip" -d "$work/emusys"
+done
+gpgconf --homedir "$gh" --kill all >/dev/null 2>&1 || true
+for i in 1 2 3; do
+    start=$(date +%s%N)
+    "$bin/tessel-emulator" -- sh -c 'tool=$1; shift; for f; do "$tool" "-d 0x2675:0x0001" -D "$f" "-t 64" >/dev/null 2>&1; done' \
+        sh "$PWD/tools/dfu-util-umockdev" "$work"/emusys/os/*.sys "$work"/emusys/pr/*.sys || true # 74: a new device
+    echo "  dfu-util alone, the same five files: $(ms "$start") ms"
+done
 fi

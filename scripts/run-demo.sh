@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Installs what is missing, builds, and starts Morvanta beside the simulated device tools
-# and the reference update server (stopped again when the program ends). The demo keeps
-# its own home folder (build/demo-home), so a real configuration is never touched.
+# Installs what is missing, builds, and starts Morvanta with Debian's dfu-util against the
+# emulated Tessel NINE (tools/tessel-emulator) and the reference update server (stopped
+# again when the program ends). The demo keeps its own home folder (build/demo-home) and
+# program folder (build/demo-app), so a real configuration is never touched.
 #   With a display: the window, in user mode ("--internal" for internal mode).
 #   Without one:    an unattended flash of the released firmware under Xvfb, with its exit code.
 set -euo pipefail
@@ -28,14 +29,20 @@ echo "Reference update server on $base (firmware: build/server/tree)"
 
 export HOME=$PWD/build/demo-home
 mkdir -p "$HOME/Downloads"
-# The simulated Tessel NINE runs firmware 1.2.3 and takes a few seconds per file.
-export DFU_SIM_NAME=${DFU_SIM_NAME:-V1_2_3} DFU_SIM_HASH_MS=${DFU_SIM_HASH_MS:-2500}
+# The program finds its tools beside itself: here the system's gpg and Debian's dfu-util,
+# run inside the emulator's testbed, where a Tessel NINE with firmware 1.2.3 is plugged in.
+app=$PWD/build/demo-app
+mkdir -p "$app"
+cp build/bin/morvanta "$app/"
+ln -sfn "$(command -v gpg)" "$app/gpg"
+ln -sfn "$PWD/tools/dfu-util-umockdev" "$app/dfu-util"
+emulated=("$PWD/build/bin/tessel-emulator" --device "name=V1_2_3" --)
 
 if [ -n "${DISPLAY:-}" ]; then
     printf '[General]\nmode=%s\n' "$mode" > "$HOME/Morvanta_config.ini"
     echo "Press \"Search...\" on \"Download from server\", pick a folder (e.g. $HOME/Downloads),"
-    echo "then \"Update\" on \"USB Cable\" flashes it on the simulated device."
-    build/bin/morvanta "$@" || code=$?
+    echo "then \"Update\" on \"USB Cable\" flashes it on the emulated device."
+    "${emulated[@]}" "$app/morvanta" "$@" || code=$?
     exit "${code:-0}"
 fi
 
@@ -43,7 +50,7 @@ released=$PWD/build/server/tree/TesselNINE_Latest
 echo "No display: flashing the released firmware ($released) unattended under Xvfb."
 printf '[General]\nmode=internal\n' > "$HOME/Morvanta_config.ini"
 set +e
-xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" build/bin/morvanta -a -p "$released"
+xvfb-run -a -s "-screen 0 1280x1024x24 -noreset" "${emulated[@]}" "$app/morvanta" -a -p "$released"
 code=$?
 set -e
 echo "Morvanta ended with exit code $code. Log:"
