@@ -131,7 +131,7 @@ ln -s "$(command -v gpg)" "$app/gpg"
 # program's own and its fixed pauses (a second after each of the two archives and
 # between two files). Its device checks (dfu-util -l) count as the program's.
 printf '#!/bin/sh\nstart=$(date +%%s%%N)\n"%s" "$@"\ncode=$?\n[ "$1" = -l ] || echo $(( ($(date +%%s%%N) - start) / 1000000 )) >> "%s"\nexit $code\n' \
-    "$PWD/tools/dfu-util-umockdev" "$work/downloads" > "$app/dfu-util"
+    "$bin/dfu-util-umockdev" "$work/downloads" > "$app/dfu-util"
 chmod +x "$app/dfu-util"
 printf '[General]\nmode=internal\n' > "$HOME/Morvanta_config.ini"
 ms() { echo $(( ($(date +%s%N) - $1) / 1000000 )); }
@@ -155,7 +155,7 @@ gpgconf --homedir "$gh" --kill all >/dev/null 2>&1 || true
 for i in 1 2 3; do
     start=$(date +%s%N)
     "$bin/tessel-emulator" -- sh -c 'tool=$1; shift; for f; do "$tool" "-d 0x2675:0x0001" -D "$f" "-t 64" >/dev/null 2>&1; done' \
-        sh "$PWD/tools/dfu-util-umockdev" "$work"/emusys/os/*.sys "$work"/emusys/pr/*.sys || true # 74: a new device
+        sh "$bin/dfu-util-umockdev" "$work"/emusys/os/*.sys "$work"/emusys/pr/*.sys || true # 74: a new device
     echo "  dfu-util alone, the same five files: $(ms "$start") ms"
 done
 fi

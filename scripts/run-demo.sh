@@ -35,7 +35,7 @@ app=$PWD/build/demo-app
 mkdir -p "$app"
 cp build/bin/morvanta "$app/"
 ln -sfn "$(command -v gpg)" "$app/gpg"
-ln -sfn "$PWD/tools/dfu-util-umockdev" "$app/dfu-util"
+ln -sfn "$PWD/build/bin/dfu-util-umockdev" "$app/dfu-util"
 emulated=("$PWD/build/bin/tessel-emulator" --device "name=V1_2_3" --)
 
 if [ -n "${DISPLAY:-}" ]; then

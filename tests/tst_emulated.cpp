@@ -129,7 +129,7 @@ private slots:
             QCOMPARE(received(folder), args.contains("-b") ? sysFiles(FirmwareKit::stageEntries("bl", 1, fileSize))
                                                            : flashed);
         }
-        QCOMPARE(TestSupport::liveProcessesWith("-d 0x2675:0x0001"), 0);
+        QCOMPARE(TestSupport::liveProcessesWith(program.instanceFolder() + "/ZelkoExtract/"), 0);
     }
 
     // The window asks the device, shows its version and puts the question that fits.

@@ -5,7 +5,7 @@
  * umockdev's testbed holds each device's sysfs entry and device node; this program
  * answers the usbdevfs ioctls that libusb sends to the node, as a DFU 1.1 device would.
  * COMMAND runs inside the testbed (UMOCKDEV_DIR is set for it); a tool that is to see
- * the devices runs under umockdev's preload library (tools/dfu-util-umockdev does that
+ * the devices runs under umockdev's preload library (build/bin/dfu-util-umockdev does that
  * for dfu-util). The emulator ends with COMMAND's exit code. See tools/README.md.
  */
 #define _GNU_SOURCE
@@ -68,11 +68,12 @@ typedef struct {
     char controlWord[16];
 } Device;
 
-/* One appearance of a device on the bus: its node, its handler, its finished URBs. */
+/* One appearance of a device on the bus: its node, its handler, and for each client (a
+ * tool that opened the node; several may at once) the URBs it may reap. */
 struct Instance {
     Device *device; /* NULL once the device has left the bus */
     UMockdevIoctlBase *handler;
-    GList *done;
+    GHashTable *done; /* UMockdevIoctlClient -> GQueue of UMockdevIoctlData */
     char syspath[128];
     char devnode[64];
 };
@@ -164,6 +165,19 @@ static char *hex(const guint8 *bytes, int length)
 
 static gboolean onIoctl(UMockdevIoctlBase *handler, UMockdevIoctlClient *client, Instance *instance);
 
+static void freeQueue(gpointer queue)
+{
+    g_queue_free_full(queue, (GDestroyNotify) umockdev_ioctl_data_unref);
+}
+
+static void onClientVanished(UMockdevIoctlBase *handler, UMockdevIoctlClient *client, Instance *instance)
+{
+    (void) handler;
+    g_mutex_lock(&lock);
+    g_hash_table_remove(instance->done, client);
+    g_mutex_unlock(&lock);
+}
+
 /* A tool that runs as another user (for a closed node, see appear()) must still reach
  * the testbed's sockets. */
 static void openSockets(const char *folder)
@@ -210,7 +224,9 @@ static void appear(Device *d, gboolean dfuMode)
     g_snprintf(instance->syspath, sizeof instance->syspath, "/sys/devices/pci0000:00/0000:00:14.0/usb1/1-%d",
                d->port);
     instance->handler = umockdev_ioctl_base_new();
+    instance->done = g_hash_table_new_full(g_direct_hash, g_direct_equal, NULL, freeQueue);
     g_signal_connect(instance->handler, "handle-ioctl", G_CALLBACK(onIoctl), instance);
+    g_signal_connect(instance->handler, "client-vanished", G_CALLBACK(onClientVanished), instance);
     /* The handler first: the "add" uevent may send a client to the node at once. */
     GError *error = NULL;
     if (!umockdev_testbed_attach_ioctl(testbed, instance->devnode, instance->handler, &error))
@@ -236,7 +252,7 @@ static void appear(Device *d, gboolean dfuMode)
     g_free(descriptorHex);
     if (d->closed) {
         /* Nobody may open it: libusb reads LIBUSB_ERROR_ACCESS. Root may open anything,
-         * so for root the tool runs as another user (see tools/dfu-util-umockdev). */
+         * so for root the tool runs as another user (see tools/dfu-util-umockdev.in). */
         char *node = g_build_filename(umockdev_testbed_get_root_dir(testbed), instance->devnode, NULL);
         chmod(node, getuid() == 0 ? 0600 : 0);
         g_free(node);
@@ -487,7 +503,10 @@ static gboolean onIoctl(UMockdevIoctlBase *handler, UMockdevIoctlClient *client,
             } else {
                 urb->status = n < 0 ? n : 0;
                 urb->actual_length = n < 0 ? 0 : n;
-                instance->done = g_list_append(instance->done, umockdev_ioctl_data_ref(urbData));
+                GQueue *queue = g_hash_table_lookup(instance->done, client);
+                if (!queue)
+                    g_hash_table_insert(instance->done, client, queue = g_queue_new());
+                g_queue_push_tail(queue, umockdev_ioctl_data_ref(urbData));
             }
         }
         if (buffer)
@@ -497,12 +516,12 @@ static gboolean onIoctl(UMockdevIoctlBase *handler, UMockdevIoctlClient *client,
     }
     case USBDEVFS_REAPURB:
     case USBDEVFS_REAPURBNDELAY: {
-        if (!instance->done) {
+        GQueue *queue = g_hash_table_lookup(instance->done, client);
+        if (!queue || g_queue_is_empty(queue)) {
             error = d ? EAGAIN : ENODEV;
             break;
         }
-        UMockdevIoctlData *urbData = instance->done->data;
-        instance->done = g_list_delete_link(instance->done, instance->done);
+        UMockdevIoctlData *urbData = g_queue_pop_head(queue);
         UMockdevIoctlData *pointer = umockdev_ioctl_data_resolve(arg, 0, sizeof(gpointer), NULL);
         umockdev_ioctl_data_set_ptr(pointer, 0, urbData);
         umockdev_ioctl_data_unref(pointer);

@@ -24,6 +24,7 @@
 #include <QTreeWidget>
 #include <QUrl>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -435,7 +436,8 @@ EmulatedBus::EmulatedBus(const QStringList &devices)
 {
     const QString announce = scratch.path() + "/testbed";
     process.setProcessChannelMode(QProcess::ForwardedChannels);
-    process.start(emulator(), QStringList{"--announce", announce} + command(devices, "sleep", {"3600"}));
+    // The bus lasts while this end of the pipe is open: it goes with the test, whatever ends it.
+    process.start(emulator(), QStringList{"--announce", announce} + command(devices, "sh", {"-c", "cat >/dev/null"}));
     QDeadlineTimer deadline(10000);
     while (!QFileInfo::exists(announce) && !deadline.hasExpired() && process.state() != QProcess::NotRunning)
         QThread::msleep(20);
@@ -447,7 +449,9 @@ EmulatedBus::EmulatedBus(const QStringList &devices)
 EmulatedBus::~EmulatedBus()
 {
     qunsetenv("UMOCKDEV_DIR");
-    process.terminate();
+    process.closeWriteChannel();
+    if (!process.waitForFinished(5000))
+        process.terminate();
     process.waitForFinished(5000);
 }
 
@@ -460,7 +464,8 @@ int liveProcessesWith(const QString &argument)
         const QList<QByteArray> args = readFile("/proc/" + pid + "/cmdline").split('\0');
         const QByteArray stat = readFile("/proc/" + pid + "/stat");
         const bool zombie = stat.mid(stat.lastIndexOf(')') + 2, 1) == "Z";
-        if (!zombie && args.contains(QFile::encodeName(argument)))
+        const QByteArray wanted = QFile::encodeName(argument);
+        if (!zombie && std::any_of(args.cbegin(), args.cend(), [&](const QByteArray &arg) { return arg.contains(wanted); }))
             ++live;
     }
     return live;

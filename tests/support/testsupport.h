@@ -207,7 +207,7 @@ private:
     bool up = false;
 };
 
-// Live (not yet reaped or zombie) processes whose command line holds this argument.
+// Live (not yet reaped or zombie) processes with an argument that holds this text.
 int liveProcessesWith(const QString &argument);
 
 QByteArray readFile(const QString &path);
