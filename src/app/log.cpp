@@ -6,6 +6,7 @@
 namespace {
 // Written on the GUI thread before any worker exists, read by the handler on any thread.
 QString logFolder;
+QString logFile;
 } // namespace
 
 void Log::setFolder(const QString &folder)
@@ -18,9 +19,14 @@ QString Log::folder()
     return logFolder;
 }
 
+void Log::setFile(const QString &path)
+{
+    logFile = path;
+}
+
 QString Log::filePath()
 {
-    return logFolder + QLatin1String("/logfile.txt");
+    return logFile.isEmpty() ? logFolder + QLatin1String("/logfile.txt") : logFile;
 }
 
 void clearLogFile()

@@ -7,6 +7,8 @@
 // it can be read at any time and survives a crash.
 namespace Log {
 void setFolder(const QString &folder);
+// A log of another name than logfile.txt (a console run's, named by its caller).
+void setFile(const QString &path);
 QString folder();
 QString filePath();
 } // namespace Log

@@ -62,7 +62,7 @@ void Settings::load()
     config = new QSettings(homeFile, QSettings::IniFormat);
     setValue(QStringLiteral("Path"), appDir);
 
-    tempDir = QDir(Platform::instanceFolder());
+    tempDir = QDir(Platform::instanceFolderPath());
     extractFolder = tempDir.absolutePath() + QLatin1Char('/') + QLatin1String(extractFolderName);
     gpgFolder = tempDir.absolutePath() + QLatin1Char('/') + QLatin1String(gpgFolderName);
     searchPath = getValue(QStringLiteral("searchPath"));
@@ -181,9 +181,12 @@ QString Settings::getExtractFolderName()
     return QLatin1String(extractFolderName);
 }
 
-void Settings::showWarning(const QString &text)
+void Settings::showWarning(const QString &text) const
 {
-    ErrorTexts::execMessageBox(ErrorTexts::Warning, text);
+    if (warningSink)
+        warningSink(text);
+    else
+        ErrorTexts::execMessageBox(ErrorTexts::Warning, text);
 }
 
 bool Settings::removeFolder(const QString &path)
@@ -198,6 +201,17 @@ void Settings::createExtractFolder()
         showWarning(tr("Unable to delete Temp Folder - Restart Application"));
     if (!tempDir.mkpath(extractFolder))
         showWarning(tr("Unable to create Temp Folder - Restart Application"));
+}
+
+bool Settings::useWorkingFolder(const QString &folder)
+{
+    tempDir = QDir(folder);
+    extractFolder = tempDir.absolutePath() + QLatin1Char('/') + QLatin1String(extractFolderName);
+    gpgFolder = tempDir.absolutePath() + QLatin1Char('/') + QLatin1String(gpgFolderName);
+    createExtractFolder();
+    if (gpgAvailable)
+        prepareGpgFolder();
+    return QFileInfo(extractFolder).isDir() && (!gpgAvailable || QFileInfo(gpgFolder).isDir());
 }
 
 void Settings::prepareGpgFolder()

@@ -4,6 +4,8 @@
 #include <QObject>
 #include <QString>
 
+#include <functional>
+
 class Dialog;
 class QSettings;
 
@@ -49,6 +51,11 @@ public:
     void createExtractFolder();
     // Fresh GPG home holding copies of the built-in key ring.
     void prepareGpgFolder();
+    // Moves the extract and GPG folders into a folder of their own and prepares them:
+    // a run that must not touch any instance's folders. False if it could not be made.
+    bool useWorkingFolder(const QString &folder);
+    // Warnings of the folders go here instead of a message box (a console has none).
+    void setWarningSink(std::function<void(const QString &)> sink) { warningSink = std::move(sink); }
 
     // Update server and file names
     static QString getTesselNINEName();
@@ -89,7 +96,7 @@ private:
     QString listUrl(const QString &folder, const QString &userIdentifier) const;
     static QString fileUrl(const QString &folder, const QString &userIdentifier);
     bool useSignedForms(bool useZipSearch) const { return gpgAvailable && !useZipSearch; }
-    static void showWarning(const QString &text);
+    void showWarning(const QString &text) const;
 
     QSettings *config = nullptr;
     QSettings *ftpConfig = nullptr;
@@ -103,4 +110,5 @@ private:
     QString ftpPassword;
     bool gpgAvailable = true;
     bool useHttp = false;
+    std::function<void(const QString &)> warningSink;
 };

@@ -96,6 +96,11 @@ void chooseFirmwareFile(QWidget *parent, const QString &caption, Settings *setti
         QFileDialog::getOpenFileName(parent, caption, startFolder, settings->getFirmwareFilter(useZipSearch)));
 }
 
+bool isBootLoaderFile(const QString &path)
+{
+    return QFileInfo(path).isFile() && (path.contains(QLatin1String("Tessel_NINE")) || path.contains(QLatin1String("BL.zip")));
+}
+
 QString findNewestFirmware(const SearchOptions &options, bool useZipSearch)
 {
     if (!options.useFile.isEmpty())

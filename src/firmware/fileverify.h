@@ -43,5 +43,8 @@ bool selectFirmware(QWidget *parent, const QString &caption, Settings *settings,
 void chooseFirmwareFile(QWidget *parent, const QString &caption, Settings *settings, const SearchOptions &options,
                         bool useZipSearch);
 
+// A boot loader file, by its name: the family's or a "BL.zip" kind; it must exist.
+bool isBootLoaderFile(const QString &path);
+
 // The newest firmware file by name order, or an empty string.
 QString findNewestFirmware(const SearchOptions &options, bool useZipSearch);

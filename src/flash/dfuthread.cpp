@@ -256,8 +256,9 @@ bool DFUThread::transferFile(const QString &label, const QString &ext, const QSt
     prepareCurrentFile(ext, file);
     currentFile = file;
     stageLabel = label;
-    const QStringList args =
-        dfuArguments(tempPath, Settings::getExtractFolderName(), ext, file, bootLoaderRev);
+    QStringList args = dfuArguments(tempPath, Settings::getExtractFolderName(), ext, file, bootLoaderRev);
+    if (!port.isEmpty())
+        args << QStringLiteral("-p") << port;
     qDebug() << quoted(args);
     return runDfu(args);
 }
@@ -345,6 +346,7 @@ void DFUThread::showFlashingStage(const QString &stage)
     ++filesStarted;
     emit updateStatus(QLatin1String("Flashing firmware stage ") + stage + tr(" - File ") +
                       QString::number(filesStarted) + QLatin1Char('/') + QString::number(filesTotal));
+    emit transferStarted(stage, currentFile, filesStarted, filesTotal);
 }
 
 void DFUThread::countHashMarks(int n)

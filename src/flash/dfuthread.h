@@ -26,6 +26,9 @@ public:
 
     static QStringList dfuArguments(const QString &tempPath, const QString &extractName, const QString &ext,
                                     const QString &file, int bootLoaderRev);
+    // Every transfer goes to the device on this USB port (dfu-util's "-p PATH"), not to
+    // whichever the tool finds: for a station with several devices. Before start().
+    void bindToPort(const QString &path) { port = path; }
 
 public slots:
     void abortByUser();
@@ -48,6 +51,8 @@ signals:
     void exitCode(int err);
     void externalProcessesFinished();
     void breakFlashing();
+    // A file's transfer has begun: its stage, name, and place among the run's files.
+    void transferStarted(QString stage, QString file, int number, int total);
 
 protected:
     void run() override;
@@ -103,6 +108,7 @@ private:
     DfuOutputParser parser;   // of the current file's transfer
     QString tempPath;
     QString dfuPath;
+    QString port;
     QStringList firmwareFiles;
     QStringList osFiles;
     QStringList prFiles;

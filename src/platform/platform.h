@@ -24,8 +24,11 @@ QString instanceKey(const QString &currentFolder);
 
 // This instance's own folder inside the working root, keyed by the current folder as
 // the single-instance guard is: the log and the scratch folders live there, so
-// instances started from different folders never touch each other's files.
+// instances started from different folders never touch each other's files. Made on the
+// first call.
 QString instanceFolder();
+// Its path alone: nothing is made.
+QString instanceFolderPath();
 
 // Deletes a folder tree without ever following a symbolic link: a link inside is
 // removed as a link, and so is a link given as the folder itself. A path that does

@@ -91,11 +91,17 @@ QString Platform::instanceKey(const QString &currentFolder)
     return QString::fromLatin1(QCryptographicHash::hash(currentFolder.toUtf8(), QCryptographicHash::Sha1).toHex());
 }
 
+QString Platform::instanceFolderPath()
+{
+    static const QString path =
+        workingRoot() + QLatin1String("/instance-") + instanceKey(QDir(QDir::currentPath()).absolutePath());
+    return path;
+}
+
 QString Platform::instanceFolder()
 {
     static const QString folder = [] {
-        const QString path = workingRoot() + QLatin1String("/instance-") +
-                             instanceKey(QDir(QDir::currentPath()).absolutePath());
+        const QString path = instanceFolderPath();
         // Inside the private root nobody else can have put anything in its place.
         mkdir(QFile::encodeName(path).constData(), S_IRWXU);
         return path;

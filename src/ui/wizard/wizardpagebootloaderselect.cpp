@@ -143,8 +143,7 @@ void WizardPageBootLoaderSelect::checkFiles()
         waitingForDevice = false;
         showMsgBox(ErrorTexts::Error, text);
     };
-    if (!QFileInfo(bootLoader).isFile() ||
-        !(bootLoader.contains(QLatin1String("Tessel_NINE")) || bootLoader.contains(QLatin1String("BL.zip")))) {
+    if (!isBootLoaderFile(bootLoader)) {
         refuse(tr("Selected file is no boot loader\nfile or does not exist!"));
         return;
     }

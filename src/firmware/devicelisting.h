@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QString>
+
+class Settings;
+
+// One device of a whole "dfu-util -l" listing, as the newer tool (0.8 and later) names
+// it: with its USB port and serial. Its version is read from its name as the window
+// reads the device it asks about.
+struct ListedDevice {
+    QString vendorProduct; // "2675:0001"
+    bool dfuMode = false;  // "Found DFU:" rather than "Found Runtime:"
+    QString port;          // path="1-1"
+    QString serial;
+    QString name;
+    QString version; // run-time mode only
+    bool hasV = false;
+
+    bool isTesselNine() const { return vendorProduct == QLatin1String("2675:0001"); }
+};
+
+// Every device the listing names, in its order.
+QList<ListedDevice> parseDeviceListing(const QByteArray &output);
+
+// Runs "dfu-util -l" to its end (for at most timeoutMs) and lists the devices. A device
+// there that this user may not open sets *accessDenied.
+QList<ListedDevice> listDfuDevices(const Settings &settings, bool *accessDenied, int timeoutMs = 5000);
