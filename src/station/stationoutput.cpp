@@ -1,0 +1,148 @@
+#include "stationoutput.h"
+
+#include "firmware/devicelisting.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QRegularExpression>
+
+#include <unistd.h>
+
+namespace {
+QJsonValue textOrNull(const QString &text)
+{
+    return text.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(text);
+}
+
+// A box's text on one line.
+QString oneLine(const QString &text)
+{
+    static const QRegularExpression breaks(QStringLiteral("\\s*\\n[\\s\\n]*"));
+    return QString(text).replace(breaks, QStringLiteral(" "));
+}
+} // namespace
+
+StationOutput::StationOutput(bool json, FILE *out) : json(json), terminal(isatty(fileno(out))), out(out)
+{
+}
+
+void StationOutput::emitEvent(const QJsonObject &event)
+{
+    std::fputs(QJsonDocument(event).toJson(QJsonDocument::Compact).constData(), out);
+    std::fputc('\n', out);
+    std::fflush(out);
+}
+
+void StationOutput::endProgressLine()
+{
+    if (progressShown)
+        std::fputc('\n', out);
+    progressShown = false;
+}
+
+void StationOutput::line(const QString &text)
+{
+    endProgressLine();
+    std::fputs(text.toLocal8Bit().constData(), out);
+    std::fputc('\n', out);
+    std::fflush(out);
+}
+
+void StationOutput::device(const ListedDevice &device)
+{
+    const QString mode = device.dfuMode ? QStringLiteral("dfu") : QStringLiteral("run-time");
+    if (json) {
+        emitEvent({{"event", "device"}, {"port", device.port}, {"mode", mode}, {"version", textOrNull(device.version)},
+                   {"form", device.version.isEmpty() ? QJsonValue() : QJsonValue(device.hasV ? "V" : "plain")},
+                   {"serial", device.serial}, {"name", device.name}});
+        return;
+    }
+    line(QStringLiteral("%1  %2  %3  serial %4")
+             .arg(device.port, -8)
+             .arg(mode, -8)
+             .arg(device.version.isEmpty() ? QStringLiteral("-") : device.version, -12)
+             .arg(device.serial));
+}
+
+void StationOutput::start(const QString &port, const QStringList &firmware, const QString &packageVersion,
+                          const QString &deviceVersion)
+{
+    if (json) {
+        emitEvent({{"event", "start"}, {"port", port}, {"firmware", QJsonArray::fromStringList(firmware)},
+                   {"version", packageVersion}, {"before", textOrNull(deviceVersion)}});
+        return;
+    }
+    line(QStringLiteral("Flashing version %1 onto the Tessel NINE on port %2, which runs %3")
+             .arg(packageVersion, port, deviceVersion.isEmpty() ? QStringLiteral("no firmware in sight") : deviceVersion));
+}
+
+void StationOutput::stage(const QString &text)
+{
+    if (json)
+        emitEvent({{"event", "stage"}, {"text", text}});
+    else
+        line(text);
+}
+
+void StationOutput::file(const QString &stage, const QString &name, int number, int total)
+{
+    lastPercent = -1;
+    if (json)
+        emitEvent({{"event", "file"}, {"stage", stage}, {"file", name}, {"number", number}, {"total", total}});
+    else
+        line(QStringLiteral("File %1/%2: %3, stage %4").arg(number).arg(total).arg(name, stage));
+}
+
+void StationOutput::progress(int percent, long written, long total, bool bytes, int remainingSeconds)
+{
+    // One event per percent: the tool's progress comes far more often.
+    if (percent == lastPercent)
+        return;
+    lastPercent = percent;
+    const QString unit = bytes ? QStringLiteral("B") : QStringLiteral("kB");
+    if (json) {
+        emitEvent({{"event", "progress"}, {"percent", percent}, {"written", qint64(written)}, {"total", qint64(total)},
+                   {"unit", unit}, {"remaining", remainingSeconds < 0 ? QJsonValue() : QJsonValue(remainingSeconds)}});
+        return;
+    }
+    if (!terminal)
+        return;
+    const QString left = remainingSeconds < 0 ? QString()
+                                              : QStringLiteral("   %1:%2 left")
+                                                    .arg(remainingSeconds / 60)
+                                                    .arg(remainingSeconds % 60, 2, 10, QLatin1Char('0'));
+    std::fputs(QStringLiteral("\r%1%   %2/%3 %4%5\033[K").arg(percent, 3).arg(written).arg(total).arg(unit, left)
+                   .toLocal8Bit()
+                   .constData(),
+               out);
+    std::fflush(out);
+    progressShown = true;
+}
+
+void StationOutput::error(const QString &text)
+{
+    if (json)
+        emitEvent({{"event", "error"}, {"text", text}});
+    else
+        line(QStringLiteral("Error: ") + oneLine(text));
+}
+
+void StationOutput::result(int exitCode, const QString &port, const QString &before, const QString &after,
+                           double seconds)
+{
+    if (json) {
+        emitEvent({{"event", "result"}, {"exitCode", exitCode}, {"port", textOrNull(port)},
+                   {"before", textOrNull(before)}, {"after", textOrNull(after)},
+                   {"seconds", qRound(seconds * 10) / 10.0}});
+        return;
+    }
+    const QString how = exitCode == 0 ? QStringLiteral("Flashed and verified")
+                        : exitCode == 1 ? QStringLiteral("Stopped")
+                                        : QStringLiteral("Failed");
+    line(QStringLiteral("%1 (exit %2): port %3, version %4 before, %5 now, %6 s")
+             .arg(how)
+             .arg(exitCode)
+             .arg(port.isEmpty() ? QStringLiteral("-") : port, before.isEmpty() ? QStringLiteral("-") : before,
+                  after.isEmpty() ? QStringLiteral("-") : after)
+             .arg(seconds, 0, 'f', 1));
+}

@@ -1,0 +1,280 @@
+#include "stationrun.h"
+
+#include "stationoutput.h"
+
+#include "app/errortexts.h"
+#include "app/settings.h"
+#include "firmware/devicelisting.h"
+#include "firmware/fileverify.h"
+#include "firmware/version.h"
+#include "flash/dfuthread.h"
+#include "platform/platform.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+
+#include <cstdlib>
+
+namespace {
+// After a boot loader the device restarts: the first look for it comes when the
+// restart dialog of the window takes its first look.
+constexpr int restartMs = 8000;
+// A flashed device is back in run-time mode at once, or very soon.
+constexpr int backAfterFlashMs = 30000;
+constexpr int lookEveryMs = 500;
+
+// The window's own words, in the window's translation contexts.
+QString windowText(const char *context, const char *text)
+{
+    return QCoreApplication::translate(context, text);
+}
+} // namespace
+
+StationRun::StationRun(Settings *settings, StationOutput *output, Options options, QObject *parent)
+    : QObject(parent), settings(settings), output(output), options(std::move(options))
+{
+    timeLimit.setSingleShot(true);
+    connect(&timeLimit, &QTimer::timeout, this, [this] {
+        fail(QStringLiteral("Time limit of %1 s reached").arg(this->options.timeoutSeconds));
+        end(2);
+    });
+    devicePoll.setSingleShot(true);
+    connect(&devicePoll, &QTimer::timeout, this, &StationRun::lookForDevice);
+}
+
+StationRun::~StationRun()
+{
+    if (worker && workerGone)
+        delete worker;
+}
+
+void StationRun::start()
+{
+    clock.start();
+    if (!chooseFirmware() || !chooseDevice()) {
+        end(2);
+        return;
+    }
+    output->start(port, files, packageVersion, before);
+    if (!prepareWorkingFolder()) {
+        end(2);
+        return;
+    }
+    timeLimit.start(options.timeoutSeconds * 1000);
+    startWorker();
+}
+
+void StationRun::stop()
+{
+    if (ending >= 0)
+        return;
+    fail(QStringLiteral("Stopped by a signal"));
+    end(1);
+}
+
+bool StationRun::chooseFirmware()
+{
+    QString path = options.firmware;
+    if (QFileInfo(path).isDir()) {
+        SearchOptions search;
+        search.searchPath = path;
+        path = findNewestFirmware(search, options.zip);
+        if (path.isEmpty()) {
+            fail(windowText("Dialog", "No firmware file in directory"));
+            return false;
+        }
+    }
+    Fileverify verify(path);
+    const int result = verify.verify(Fileverify::TesselNINE);
+    if (result != Fileverify::FilesFound) {
+        fail(Fileverify::resultText(result));
+        return false;
+    }
+    files = verify.getFlashFiles();
+    QString name = files.value(0);
+    packageVersion = Version::fileVersion(name, Settings::getTesselNINEName(), &packageHasV);
+    if (!options.bootLoader.isEmpty()) {
+        if (!isBootLoaderFile(options.bootLoader)) {
+            fail(windowText("WizardPageBootLoaderSelect", "Selected file is no boot loader\nfile or does not exist!"));
+            return false;
+        }
+        files.prepend(QFileInfo(options.bootLoader).absoluteFilePath());
+    }
+    return true;
+}
+
+bool StationRun::chooseDevice()
+{
+    bool accessDenied = false;
+    const QList<ListedDevice> devices = listDfuDevices(*settings, &accessDenied);
+    const ListedDevice *chosen = nullptr;
+    if (!options.port.isEmpty()) {
+        for (const ListedDevice &device : devices) {
+            if (device.port == options.port && device.isTesselNine())
+                chosen = &device;
+        }
+    } else if (devices.size() > 1) {
+        QStringList ports;
+        for (const ListedDevice &device : devices)
+            ports << device.port;
+        fail(windowText("DFUThread", "More than one DFU capable USB device found") +
+             QStringLiteral(": ports %1. Name the one to flash with --port.").arg(ports.join(QLatin1String(", "))));
+        return false;
+    } else if (devices.size() == 1 && devices.first().isTesselNine()) {
+        chosen = &devices.first();
+    }
+    if (!chosen) {
+        fail(ErrorTexts::deviceNotConnected(accessDenied));
+        return false;
+    }
+    port = chosen->port;
+    before = chosen->version;
+    return true;
+}
+
+bool StationRun::prepareWorkingFolder()
+{
+    QByteArray folder = QFile::encodeName(Platform::workingRoot() + QLatin1String("/station-XXXXXX"));
+    if (mkdtemp(folder.data()) == nullptr) {
+        fail(QStringLiteral("Cannot make a working folder in %1").arg(Platform::workingRoot()));
+        return false;
+    }
+    workingFolder = QFile::decodeName(folder);
+    if (!settings->useWorkingFolder(workingFolder)) {
+        fail(QStringLiteral("Cannot prepare the working folder %1").arg(workingFolder));
+        return false;
+    }
+    return true;
+}
+
+void StationRun::startWorker()
+{
+    const bool bootLoader = !options.bootLoader.isEmpty();
+    // Revision 0: the newer tool knows none, and a boot loader run takes the small size.
+    worker = new DFUThread(settings, bootLoader ? 1 : 0, files, 0, options.zip, false, nullptr);
+    worker->bindToPort(port);
+    connect(worker, &DFUThread::updateStatus, this, [this](const QString &status) {
+        // A transfer's status line comes as a file event.
+        if (!status.startsWith(QLatin1String("Flashing firmware stage ")))
+            output->stage(status);
+    });
+    connect(worker, &DFUThread::transferStarted, this, [this](const QString &stage, const QString &file, int n, int of) {
+        remaining = -1;
+        output->file(stage, file, n, of);
+    });
+    connect(worker, &DFUThread::updateProgress, this, [this](int value) { percent = value; });
+    connect(worker, &DFUThread::timeRemaining, this, [this](const QString &min, const QString &sec) {
+        remaining = min.toInt() * 60 + sec.toInt();
+    });
+    connect(worker, &DFUThread::updateWrittenStatus, this, [this](long written, long total, bool bytes) {
+        output->progress(percent, written, total, bytes, remaining);
+    });
+    connect(worker, &DFUThread::errorOutputSignal, this,
+            [this](const QString &text) { fail(ErrorTexts::flashingFailed(text)); });
+    connect(worker, &DFUThread::msgboxErrorSignal, this, [this](ErrorTexts::errorLevel level, const QString &text) {
+        if (level == ErrorTexts::Error)
+            fail(text);
+    });
+    connect(worker, &DFUThread::breakFlashing, this, [this] {
+        output->stage(QStringLiteral("Boot loader written: waiting for the device to restart on port %1").arg(port));
+        waitForDevice(restartMs, 0, [this](const ListedDevice &) { worker->continueFlashing(); });
+    });
+    connect(worker, &DFUThread::exitCode, this, &StationRun::workerExited);
+    // The last of the worker's signals: whatever it said before comes before the result.
+    connect(worker, &QThread::finished, this, [this] {
+        workerGone = true;
+        finishWhenWorkerGone();
+    });
+    worker->start(QThread::InheritPriority);
+}
+
+void StationRun::workerExited(int code)
+{
+    workerEnded = true;
+    if (ending >= 0)
+        return;
+    if (code != 0) {
+        if (!errorShown)
+            fail(ErrorTexts::flashingNotCompleted());
+        end(2);
+        return;
+    }
+    output->stage(QStringLiteral("Flashed: waiting for the device on port %1 to show its version").arg(port));
+    waitForDevice(0, backAfterFlashMs, [this](const ListedDevice &device) {
+        after = device.version;
+        if (after == packageVersion && device.hasV == packageHasV) {
+            end(0);
+            return;
+        }
+        fail(QStringLiteral("The device on port %1 runs %2, not %3").arg(port, after, packageVersion));
+        end(2);
+    });
+}
+
+void StationRun::waitForDevice(int firstLookMs, int patienceMs, std::function<void(const ListedDevice &)> back)
+{
+    onDeviceBack = std::move(back);
+    patience = patienceMs;
+    waited.start();
+    devicePoll.start(firstLookMs);
+}
+
+void StationRun::lookForDevice()
+{
+    if (ending >= 0)
+        return;
+    bool accessDenied = false;
+    for (const ListedDevice &device : listDfuDevices(*settings, &accessDenied)) {
+        if (device.port == port && device.isTesselNine() && !device.dfuMode) {
+            deviceIsBack(device);
+            return;
+        }
+    }
+    if (patience > 0 && waited.elapsed() > patience) {
+        fail(QStringLiteral("The device did not come back on port %1").arg(port));
+        end(2);
+        return;
+    }
+    devicePoll.start(lookEveryMs);
+}
+
+void StationRun::deviceIsBack(const ListedDevice &device)
+{
+    output->stage(QStringLiteral("The device is on port %1, %2").arg(port, device.name));
+    const auto back = std::exchange(onDeviceBack, nullptr);
+    if (back)
+        back(device);
+}
+
+void StationRun::fail(const QString &text)
+{
+    errorShown = true;
+    output->error(text);
+}
+
+void StationRun::end(int exitCode)
+{
+    if (ending >= 0)
+        return;
+    ending = exitCode;
+    timeLimit.stop();
+    devicePoll.stop();
+    if (worker && !workerEnded) {
+        // Killed and reaped: the worker kills its tools and waits for them.
+        worker->abortFlashing();
+        worker->abortByUser();
+    }
+    finishWhenWorkerGone();
+}
+
+void StationRun::finishWhenWorkerGone()
+{
+    if (ending < 0 || reported || (worker && !workerGone))
+        return;
+    reported = true;
+    if (!workingFolder.isEmpty() && !Settings::removeFolder(workingFolder))
+        output->error(QStringLiteral("Cannot remove the working folder %1").arg(workingFolder));
+    output->result(ending, port, before, after, clock.elapsed() / 1000.0);
+    emit finished(ending);
+}

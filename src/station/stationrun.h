@@ -1,0 +1,79 @@
+#pragma once
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QPointer>
+#include <QStringList>
+#include <QTimer>
+
+#include <functional>
+
+class DFUThread;
+class Settings;
+class StationOutput;
+struct ListedDevice;
+
+// One flash of morvanta-station, from the firmware to the device's new version, with
+// nothing that waits for a person: the package is checked, unpacked and flashed by the
+// window's own worker, in a working folder of this run's own, bound to one USB port;
+// afterwards the device must come back on that port with the package's version.
+class StationRun : public QObject
+{
+    Q_OBJECT
+public:
+    struct Options {
+        QString firmware;   // one file of a pair, or a folder (its newest firmware)
+        QString port;       // empty: the one DFU device there is
+        QString bootLoader; // flashed first, then the device is waited for
+        bool zip = false;   // plain zip files, nothing to check with gpg
+        int timeoutSeconds = 600;
+    };
+
+    StationRun(Settings *settings, StationOutput *output, Options options, QObject *parent = nullptr);
+    ~StationRun() override;
+
+    void start();
+    // SIGINT or SIGTERM: the tool is killed and reaped, the working folder removed.
+    void stop();
+
+signals:
+    void finished(int exitCode);
+
+private:
+    bool chooseFirmware();
+    bool chooseDevice();
+    bool prepareWorkingFolder();
+    void startWorker();
+    void workerExited(int code);
+    void waitForDevice(int firstLookMs, int patienceMs, std::function<void(const ListedDevice &)> back);
+    void lookForDevice();
+    void deviceIsBack(const ListedDevice &device);
+    void fail(const QString &text);
+    void end(int exitCode);
+    void finishWhenWorkerGone();
+
+    Settings *settings;
+    StationOutput *output;
+    const Options options;
+    QStringList files;
+    QString packageVersion;
+    bool packageHasV = false;
+    QString port;
+    QString before;
+    QString after;
+    QString workingFolder;
+    QPointer<DFUThread> worker;
+    QTimer timeLimit;
+    QTimer devicePoll;
+    QElapsedTimer clock;
+    QElapsedTimer waited;
+    int patience = 0; // how long the device may stay away, 0: up to the time limit
+    std::function<void(const ListedDevice &)> onDeviceBack;
+    int percent = 0;
+    int remaining = -1;
+    bool errorShown = false;
+    int ending = -1; // the exit code once the run ends
+    bool workerEnded = false; // it sent its exit code
+    bool workerGone = false;  // its thread has finished
+    bool reported = false;
+};
