@@ -5,6 +5,7 @@
 #include "testsupport.h"
 
 #include <QDir>
+#include <QJsonDocument>
 #include <QProcess>
 #include <QTest>
 
@@ -57,7 +58,9 @@ private slots:
     {
         const QMap<QString, QString> expected{
             {"/usr/bin/morvanta", "../lib/morvanta/morvanta"},
+            {"/usr/bin/morvanta-station", "../lib/morvanta/morvanta-station"},
             {"/usr/lib/morvanta/morvanta", ""},
+            {"/usr/lib/morvanta/morvanta-station", ""},
             {"/usr/lib/morvanta/gpg", "/usr/bin/gpg"},
             {"/usr/lib/morvanta/dfu-util", "/usr/bin/dfu-util"},
             {"/usr/share/applications/com.zelko.morvanta.desktop", ""},
@@ -153,6 +156,18 @@ private slots:
         QVERIFY(log.contains("\"dfu-util 0."));
         QVERIFY(log.contains("Device is not connected"));
         QCOMPARE(sandbox.lastLogLine(), QString("\"Morvanta exit 2\" "));
+
+        // The station's front end beside it, with no display: the same tools, no device.
+        QProcess station;
+        QProcessEnvironment env = sandbox.environment();
+        env.remove("DISPLAY");
+        station.setProcessEnvironment(env);
+        station.start(root() + "/usr/bin/morvanta-station", {"flash", "--json", firmware.path()});
+        QVERIFY(station.waitForFinished(60000));
+        QCOMPARE(station.exitCode(), 2);
+        const QList<QByteArray> lines = station.readAllStandardOutput().trimmed().split('\n');
+        QCOMPARE(QJsonDocument::fromJson(lines.value(0))["text"].toString(), QString("Device is not connected"));
+        QCOMPARE(QJsonDocument::fromJson(lines.value(1))["event"].toString(), QString("result"));
     }
 };
 

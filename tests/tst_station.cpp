@@ -1,0 +1,251 @@
+// morvanta-station as a production line runs it: several Tessel NINEs on one PC, each
+// flashed by a run of its own at the same time, with Debian's real dfu-util on emulated
+// devices, every line of its JSON output read as a script reads it. No display anywhere.
+#include "firmwarekit.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+
+#include <csignal>
+
+using TestSupport::EmulatedBus;
+using TestSupport::FirmwareKit;
+
+namespace {
+constexpr int fileSize = 1500;
+}
+
+class TestStation : public QObject
+{
+    Q_OBJECT
+    TestSupport::Sandbox sandbox;
+    FirmwareKit kit;
+    QString firmware;   // V1_2_4, alone in its folder
+    QString bootLoader; // V2_0_1
+    QList<QByteArray> flashed;
+
+    struct Run {
+        std::unique_ptr<QProcess> process = std::make_unique<QProcess>();
+        QList<QJsonObject> events;
+        QStringList notJson;
+        QJsonObject last(const QString &event) const
+        {
+            for (auto it = events.crbegin(); it != events.crend(); ++it)
+                if (it->value("event").toString() == event)
+                    return *it;
+            return {};
+        }
+        // Reads what is there: a script reads line by line.
+        void read()
+        {
+            while (process->canReadLine()) {
+                const QByteArray line = process->readLine().trimmed();
+                const QJsonDocument json = QJsonDocument::fromJson(line);
+                if (json.isObject())
+                    events << json.object();
+                else
+                    notJson << QString::fromUtf8(line);
+            }
+        }
+        bool has(const QString &text) const
+        {
+            for (const QJsonObject &e : events)
+                if (e.value("text").toString().startsWith(text))
+                    return true;
+            return false;
+        }
+    };
+
+    void start(Run &run, const QStringList &args) const
+    {
+        QProcessEnvironment env = sandbox.environment();
+        env.remove("DISPLAY");
+        env.remove("QT_QPA_PLATFORM");
+        run.process->setProcessEnvironment(env);
+        run.process->start(sandbox.app() + "/morvanta-station", args);
+        QVERIFY(run.process->waitForStarted());
+    }
+    static bool finish(Run &run, int msecs = 90000)
+    {
+        QDeadlineTimer deadline(msecs);
+        while (run.process->state() != QProcess::NotRunning && !deadline.hasExpired()) {
+            run.process->waitForReadyRead(100);
+            run.read();
+        }
+        run.process->waitForFinished(1000);
+        run.read();
+        return run.process->state() == QProcess::NotRunning;
+    }
+    // A run leaves nothing in the working root: neither its own folder nor a window's.
+    QStringList workingFolders() const
+    {
+        return QDir(sandbox.workingRoot()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+    }
+    QList<QByteArray> received(const QString &name) const
+    {
+        QList<QByteArray> images;
+        const QString folder = sandbox.root() + "/received/" + name;
+        for (const QString &file : QDir(folder).entryList(QDir::Files, QDir::Name))
+            images << TestSupport::readFile(folder + "/" + file);
+        return images;
+    }
+
+private slots:
+    void initTestCase()
+    {
+        if (!EmulatedBus::available())
+            QSKIP("needs umockdev (tessel-emulator) and Debian's dfu-util");
+        qunsetenv("DISPLAY");
+        QVERIFY(QFile::copy(TestSupport::binDir() + "/morvanta-station", sandbox.app() + "/morvanta-station"));
+        QVERIFY(QFile::link(QFileInfo(TestSupport::binDir() + "/gpg").symLinkTarget(), sandbox.app() + "/gpg"));
+        QVERIFY(QFile::link(TestSupport::binDir() + "/dfu-util-umockdev", sandbox.app() + "/dfu-util"));
+        firmware = sandbox.root() + "/firmware";
+        QDir().mkpath(firmware);
+        QCOMPARE(kit.makePackage(firmware, "Tessel_NINE_V1_2_4", 1, 1, fileSize, true).size(), 2);
+        bootLoader = kit.makeBootloader(sandbox.root(), "Tessel_NINE_V2_0_1", 1, fileSize, true);
+        for (const char *stage : {"os", "pr"})
+            for (const auto &[name, content] : FirmwareKit::stageEntries(stage, 1, fileSize, "V1_2_4"))
+                if (name.endsWith(".sys"))
+                    flashed << content;
+    }
+
+    void list()
+    {
+        EmulatedBus bus({"name=V1_2_3", "port=2,name=Tessel_NINE 01.02.03", "port=3,vendor=0483,product=df11"});
+        QVERIFY(bus.isUp());
+        Run run;
+        start(run, {"list", "--json"});
+        QVERIFY(finish(run));
+        QCOMPARE(run.process->exitCode(), 0);
+        QCOMPARE(run.notJson, QStringList{});
+        QStringList devices;
+        for (const QJsonObject &e : run.events)
+            devices << QStringList{e["event"].toString(), e["port"].toString(), e["mode"].toString(),
+                                   e["version"].toString(), e["form"].toString(), e["serial"].toString()}
+                           .join(' ');
+        QCOMPARE(devices, (QStringList{"device 1-1 run-time 1_2_3 V 0000001", "device 1-2 run-time 01_02_03 plain 0000002"}));
+    }
+
+    // Controllers side by side, a run for each at once: each device gets its own files,
+    // and a fault on one port fails that run only.
+    void runsAtOnce()
+    {
+        const QString rec = sandbox.root() + "/received/";
+        EmulatedBus bus({"record=" + rec + "good1", "port=2,record=" + rec + "good2", "port=3,scenario=stall",
+                         "port=4,scenario=pulled", "port=5,scenario=stays-old"});
+        QVERIFY(bus.isUp());
+        Run runs[5];
+        for (int i = 0; i < 5; ++i)
+            start(runs[i], {"flash", "--json", "--port", QString("1-%1").arg(i + 1), firmware});
+        for (Run &run : runs)
+            QVERIFY(finish(run));
+        QStringList results;
+        for (const Run &run : runs) {
+            QCOMPARE(run.notJson, QStringList{});
+            const QJsonObject result = run.last("result");
+            QCOMPARE(result, run.events.last());
+            QCOMPARE(result["exitCode"].toInt(), run.process->exitCode());
+            results << QStringList{QString::number(run.process->exitCode()), result["port"].toString(),
+                                   result["before"].toString(), result["after"].toString(),
+                                   run.last("error")["text"].toString().simplified().left(44)}
+                           .join(' ');
+        }
+        QCOMPARE(results, (QStringList{"0 1-1 1_2_3 1_2_4 ", "0 1-2 1_2_3 1_2_4 ",
+                                       "2 1-3 1_2_3  Flashing not completed Error during download",
+                                       "2 1-4 1_2_3  Flashing not completed Error during download",
+                                       "2 1-5 1_2_3 1_2_3 The device on port 1-5 runs 1_2_3, not 1_2_4"}));
+        QCOMPARE(received("good1"), flashed);
+        QCOMPARE(received("good2"), flashed);
+        QCOMPARE(workingFolders(), QStringList{});
+    }
+
+    void refusals_data()
+    {
+        QTest::addColumn<QStringList>("devices");
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("two devices and no port") << QStringList{"port=1", "port=2"} << QStringList{} << 2
+                                                 << "More than one DFU capable USB device found: ports 1-1, 1-2.";
+        QTest::newRow("no device on the port") << QStringList{"port=1"} << QStringList{"--port", "1-7"} << 2
+                                               << "Device is not connected";
+        QTest::newRow("a time limit") << QStringList{"port=1"} << QStringList{"--timeout", "3"} << 2
+                                      << "Time limit of 3 s reached";
+        QTest::newRow("no number of seconds") << QStringList{"port=1"} << QStringList{"--timeout", "soon"} << 64 << "";
+    }
+
+    void refusals()
+    {
+        QFETCH(QStringList, devices);
+        QFETCH(QStringList, args);
+        QFETCH(QString, error);
+        EmulatedBus bus(devices);
+        QVERIFY(bus.isUp());
+        Run run;
+        start(run, QStringList{"flash", "--json"} + args + QStringList{firmware});
+        QVERIFY(finish(run));
+        QTEST(run.process->exitCode(), "exitCode");
+        if (!error.isEmpty()) {
+            QVERIFY2(run.has(error), qPrintable(QJsonDocument(run.events.value(0)).toJson()));
+            QCOMPARE(run.events.last()["event"].toString(), QString("result"));
+        }
+        QCOMPARE(workingFolders(), QStringList{});
+        QCOMPARE(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 0);
+    }
+
+    // Stopped mid-run as a script stops it: the tool goes with it, and the working folder.
+    void stoppedBySigterm()
+    {
+        EmulatedBus bus({"port=1"});
+        QVERIFY(bus.isUp());
+        Run run;
+        start(run, {"flash", "--json", firmware});
+        QDeadlineTimer deadline(30000);
+        while (!run.has("Search for DFU USB device") && !deadline.hasExpired()) {
+            run.process->waitForReadyRead(100);
+            run.read();
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 1, 10000);
+        ::kill(pid_t(run.process->processId()), SIGTERM);
+        QVERIFY(finish(run, 10000));
+        QCOMPARE(run.process->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(run.process->exitCode(), 1);
+        QCOMPARE(run.last("result")["exitCode"].toInt(), 1);
+        QCOMPARE(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 0);
+        QCOMPARE(workingFolders(), QStringList{});
+    }
+
+    // The wizard's two stages without a person: the device restarts after its boot
+    // loader, off the bus for a while, and the firmware follows when it is back.
+    void bootLoaderFirst()
+    {
+        const QString control = sandbox.root() + "/plug";
+        TestSupport::writeFile(control, "plugged\n");
+        EmulatedBus bus({"control=" + control + ",record=" + sandbox.root() + "/received/two-stages"});
+        QVERIFY(bus.isUp());
+        Run run;
+        start(run, {"flash", "--json", "--bootloader", bootLoader, firmware});
+        QDeadlineTimer deadline(60000);
+        while (!run.has("Boot loader written") && !deadline.hasExpired()) {
+            run.process->waitForReadyRead(100);
+            run.read();
+        }
+        TestSupport::writeFile(control, "pulled\n");
+        QTest::qWait(10000); // longer than the first look after the restart
+        TestSupport::writeFile(control, "plugged\n");
+        QVERIFY(finish(run));
+        QCOMPARE(run.process->exitCode(), 0);
+        QCOMPARE(run.last("result")["after"].toString(), QString("1_2_4"));
+        QList<QByteArray> expected;
+        for (const auto &[name, content] : FirmwareKit::stageEntries("bl", 1, fileSize))
+            if (name.endsWith(".sys"))
+                expected << content;
+        QCOMPARE(received("two-stages"), expected + flashed);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestStation)
+#include "tst_station.moc"
