@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks; prints figures, asserts nothing.
 #   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]
-#   sections: prepare parser download ftp usb emulated
+#   sections: prepare parser download ftp usb emulated station
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 shift || true
-sections=${*:-prepare parser download ftp usb emulated}
+sections=${*:-prepare parser download ftp usb emulated station}
 want() { [[ " $sections " == *" $1 "* ]]; }
 command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
 cmake --build "$build" -j2 --target benchmarks >/dev/null
-bin=$build/bin
+bin=$(realpath "$build")/bin
 
 work=$(mktemp -d /tmp/mvbench.XXXXXX)
 trap 'rm -rf "$work"' EXIT
@@ -158,4 +158,43 @@ for i in 1 2 3; do
         sh "$bin/dfu-util-umockdev" "$work"/emusys/os/*.sys "$work"/emusys/pr/*.sys || true # 74: a new device
     echo "  dfu-util alone, the same five files: $(ms "$start") ms"
 done
+fi
+
+if want station; then
+echo "== morvanta-station: four emulated Tessel NINEs, four runs at once against one after another"
+bash tools/make-firmware-kit.sh "$build/devkey" "$work/stationfw" Tessel_NINE_V1_2_4 1 1 16384 >/dev/null
+station=$work/station
+mkdir -p "$station"
+cp "$bin/morvanta-station" "$station/"
+ln -s "$(command -v gpg)" "$station/gpg"
+ln -s "$bin/dfu-util-umockdev" "$station/dfu-util"
+# One bus with four devices for the whole section; the runs reach it through UMOCKDEV_DIR.
+"$bin/tessel-emulator" --announce "$work/testbed" --device port=1 --device port=2 --device port=3 --device port=4 \
+    -- sleep 3600 &
+bus=$!
+# The bus removes its testbed when it ends: wait for that before the folder goes.
+trap 'kill "$bus" 2>/dev/null; wait "$bus" 2>/dev/null; rm -rf "$work"' EXIT
+while [ ! -s "$work/testbed" ]; do sleep 0.1; done
+export UMOCKDEV_DIR=$(cat "$work/testbed")
+ms() { echo $(( ($(date +%s%N) - $1) / 1000000 )); }
+for i in 1 2; do
+    start=$(date +%s%N)
+    for port in 1-1 1-2 1-3 1-4; do
+        "$station/morvanta-station" flash --port "$port" "$work/stationfw" >/dev/null || echo "  run on $port failed"
+    done
+    serial=$(ms "$start")
+    start=$(date +%s%N)
+    for port in 1-1 1-2 1-3 1-4; do
+        "$station/morvanta-station" flash --port "$port" "$work/stationfw" >/dev/null &
+    done
+    for job in $(jobs -p); do [ "$job" = "$bus" ] || wait "$job" || echo "  a run failed"; done
+    parallel=$(ms "$start")
+    echo "  one after another $serial ms, all at once $parallel ms: $(( parallel * 100 / serial ))% of the time"
+done
+/usr/bin/time -o "$work/time" -f "%M" "$station/morvanta-station" flash --port 1-1 "$work/stationfw" >/dev/null ||
+    echo "  the run failed"
+echo "  peak memory of one run: $(cat "$work/time") KiB"
+kill "$bus"
+wait "$bus" 2>/dev/null || true
+unset UMOCKDEV_DIR
 fi
