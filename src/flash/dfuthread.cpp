@@ -364,10 +364,10 @@ void DFUThread::countHashMarks(int n)
 }
 
 // A progress bar's percent of the file stands for the hash marks the old tool would
-// have printed by then: one for every two percent.
+// have printed by then.
 void DFUThread::countPercent(int percent)
 {
-    const int due = percent / 2 - counters.filePercent / 2;
+    const int due = hashMarksDue(counters, percent);
     if (due > 0)
         countHashMarks(due);
 }

@@ -1,5 +1,7 @@
 #include "transferprogress.h"
 
+#include <algorithm>
+
 HashMarkReport countHashMark(TransferCounters &c)
 {
     if (c.filePercent < 100) {
@@ -24,6 +26,11 @@ HashMarkReport countHashMark(TransferCounters &c)
     if (p > 99)
         p = 99;
     return {p, w, t, c.useByteSize};
+}
+
+int hashMarksDue(const TransferCounters &counters, int percent)
+{
+    return std::max(0, percent / 2 - counters.filePercent / 2);
 }
 
 bool remainingTime(qint64 elapsedMs, qint32 written, qint32 total, QString *minutes, QString *seconds)

@@ -22,5 +22,9 @@ struct HashMarkReport {
 // One hash mark: one fiftieth of the current file, and the run's progress after it.
 HashMarkReport countHashMark(TransferCounters &counters);
 
+// The hash marks a progress bar's percent of the file stands for, beyond those already
+// counted: one for every two percent.
+int hashMarksDue(const TransferCounters &counters, int percent);
+
 // Time left at the pace so far; false when nothing was written yet.
 bool remainingTime(qint64 elapsedMs, qint32 written, qint32 total, QString *minutes, QString *seconds);

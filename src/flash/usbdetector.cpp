@@ -16,15 +16,19 @@ void USBDetector::run()
     runTool(process, program, {}, [this](const QByteArray &chunk) { processread(chunk); }, &stopRequested);
 }
 
-void USBDetector::processread(const QByteArray &chunk)
+int detectorAnswer(const QByteArray &chunk)
 {
     const int nul = int(chunk.indexOf('\0'));
     // Text that is no number reads as 0: no device.
     const int result = QString::fromLatin1(nul < 0 ? chunk : chunk.left(nul)).trimmed().toInt(nullptr, 10);
-    if (result == 1)
-        emit usbDetected(true);
-    else if (result == 0)
-        emit usbDetected(false);
-    else
+    return result == 0 || result == 1 ? result : -1;
+}
+
+void USBDetector::processread(const QByteArray &chunk)
+{
+    const int answer = detectorAnswer(chunk);
+    if (answer < 0)
         std::printf("Error during usb detection process\n");
+    else
+        emit usbDetected(answer == 1);
 }

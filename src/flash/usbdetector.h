@@ -1,9 +1,14 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 #include <QThread>
 
 #include <atomic>
+
+// detector's answer in one chunk of its output: 1 a Brio Mel is connected, 0 none,
+// -1 an answer that is neither.
+int detectorAnswer(const QByteArray &chunk);
 
 // Asks detector once whether a Brio Mel is connected.
 class USBDetector : public QThread

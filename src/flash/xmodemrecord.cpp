@@ -19,3 +19,9 @@ XmodemStatus parseXmodemRecord(const QString &chunk)
     // A number too large for 32 bits reads as 0.
     return {m.captured(1), l.captured(1).toInt(), a.captured(1).toInt(), s.captured(1).toInt()};
 }
+
+XmodemStatus parseXmodemRecord(const QByteArray &chunk)
+{
+    const qsizetype nul = chunk.indexOf('\0');
+    return parseXmodemRecord(QString::fromLatin1(nul < 0 ? chunk : chunk.left(nul)));
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 // One chunk of xmodem-util's output, read for its four items. A chunk without all
@@ -12,3 +13,5 @@ struct XmodemStatus {
 };
 
 XmodemStatus parseXmodemRecord(const QString &chunk);
+// The same of the tool's raw bytes: the text ends at a NUL byte.
+XmodemStatus parseXmodemRecord(const QByteArray &chunk);

@@ -30,8 +30,7 @@ void XMODEMthread::run()
 void XMODEMthread::readxmodem(const QByteArray &chunk)
 {
     qDebug() << "XMODEM Output " << quoted(chunk);
-    const int nul = int(chunk.indexOf('\0'));
-    const XmodemStatus status = parseXmodemRecord(QString::fromLatin1(nul < 0 ? chunk : chunk.left(nul)));
+    const XmodemStatus status = parseXmodemRecord(chunk);
     if (status.statusCode < 0)
         std::printf("regEx not found\n");
     if (status.statusCode == 0)
