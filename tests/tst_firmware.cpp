@@ -134,6 +134,11 @@ private slots:
                                         << "Zip entry leaves the target folder";
         QTest::newRow("entry named /") << ZipEntries{{"/", {}}} << false << QStringList{}
                                        << "Zip name length is less than 2";
+        // Found by fuzzing: links left in the target folder carried entries out of it.
+        QTest::newRow("through a link") << ZipEntries{{"dirlink/x.sys", "evil"}, {"ok.sys", "ok"}} << false
+                                        << QStringList{"ok.sys"} << "Zip entry meets a link in the target folder";
+        QTest::newRow("onto a link") << ZipEntries{{"filelink", "evil"}} << false << QStringList{}
+                                     << "Zip entry meets a link in the target folder";
     }
 
     void unzip()
@@ -145,6 +150,9 @@ private slots:
         const QString root = fresh("unzip");
         const QString target = root + "/out";
         QDir().mkpath(target);
+        QDir().mkpath(root + "/outside");
+        QFile::link(root + "/outside", target + "/dirlink");
+        QFile::link(root + "/outside/file", target + "/filelink");
         const QString archive = root + "/p.zip";
         QVERIFY(FirmwareKit::makeZip(archive, entries));
 
@@ -155,6 +163,7 @@ private slots:
             QCOMPARE(TestSupport::readFile(target + "/" + name), it->second);
         }
         QVERIFY(!QFile::exists(root + "/escaped.sys") && !QFile::exists("/tmp/escaped-absolute.sys"));
+        QVERIFY(QDir(root + "/outside").isEmpty());
         QVERIFY(log().contains(logLine));
     }
 

@@ -15,14 +15,34 @@ namespace {
 // One buffer for all entries of an archive, so memory does not grow with entry sizes.
 constexpr int bufferSize = 65535;
 
+// An entry name's parts, whichever separator the archive used.
+QStringList nameParts(const QString &name)
+{
+    return QString(name).replace(QLatin1Char('\\'), QLatin1Char('/')).split(QLatin1Char('/'));
+}
+
 // An entry name that cannot leave the target folder: relative, no "..", no drive.
 bool isContainedName(const QString &name)
 {
     if (name.startsWith(QLatin1Char('/')) || name.startsWith(QLatin1Char('\\')) ||
         (name.size() > 1 && name.at(1) == QLatin1Char(':')))
         return false;
-    const QStringList parts = QString(name).replace(QLatin1Char('\\'), QLatin1Char('/')).split(QLatin1Char('/'));
-    return !parts.contains(QLatin1String(".."));
+    return !nameParts(name).contains(QLatin1String(".."));
+}
+
+// A link already in the target folder would carry an entry anywhere: an entry whose
+// path meets one, on the way or at its end, is not written.
+bool meetsLink(const QString &outDir, const QString &name)
+{
+    QString path = outDir;
+    for (const QString &part : nameParts(name)) {
+        if (part.isEmpty())
+            continue;
+        path += QLatin1Char('/') + part;
+        if (QFileInfo(path).isSymLink())
+            return true;
+    }
+    return false;
 }
 } // namespace
 
@@ -93,6 +113,11 @@ bool unzipFile(const QString &archive, const QString &outDir)
         }
         if (!isContainedName(name)) {
             qDebug() << quoted(QStringLiteral("Zip entry leaves the target folder: [%1]").arg(name));
+            ok = false;
+            continue;
+        }
+        if (meetsLink(outDir, name)) {
+            qDebug() << quoted(QStringLiteral("Zip entry meets a link in the target folder: [%1]").arg(name));
             ok = false;
             continue;
         }
