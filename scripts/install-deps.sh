@@ -13,6 +13,7 @@ packages=(
   xvfb xauth xdotool imagemagick libxcb1-dev
   dosfstools fusefat
   dfu-util umockdev libumockdev-dev dpkg-dev file appstream desktop-file-utils
+  clang libfuzzer-14-dev
 )
 
 missing=()

@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# Builds the fuzz targets in a build folder of their own (clang, libFuzzer, AddressSanitizer,
+# UndefinedBehaviorSanitizer) and runs each for SECONDS seconds from its seeds.
+# Exits non-zero when any target found an input that breaks it; the input is kept in
+# BUILD/findings. BUILD is build-fuzz unless FUZZ_BUILD_DIR says otherwise; FUZZ_RUNS
+# ends each target after that many executions if its time has not run out before.
+set -uo pipefail
+seconds=${1:?usage: bash tests/fuzz/run.sh SECONDS [TARGET...]}
+shift
+cd "$(dirname "$0")/../.."
+build=${FUZZ_BUILD_DIR:-build-fuzz}
+CC=clang CXX=clang++ cmake -S . -B "$build" -DMORVANTA_FUZZ=ON -DBUILD_TESTING=OFF \
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null || exit 1
+cmake --build "$build" -j2 --target fuzzers >/dev/null || { cmake --build "$build" --target fuzzers; exit 1; }
+
+targets=("$@")
+[ ${#targets[@]} -gt 0 ] || targets=($(cd tests/fuzz && ls fuzz_*.cpp | sed 's/^fuzz_//; s/\.cpp$//'))
+mkdir -p "$build/findings"
+# Qt keeps its one-time allocations to the end; a leak is no finding of ours.
+export ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+status=0
+printf '%-16s %12s %10s  %s\n' target executions "per second" exit
+for name in "${targets[@]}"; do
+    corpus=$build/corpus/$name
+    mkdir -p "$corpus"
+    log=$build/findings/$name.log
+    # New inputs go to the build's corpus; the seeds in the repository stay as they are.
+    "$build/fuzz/fuzz_$name" -max_total_time="$seconds" ${FUZZ_RUNS:+-runs=$FUZZ_RUNS} -timeout=10 -rss_limit_mb=1024 -malloc_limit_mb=128 \
+        -print_final_stats=1 -artifact_prefix="$build/findings/$name-" "$corpus" "tests/fuzz/corpus/$name" \
+        >"$log" 2>&1
+    rc=$?
+    execs=$(awk '/stat::number_of_executed_units/ {print $2}' "$log")
+    rate=$(awk '/stat::average_exec_per_sec/ {print $2}' "$log")
+    printf '%-16s %12s %10s  %d\n' "$name" "${execs:-?}" "${rate:-?}" "$rc"
+    if [ "$rc" -ne 0 ]; then
+        status=1
+        grep -E 'ERROR|does not hold|SUMMARY|Test unit written' "$log" | head -5 | sed 's/^/    /'
+    fi
+done
+exit $status
