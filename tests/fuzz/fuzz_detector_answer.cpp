@@ -13,9 +13,3 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         FUZZ_ASSERT(chunk.left(chunk.indexOf('\0') < 0 ? chunk.size() : chunk.indexOf('\0')).contains('1'));
     return 0;
 }
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    fuzz::quietLog();
-    return 0;
-}

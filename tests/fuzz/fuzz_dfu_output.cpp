@@ -118,9 +118,3 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     }
     return 0;
 }
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    fuzz::quietLog();
-    return 0;
-}

@@ -27,9 +27,3 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     FUZZ_ASSERT(good && valid && plaintext);
     return 0;
 }
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    fuzz::quietLog();
-    return 0;
-}

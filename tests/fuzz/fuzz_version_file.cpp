@@ -19,9 +19,3 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     FUZZ_ASSERT(sum >= 0 && sum <= 255);
     return 0;
 }
-
-extern "C" int LLVMFuzzerInitialize(int *, char ***)
-{
-    fuzz::quietLog();
-    return 0;
-}

@@ -28,7 +28,6 @@ QStringList contents(const QString &folder)
 
 extern "C" int LLVMFuzzerInitialize(int *, char ***)
 {
-    fuzz::quietLog();
     // In memory: the search writes thousands of archives a second.
     scratch = QDir(QFileInfo::exists(QStringLiteral("/dev/shm")) ? QStringLiteral("/dev/shm") : QDir::tempPath())
                   .filePath(QStringLiteral("morvanta-fuzz-zip-%1").arg(QCoreApplication::applicationPid()));

@@ -22,10 +22,8 @@
 namespace fuzz {
 
 // The parsers log what they read; millions of log lines would only slow the search.
-inline void quietLog()
-{
+inline const QtMessageHandler quietLog =
     qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
-}
 
 inline QByteArray bytes(const uint8_t *data, size_t size)
 {

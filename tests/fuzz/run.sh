@@ -3,7 +3,10 @@
 # UndefinedBehaviorSanitizer) and runs each for SECONDS seconds from its seeds.
 # Exits non-zero when any target found an input that breaks it; the input is kept in
 # BUILD/findings. BUILD is build-fuzz unless FUZZ_BUILD_DIR says otherwise; FUZZ_RUNS
-# ends each target after that many executions if its time has not run out before.
+# ends each target after that many executions if its time has not run out before, and
+# FUZZ_MAX_LEN bounds the inputs' length (libFuzzer's default: 4096 bytes).
+# One input may allocate at most 128 MB at once; ASan's allocator keeps what was freed,
+# so the whole process gets more.
 set -uo pipefail
 seconds=${1:?usage: bash tests/fuzz/run.sh SECONDS [TARGET...]}
 shift
@@ -25,7 +28,8 @@ for name in "${targets[@]}"; do
     mkdir -p "$corpus"
     log=$build/findings/$name.log
     # New inputs go to the build's corpus; the seeds in the repository stay as they are.
-    "$build/fuzz/fuzz_$name" -max_total_time="$seconds" ${FUZZ_RUNS:+-runs=$FUZZ_RUNS} -timeout=10 -rss_limit_mb=1024 -malloc_limit_mb=128 \
+    "$build/fuzz/fuzz_$name" -max_total_time="$seconds" ${FUZZ_RUNS:+-runs=$FUZZ_RUNS} ${FUZZ_MAX_LEN:+-max_len=$FUZZ_MAX_LEN} \
+        -timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=128 \
         -print_final_stats=1 -artifact_prefix="$build/findings/$name-" "$corpus" "tests/fuzz/corpus/$name" \
         >"$log" 2>&1
     rc=$?
