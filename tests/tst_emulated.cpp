@@ -11,6 +11,7 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -24,22 +25,6 @@ using TestSupport::ModalAnswerer;
 
 namespace {
 constexpr int fileSize = 1500;
-// What the device keeps of a run, in the order it was flashed.
-QList<QByteArray> received(const QString &folder)
-{
-    QList<QByteArray> images;
-    for (const QString &name : QDir(folder).entryList(QDir::Files, QDir::Name))
-        images << TestSupport::readFile(folder + "/" + name);
-    return images;
-}
-QList<QByteArray> sysFiles(const TestSupport::ZipEntries &entries)
-{
-    QList<QByteArray> files;
-    for (const auto &[name, content] : entries)
-        if (name.endsWith(".sys"))
-            files << content;
-    return files;
-}
 } // namespace
 
 class TestEmulated : public QObject
@@ -72,8 +57,7 @@ private slots:
         plainPackage = kit.makePackage(other, "Tessel_NINE_01_02_04", 1, 1, fileSize, true);
         bootLoader = kit.makeBootloader(other, "Tessel_NINE_V2_0_1", 1, fileSize, true);
         QCOMPARE(package.size() + plainPackage.size(), 4);
-        flashed = sysFiles(FirmwareKit::stageEntries("os", 1, fileSize, "V1_2_4")) +
-                  sysFiles(FirmwareKit::stageEntries("pr", 1, fileSize, "V1_2_4"));
+        flashed = FirmwareKit::flashedImages({"os", "pr"}, 1, fileSize, "V1_2_4");
     }
 
     // The program started by a production script: -a, and the exit code is the answer.
@@ -126,7 +110,7 @@ private slots:
         QVERIFY2(program.log().contains(logged), qPrintable(program.log().right(800)));
         if (exitCode == 0) {
             const QString folder = devices.first().section("record=", 1);
-            QCOMPARE(received(folder), args.contains("-b") ? sysFiles(FirmwareKit::stageEntries("bl", 1, fileSize))
+            QCOMPARE(EmulatedBus::received(folder), args.contains("-b") ? FirmwareKit::flashedImages({"bl"}, 1, fileSize)
                                                            : flashed);
         }
         QCOMPARE(TestSupport::liveProcessesWith(program.instanceFolder() + "/ZelkoExtract/"), 0);
@@ -183,16 +167,23 @@ private slots:
         page->findChild<QLineEdit *>("line_bootloaderfile")->setText(bootLoader);
         page->findChild<QLineEdit *>("line_firmwarefile")->setText(package.first());
         wizard.show();
+        // The technician turns the device off at the restart, on again, pulls it once
+        // more when it is found, and plugs it in: "milliseconds:label:OK enabled".
+        QElapsedTimer clock;
         QStringList seen;
         QTimer technician;
         connect(&technician, &QTimer::timeout, this, [&] {
             auto *restart = qobject_cast<BreakFlash *>(QApplication::activeModalWidget());
             if (!restart)
                 return;
+            if (!clock.isValid())
+                clock.start();
             const QString label = restart->findChild<QLabel *>("label_devicefound")->text();
-            if (seen.isEmpty() || seen.last() != label)
-                seen << label;
-            if (seen.size() == 1 && label.isEmpty())
+            const QString state = label + ":" + QString::number(restart->findChild<QPushButton *>("buttonOK")->isEnabled());
+            if (!seen.isEmpty() && seen.last().endsWith(":" + state))
+                return;
+            seen << QString::number(clock.elapsed()) + ":" + state;
+            if (seen.size() == 1 || seen.size() == 3)
                 TestSupport::writeFile(control, "pulled\n");
             else if (label == "Device not connected!")
                 TestSupport::writeFile(control, "plugged\n");
@@ -202,9 +193,16 @@ private slots:
         technician.start(200);
         page->findChild<QPushButton *>("buttonUpdate")->click();
         QTRY_VERIFY_WITH_TIMEOUT(wizard.button(QWizard::FinishButton)->isEnabled(), 120000);
-        QCOMPARE(seen, (QStringList{"", "Device not connected!", "Device connected!"}));
+        QStringList states;
+        for (const QString &entry : seen)
+            states << entry.section(':', 1);
+        QCOMPARE(states, (QStringList{":0", "Device not connected!:0", "Device connected!:1", "Device not connected!:0",
+                                      "Device connected!:1"}));
+        // The first look comes 8 s after the dialog (which the technician sees a tick late).
+        QVERIFY2(seen.value(1).section(':', 0, 0).toInt() >= 7000, qPrintable(seen.join(" | ")));
+        QCOMPARE(wizard.currentPage()->findChild<QLabel *>("statusLabel")->text(), QString("Flashing completed"));
         QCOMPARE(answerer.texts, QStringList{"Flashing completed\nPlease perform Tessel restart!"});
-        QCOMPARE(received(record("wizard")), sysFiles(FirmwareKit::stageEntries("bl", 1, fileSize)) + flashed);
+        QCOMPARE(EmulatedBus::received(record("wizard")), FirmwareKit::flashedImages({"bl"}, 1, fileSize) + flashed);
     }
 };
 

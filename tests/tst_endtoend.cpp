@@ -71,8 +71,6 @@ private slots:
         QTest::newRow("device error during the flash")
             << QStringList{"-a", "-p", fw + "/good"} << "DFU_SIM_ERROR=Cannot open device: LIBUSB_ERROR_ACCESS"
             << "ERROR" << 2 << 1;
-        QTest::newRow("good run, Debian's dfu-util") << QStringList{"-a", "-p", fw + "/good"} << "DFU_SIM_DIALECT=0.11"
-                                                     << "" << 0 << 3;
     }
 
     void endings()

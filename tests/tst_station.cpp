@@ -68,16 +68,18 @@ class TestStation : public QObject
         run.process->start(sandbox.app() + "/morvanta-station", args);
         QVERIFY(run.process->waitForStarted());
     }
-    static bool finish(Run &run, int msecs = 90000)
+    // Reads the run's lines until one holds the text (an empty text: to its end).
+    static bool finish(Run &run, int msecs = 90000, const QString &text = QString())
     {
         QDeadlineTimer deadline(msecs);
-        while (run.process->state() != QProcess::NotRunning && !deadline.hasExpired()) {
+        while (run.process->state() != QProcess::NotRunning && !deadline.hasExpired() &&
+               (text.isEmpty() || !run.has(text))) {
             run.process->waitForReadyRead(100);
             run.read();
         }
-        run.process->waitForFinished(1000);
+        run.process->waitForFinished(text.isEmpty() ? 1000 : 0);
         run.read();
-        return run.process->state() == QProcess::NotRunning;
+        return text.isEmpty() ? run.process->state() == QProcess::NotRunning : run.has(text);
     }
     // A run leaves nothing in the working root: neither its own folder nor a window's.
     QStringList workingFolders() const
@@ -86,11 +88,7 @@ class TestStation : public QObject
     }
     QList<QByteArray> received(const QString &name) const
     {
-        QList<QByteArray> images;
-        const QString folder = sandbox.root() + "/received/" + name;
-        for (const QString &file : QDir(folder).entryList(QDir::Files, QDir::Name))
-            images << TestSupport::readFile(folder + "/" + file);
-        return images;
+        return EmulatedBus::received(sandbox.root() + "/received/" + name);
     }
 
 private slots:
@@ -106,10 +104,7 @@ private slots:
         QDir().mkpath(firmware);
         QCOMPARE(kit.makePackage(firmware, "Tessel_NINE_V1_2_4", 1, 1, fileSize, true).size(), 2);
         bootLoader = kit.makeBootloader(sandbox.root(), "Tessel_NINE_V2_0_1", 1, fileSize, true);
-        for (const char *stage : {"os", "pr"})
-            for (const auto &[name, content] : FirmwareKit::stageEntries(stage, 1, fileSize, "V1_2_4"))
-                if (name.endsWith(".sys"))
-                    flashed << content;
+        flashed = FirmwareKit::flashedImages({"os", "pr"}, 1, fileSize, "V1_2_4");
     }
 
     void list()
@@ -203,11 +198,7 @@ private slots:
         QVERIFY(bus.isUp());
         Run run;
         start(run, {"flash", "--json", firmware});
-        QDeadlineTimer deadline(30000);
-        while (!run.has("Search for DFU USB device") && !deadline.hasExpired()) {
-            run.process->waitForReadyRead(100);
-            run.read();
-        }
+        QVERIFY(finish(run, 30000, "Search for DFU USB device"));
         QTRY_COMPARE_WITH_TIMEOUT(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 1, 10000);
         ::kill(pid_t(run.process->processId()), SIGTERM);
         QVERIFY(finish(run, 10000));
@@ -228,22 +219,14 @@ private slots:
         QVERIFY(bus.isUp());
         Run run;
         start(run, {"flash", "--json", "--bootloader", bootLoader, firmware});
-        QDeadlineTimer deadline(60000);
-        while (!run.has("Boot loader written") && !deadline.hasExpired()) {
-            run.process->waitForReadyRead(100);
-            run.read();
-        }
+        QVERIFY(finish(run, 60000, "Boot loader written"));
         TestSupport::writeFile(control, "pulled\n");
         QTest::qWait(10000); // longer than the first look after the restart
         TestSupport::writeFile(control, "plugged\n");
         QVERIFY(finish(run));
         QCOMPARE(run.process->exitCode(), 0);
         QCOMPARE(run.last("result")["after"].toString(), QString("1_2_4"));
-        QList<QByteArray> expected;
-        for (const auto &[name, content] : FirmwareKit::stageEntries("bl", 1, fileSize))
-            if (name.endsWith(".sys"))
-                expected << content;
-        QCOMPARE(received("two-stages"), expected + flashed);
+        QCOMPARE(received("two-stages"), FirmwareKit::flashedImages({"bl"}, 1, fileSize) + flashed);
     }
 };
 

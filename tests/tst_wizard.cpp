@@ -1,7 +1,6 @@
 // The boot loader wizard driven as a technician drives it: its pages, the download of
-// a boot loader with its firmware from the reference server, and the two-stage flash
-// through the dfu-util simulator, with the device pulled and plugged in during the
-// restart dialog at its real pace.
+// a boot loader with its firmware from the reference server, and a cancel at the
+// restart (the two stages on the emulated device are in tst_emulated).
 #include "app/settings.h"
 #include "ui/breakflash.h"
 #include "ui/wizard/wizardbootloader.h"
@@ -12,7 +11,6 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QCheckBox>
-#include <QElapsedTimer>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -149,58 +147,6 @@ private slots:
     }
 
     // Boot loader, restart with the device pulled and plugged in again, firmware.
-    void twoStagesWithARestart()
-    {
-        ModalAnswerer answerer;
-        WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
-        toFlashPage(wizard, bootLoader, firmware[0]);
-        auto *update = child<QPushButton>(wizard, "buttonUpdate");
-        QCOMPARE(child<QLabel>(wizard, "fileLabel")->text(), QString("Selected Boot Loader version  2_0_1"));
-        QVERIFY(update->isEnabled());
-
-        // The restart dialog runs modal inside a slot: a timer plays the technician.
-        QElapsedTimer clock;
-        QStringList seen; // "milliseconds:label:OK enabled"
-        int phase = 0;
-        QTimer script;
-        connect(&script, &QTimer::timeout, this, [&] {
-            auto *dialog = qobject_cast<BreakFlash *>(QApplication::activeModalWidget());
-            if (!dialog)
-                return;
-            if (!clock.isValid()) {
-                clock.start();
-                plug(deviceFile, false); // turned off for the restart
-            }
-            const QString label = dialog->findChild<QLabel *>("label_devicefound")->text();
-            const bool ok = dialog->findChild<QPushButton *>("buttonOK")->isEnabled();
-            const QString state = label + ":" + QString::number(ok);
-            if (seen.isEmpty() || !seen.last().endsWith(state))
-                seen << QString::number(clock.elapsed()) + ":" + state;
-            if (phase == 0 && clock.elapsed() > 9000 && (phase = 1))
-                plug(deviceFile, true);
-            else if (phase == 1 && ok && (phase = 2))
-                plug(deviceFile, false); // pulled again
-            else if (phase == 2 && !ok && (phase = 3))
-                plug(deviceFile, true);
-            else if (phase == 3 && ok)
-                dialog->findChild<QPushButton *>("buttonOK")->click();
-        });
-        script.start(100);
-        update->click();
-        QTRY_VERIFY_WITH_TIMEOUT(button(wizard, QWizard::FinishButton)->isEnabled(), 60000);
-        QCOMPARE(seen.size(), 5);
-        QCOMPARE(seen.value(0).section(':', 1), QString(":0"));
-        // The first look comes 8 s after the dialog (which the script sees a tick or two late).
-        QVERIFY2(seen.value(1).section(':', 0, 0).toInt() >= 7000 && seen.value(1).endsWith("Device not connected!:0"),
-                 qPrintable(seen.join(" | ")));
-        QCOMPARE(seen.value(2).section(':', 1), QString("Device connected!:1"));
-        QCOMPARE(seen.value(3).section(':', 1), QString("Device not connected!:0"));
-        QCOMPARE(seen.value(4).section(':', 1), QString("Device connected!:1"));
-        QCOMPARE(child<QLabel>(wizard, "statusLabel")->text(), QString("Flashing completed"));
-        QCOMPARE(downloads(), 4);
-        QCOMPARE(answerer.texts, QStringList{"Flashing completed\nPlease perform Tessel restart!"});
-    }
-
     // Cancel at the restart: asked first; Yes gives up, and the wizard never claims success.
     void cancelAtTheRestart()
     {

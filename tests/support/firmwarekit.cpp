@@ -161,4 +161,14 @@ QString FirmwareKit::makeBootloader(const QString &folder, const QString &name, 
     return finish(*this, bl, signedFiles);
 }
 
+QList<QByteArray> FirmwareKit::flashedImages(const QStringList &stages, int count, int size, const QString &deviceName)
+{
+    QList<QByteArray> images;
+    for (const QString &stage : stages)
+        for (const auto &[name, content] : stageEntries(stage, count, size, deviceName))
+            if (name.endsWith(".sys"))
+                images << content;
+    return images;
+}
+
 } // namespace TestSupport

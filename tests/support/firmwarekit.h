@@ -40,6 +40,9 @@ public:
 
     // Each .sys file starts with "TESSEL_NAME=<deviceName>" when one is given.
     static ZipEntries stageEntries(const QString &stage, int count, int size, const QString &deviceName = QString());
+    // What a device receives of these stages' packages: their .sys files in flash order.
+    static QList<QByteArray> flashedImages(const QStringList &stages, int count, int size,
+                                           const QString &deviceName = QString());
 
 private:
     QString developerHome();

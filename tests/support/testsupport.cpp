@@ -446,6 +446,14 @@ EmulatedBus::EmulatedBus(const QStringList &devices)
         qputenv("UMOCKDEV_DIR", readFile(announce));
 }
 
+QList<QByteArray> EmulatedBus::received(const QString &folder)
+{
+    QList<QByteArray> images;
+    for (const QString &name : QDir(folder).entryList(QDir::Files, QDir::Name))
+        images << readFile(folder + "/" + name);
+    return images;
+}
+
 EmulatedBus::~EmulatedBus()
 {
     qunsetenv("UMOCKDEV_DIR");

@@ -200,6 +200,8 @@ public:
     EmulatedBus(const EmulatedBus &) = delete;
     EmulatedBus &operator=(const EmulatedBus &) = delete;
     bool isUp() const { return up; }
+    // What a device with "record=FOLDER" kept of its downloads, in the order they came.
+    static QList<QByteArray> received(const QString &folder);
 
 private:
     QProcess process;
