@@ -1,6 +1,6 @@
 /* An emulated Tessel NINE on a virtual USB bus, for Debian's real dfu-util and libusb.
  *
- *   tessel-emulator [--device SPEC]... [--announce FILE] -- COMMAND [ARG]...
+ *   tessel-emulator [--device DEVICE]... [--announce FILE] -- COMMAND [ARG]...
  *
  * umockdev's testbed holds each device's sysfs entry and device node; this program
  * answers the usbdevfs ioctls that libusb sends to the node, as a DFU 1.1 device would.
@@ -596,7 +596,7 @@ static const struct {
 
 /* port=N,name=V1_2_3,serial=S,scenario=W,at=N,after=MS,record=DIR,control=FILE,closed,
  * vendor=HEX,product=HEX (another maker's DFU device) */
-static Device *parseDevice(const char *spec, int index)
+static Device *parseDevice(const char *text, int index)
 {
     Device *d = g_new0(Device, 1);
     d->port = index + 1;
@@ -607,7 +607,7 @@ static Device *parseDevice(const char *spec, int index)
     d->image = g_byte_array_new();
     d->at = 2;
     d->after = 7000;
-    char **items = g_strsplit(spec, ",", -1);
+    char **items = g_strsplit(text, ",", -1);
     for (char **item = items; *item; ++item) {
         char *value = strchr(*item, '=');
         if (value)
@@ -680,12 +680,12 @@ int main(int argc, char **argv)
         else if (!strcmp(argv[first], "--announce") && first + 1 < argc)
             announce = argv[++first];
         else {
-            g_printerr("usage: tessel-emulator [--device SPEC]... [--announce FILE] -- COMMAND [ARG]...\n");
+            g_printerr("usage: tessel-emulator [--device DEVICE]... [--announce FILE] -- COMMAND [ARG]...\n");
             return 64;
         }
     }
     if (first + 1 >= argc) {
-        g_printerr("usage: tessel-emulator [--device SPEC]... [--announce FILE] -- COMMAND [ARG]...\n");
+        g_printerr("usage: tessel-emulator [--device DEVICE]... [--announce FILE] -- COMMAND [ARG]...\n");
         return 64;
     }
     if (devices->len == 0)

@@ -95,7 +95,7 @@ int lastBarPercent(const QByteArray &chunk)
     return percent;
 }
 
-// The status codes of the DFU 1.1 specification, as dfu-util words them.
+// The status codes of DFU 1.1, as dfu-util words them.
 const char *const statusTexts[] = {
     QT_TRANSLATE_NOOP("DFUThread", "No error condition is present"),
     QT_TRANSLATE_NOOP("DFUThread", "File is not targeted for use by this device"),
