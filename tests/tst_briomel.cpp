@@ -8,7 +8,6 @@
 #include "testsupport.h"
 
 #include <QLabel>
-#include <QLineEdit>
 #include <QMessageBox>
 #include <QProgressBar>
 #include <QPushButton>
@@ -164,31 +163,6 @@ private slots:
         QTest::qWait(200);
         QCOMPARE(answerer.answered(), 1);
         tesselTabIsFree(*dialog);
-    }
-
-    // The technician asks to abort just as the run ends by itself, and says Yes
-    // after the ending has been shown.
-    void runEndsWhileTheAbortQuestionIsOpen()
-    {
-        qputenv("XMODEM_SIM_DELAY_MS", "150");
-        const auto restore = qScopeGuard([] { qputenv("XMODEM_SIM_DELAY_MS", "40"); });
-        ModalAnswerer answerer;
-        auto dialog = window(answerer);
-        choose(*dialog, answerer, firmware);
-        QTRY_VERIFY(flash(*dialog)->isEnabled());
-        flash(*dialog)->click();
-        QTRY_COMPARE(flash(*dialog)->text(), QString("Abort"));
-        // The question stands until the run has shown its ending.
-        answerer.answerWhen = [&](QMessageBox *box) {
-            return box->windowTitle() != "QUESTION" || answerer.titles.contains("INFO");
-        };
-        answerer.plannedButtons = {QMessageBox::Ok, QMessageBox::Yes};
-        flash(*dialog)->click();
-        QCOMPARE(answerer.texts, (QStringList{"Flashing completed\nPlease perform Tessel restart!",
-                                              "Do you really want to abort\nflashing process?"}));
-        QCOMPARE(flash(*dialog)->text(), QString("Flash"));
-        QVERIFY(flash(*dialog)->isEnabled());
-        QCOMPARE(status(*dialog), QString());
     }
 
     // Closing the window, or the end of the program, takes the tools with it.

@@ -290,37 +290,6 @@ private slots:
         }
     }
 
-    // Debian's dfu-util takes the program's argument shapes and, with no device,
-    // says so exactly as the simulator of its dialect does.
-    void distributionTool()
-    {
-        const QString tool = "/usr/bin/dfu-util";
-        QVERIFY2(QFile::exists(tool), "Debian's dfu-util is not installed");
-        const Run list = runDfu(tool, {}, {"-l"});
-        QCOMPARE(list.exitCode, 0);
-        QVERIFY(list.chunks.join().startsWith("dfu-util 0."));
-        if (list.chunks.join().contains("[2675:0001]"))
-            QSKIP("A Tessel NINE is plugged in: it is not flashed with test data");
-
-        const QByteArray data(30000, 'x');
-        const Run real = runDfu(tool, data);
-        QVERIFY(!real.chunks.join().contains("Usage:"));
-        QCOMPARE(real.exitCode, 74);
-        qputenv("DFU_SIM_DIALECT", "0.11");
-        qputenv("DFU_SIM_DEVICE", "absent");
-        const Run simulated = runDfu(TestSupport::binDir() + "/dfu-util", data);
-        QCOMPARE(QString::fromUtf8(simulated.chunks.join()),
-                 QString::fromUtf8(real.chunks.join()).replace("dfu-util 0.9", "dfu-util 0.11")
-                     .replace("dfu-util 0.10", "dfu-util 0.11"));
-        QCOMPARE(simulated.exitCode, real.exitCode);
-        QStringList errors;
-        DfuOutputParser parser;
-        for (const QByteArray &chunk : real.chunks)
-            for (const DfuEvent &e : parser.parse(chunk).events)
-                errors << describe({{e}, {}});
-        QCOMPARE(errors, QStringList{"error:No DFU capable USB device found"});
-    }
-
 private:
     struct Run {
         QList<QByteArray> chunks;

@@ -382,36 +382,6 @@ private slots:
         QVERIFY(update(dialog)->isEnabled());
         QCOMPARE(status(dialog), QString("Current version   Tessel_NINE.1_2_3"));
     }
-
-    void versionQuestions_data()
-    {
-        QTest::addColumn<QString>("device");
-        QTest::addColumn<QString>("question");
-        QTest::newRow("same version") << "V1_2_4"
-                                      << "Current version equals latest version.\nDo you want to continue?\nPress 'Yes' to "
-                                         "perform flashing or 'No' to cancel";
-        QTest::newRow("older file") << "V1_3_0"
-                                    << "Selected version is older than current version.\nDo you want to continue?\nPress "
-                                       "'Yes' to perform flashing or 'No' to cancel";
-    }
-
-    void versionQuestions()
-    {
-        QFETCH(QString, device);
-        qputenv("DFU_SIM_NAME", device.toUtf8());
-        ModalAnswerer answerer;
-        Dialog dialog(SearchOptions(), false, nullptr);
-        answerer.fileToChoose = package[0];
-        search(dialog)->click();
-        answerer.clear();
-        answerer.plannedButtons = {QMessageBox::No};
-        update(dialog)->click();
-        QCOMPARE(answerer.titles, QStringList{"QUESTION"});
-        QTEST(answerer.texts.value(0), "question");
-        QTest::qWait(300);
-        QCOMPARE(update(dialog)->text(), QString("Update"));
-        QCOMPARE(dfuDownloads(), 0);
-    }
 };
 
 QTEST_MAIN(TestDialog)

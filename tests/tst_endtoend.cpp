@@ -10,7 +10,6 @@
 
 #include <QDir>
 #include <QScopeGuard>
-#include <QSettings>
 #include <QTest>
 
 #include <csignal>
@@ -93,32 +92,6 @@ private slots:
         QCOMPARE(sandbox.lastLogLine(), QString("\"Morvanta exit %1\" ").arg(exitCode));
         QCOMPARE(int(QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/calls.txt")).count("-D\t")), downloads);
         QVERIFY(!sandbox.log().contains("Copy config file")); // the window's settings found the file
-    }
-
-    // A production PC flashes two devices at once, from two folders: each run has its
-    // own scratch folders and its own log.
-    void twoRunsFromTwoFolders()
-    {
-        Sandbox sandbox;
-        sandbox.writeConfig({{"mode", "internal"}});
-        sandbox.installProgram({"gpg", "dfu-util"});
-        QProcessEnvironment extra;
-        extra.insert("DFU_SIM_HASH_MS", "400");
-        std::vector<std::unique_ptr<ProgramRun>> runs;
-        QStringList folders;
-        for (const char *name : {"/line-a", "/line-b"}) {
-            folders << sandbox.root() + name;
-            QDir().mkpath(folders.last());
-            runs.push_back(std::make_unique<ProgramRun>(sandbox, QStringList{"-a", "-p", firmware.path() + "/good"},
-                                                        folders.last(), extra));
-            QTest::qWait(700);
-        }
-        for (int i = 0; i < 2; ++i) {
-            QVERIFY2(runs[i]->waitForExit(60000), qPrintable(sandbox.log(folders[i])));
-            QCOMPARE(runs[i]->exitCode(), 0);
-            QCOMPARE(sandbox.lastLogLine(folders[i]), QString("\"Morvanta exit 0\" "));
-            QVERIFY(!sandbox.log(folders[i]).contains("Error"));
-        }
     }
 
     void downloadAndFlashByKeyboard()

@@ -109,17 +109,6 @@ private slots:
         const QString folder = QRegularExpression("^Path=(.*)$", QRegularExpression::MultilineOption).match(entry).captured(1);
         QCOMPARE(folder, QString("/usr/lib/morvanta"));
         QVERIFY(QFileInfo(root() + folder + "/morvanta").isExecutable());
-        // The udev rule: a Tessel NINE in either mode is the logged-in user's to open.
-        QStringList rules;
-        for (const QString &line : QString::fromUtf8(TestSupport::readFile(root() + "/usr/lib/udev/rules.d/70-morvanta.rules"))
-                                       .split('\n', Qt::SkipEmptyParts))
-            if (!line.startsWith('#'))
-                rules << line;
-        QCOMPARE(rules.size(), 1);
-        QStringList keys = rules.first().split(QRegularExpression(",\\s*"));
-        keys.sort();
-        QCOMPARE(keys, (QStringList{"ATTR{idProduct}==\"0001\"", "ATTR{idVendor}==\"2675\"", "ENV{DEVTYPE}==\"usb_device\"",
-                                    "SUBSYSTEM==\"usb\"", "TAG+=\"uaccess\""}));
     }
 
     // apt resolves everything the package asks for from Debian's own archive.
