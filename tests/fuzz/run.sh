@@ -5,8 +5,8 @@
 # BUILD/findings. BUILD is build-fuzz unless FUZZ_BUILD_DIR says otherwise; FUZZ_RUNS
 # ends each target after that many executions if its time has not run out before, and
 # FUZZ_MAX_LEN bounds the inputs' length (libFuzzer's default: 4096 bytes).
-# One input may allocate at most 128 MB at once; ASan's allocator keeps what was freed,
-# so the whole process gets more.
+# One input may allocate at most 128 MB at once, the whole process 2 GB: ASan keeps
+# freed memory for a while, in a quarantine kept small here.
 set -uo pipefail
 seconds=${1:?usage: bash tests/fuzz/run.sh SECONDS [TARGET...]}
 shift
@@ -20,7 +20,7 @@ targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=($(cd tests/fuzz && ls fuzz_*.cpp | sed 's/^fuzz_//; s/\.cpp$//'))
 mkdir -p "$build/findings"
 # Qt keeps its one-time allocations to the end; a leak is no finding of ours.
-export ASAN_OPTIONS=detect_leaks=0:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+export ASAN_OPTIONS=detect_leaks=0:abort_on_error=1:quarantine_size_mb=64 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 status=0
 printf '%-16s %12s %10s  %s\n' target executions "per second" exit
 for name in "${targets[@]}"; do
