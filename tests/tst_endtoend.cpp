@@ -264,7 +264,7 @@ private slots:
         run = std::make_unique<ProgramRun>(sandbox, QStringList{});
         QVERIFY(TestSupport::answerBox(action == "restart" ? "WILLKOMMEN" : "WELCOME"));
         QVERIFY(!TestSupport::windowExists("ERROR"));
-        QVERIFY(TestSupport::closeWindow(window));
+        QVERIFY2(TestSupport::closeWindow(window), qPrintable(sandbox.log().right(600)));
         QVERIFY(run->waitForExit(10000));
         QCOMPARE(run->exitCode(), 0);
     }

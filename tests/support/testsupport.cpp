@@ -224,6 +224,12 @@ static QString xdotool(const QStringList &args)
     return QString::fromLocal8Bit(p.readAllStandardOutput()).trimmed();
 }
 
+// Whether the window with this X id is still shown under this title.
+static bool stillShown(const QString &title, const QString &id)
+{
+    return xdotool({"search", "--onlyvisible", "--name", exactTitle(title)}).split('\n').contains(id);
+}
+
 QString waitForWindow(const QString &title, int msecs)
 {
     const QString pattern = exactTitle(title);
@@ -280,7 +286,7 @@ bool closeWindow(const QString &title, int msecs)
         sendDeleteWindow(id);
         for (int i = 0; i < 10; ++i) {
             QThread::msleep(50);
-            if (!xdotool({"search", "--onlyvisible", "--name", exactTitle(title)}).split('\n').contains(id))
+            if (!stillShown(title, id))
                 return true;
         }
     } while (!deadline.hasExpired());
@@ -292,11 +298,21 @@ bool answerBox(const QString &title, int msecs)
     const QString id = waitForWindow(title, msecs);
     if (id.isEmpty())
         return false;
-    // No window manager gives the box the keyboard: take it there, then type.
-    xdotool({"windowfocus", "--sync", id});
-    QThread::msleep(100);
-    xdotool({"key", "Return"});
-    return true;
+    // No window manager gives the box the keyboard: take it there, then type; on a
+    // busy machine the key can land before the focus, so a person presses again, but
+    // only when the box has plainly stayed: a second key would reach the window below.
+    QDeadlineTimer deadline(msecs);
+    do {
+        xdotool({"windowfocus", "--sync", id});
+        QThread::msleep(100);
+        xdotool({"key", "Return"});
+        for (int i = 0; i < 30; ++i) {
+            QThread::msleep(100);
+            if (!stillShown(title, id))
+                return true;
+        }
+    } while (!deadline.hasExpired());
+    return false;
 }
 
 bool typeInto(const QString &title, const QString &keys, bool asText, int msecs)

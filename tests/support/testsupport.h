@@ -95,7 +95,8 @@ private:
 
 // Waits for a top-level window whose title matches exactly; returns its X id or 0.
 QString waitForWindow(const QString &title, int msecs = 15000);
-// Presses Return in the window with this title (a box's default button).
+// Presses Return in the window with this title (a box's default button), again until
+// it is gone; false if it never came or stays.
 bool answerBox(const QString &title, int msecs = 15000);
 bool windowExists(const QString &title);
 // Closes the window with this title as a window manager's close button does, again
