@@ -1,12 +1,7 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets in a build folder of their own (clang, libFuzzer, AddressSanitizer,
-# UndefinedBehaviorSanitizer) and runs each for SECONDS seconds from its seeds.
-# Exits non-zero when any target found an input that breaks it; the input is kept in
-# BUILD/findings. BUILD is build-fuzz unless FUZZ_BUILD_DIR says otherwise; FUZZ_RUNS
-# ends each target after that many executions if its time has not run out before, and
-# FUZZ_MAX_LEN bounds the inputs' length (libFuzzer's default: 4096 bytes).
-# One input may allocate at most 128 MB at once, the whole process 2 GB: ASan keeps
-# freed memory for a while, in a quarantine kept small here.
+# Builds the fuzz targets (clang, libFuzzer, ASan, UBSan) in build-fuzz or FUZZ_BUILD_DIR
+# and runs each for SECONDS from its seeds; non-zero on a finding, kept in BUILD/findings.
+# FUZZ_RUNS and FUZZ_MAX_LEN bound the executions and the inputs' length (README).
 set -uo pipefail
 seconds=${1:?usage: bash tests/fuzz/run.sh SECONDS [TARGET...]}
 shift
@@ -27,7 +22,8 @@ for name in "${targets[@]}"; do
     corpus=$build/corpus/$name
     mkdir -p "$corpus"
     log=$build/findings/$name.log
-    # New inputs go to the build's corpus; the seeds in the repository stay as they are.
+    # New inputs go to the build's corpus, the seeds stay as they are. One input may
+    # take 128 MB at once; ASan keeps freed memory a while, hence 2 GB for the process.
     "$build/fuzz/fuzz_$name" -max_total_time="$seconds" ${FUZZ_RUNS:+-runs=$FUZZ_RUNS} ${FUZZ_MAX_LEN:+-max_len=$FUZZ_MAX_LEN} \
         -timeout=10 -rss_limit_mb=2048 -malloc_limit_mb=128 \
         -print_final_stats=1 -artifact_prefix="$build/findings/$name-" "$corpus" "tests/fuzz/corpus/$name" \
