@@ -274,45 +274,39 @@ static void sendDeleteWindow(const QString &id)
     xcb_disconnect(connection);
 }
 
-bool closeWindow(const QString &title, int msecs)
+// Does something to the window with this title, again until it is gone, as a person
+// tries once more when nothing happened, waiting `patienceMs` after each try.
+static bool untilGone(const QString &title, int msecs, int patienceMs, const std::function<void(const QString &)> &act)
 {
     const QString id = waitForWindow(title, msecs);
-    if (id.isEmpty())
-        return false;
-    // A person clicks again when nothing happened: Qt may drop a close that comes
-    // while a window it has just shown is still settling.
     QDeadlineTimer deadline(msecs);
-    do {
-        sendDeleteWindow(id);
-        for (int i = 0; i < 10; ++i) {
+    while (!id.isEmpty() && !deadline.hasExpired()) {
+        act(id);
+        for (int waited = 0; waited < patienceMs; waited += 50) {
             QThread::msleep(50);
             if (!stillShown(title, id))
                 return true;
         }
-    } while (!deadline.hasExpired());
+    }
     return false;
+}
+
+bool closeWindow(const QString &title, int msecs)
+{
+    // Qt may drop a close that comes while a window it has just shown is still settling.
+    return untilGone(title, msecs, 500, sendDeleteWindow);
 }
 
 bool answerBox(const QString &title, int msecs)
 {
-    const QString id = waitForWindow(title, msecs);
-    if (id.isEmpty())
-        return false;
-    // No window manager gives the box the keyboard: take it there, then type; on a
-    // busy machine the key can land before the focus, so a person presses again, but
-    // only when the box has plainly stayed: a second key would reach the window below.
-    QDeadlineTimer deadline(msecs);
-    do {
+    // No window manager gives the box the keyboard: take it there, then type. On a busy
+    // machine the key can land before the focus; it is pressed again only when the box
+    // has plainly stayed, for a second key would reach the window below.
+    return untilGone(title, msecs, 3000, [](const QString &id) {
         xdotool({"windowfocus", "--sync", id});
         QThread::msleep(100);
         xdotool({"key", "Return"});
-        for (int i = 0; i < 30; ++i) {
-            QThread::msleep(100);
-            if (!stillShown(title, id))
-                return true;
-        }
-    } while (!deadline.hasExpired());
-    return false;
+    });
 }
 
 bool typeInto(const QString &title, const QString &keys, bool asText, int msecs)
