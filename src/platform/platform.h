@@ -4,6 +4,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <cstdio>
+
 namespace Platform {
 
 // File name of an external tool on this platform ("dfu-util", "gpg", ...).
@@ -29,6 +31,11 @@ QString instanceKey(const QString &currentFolder);
 QString instanceFolder();
 // Its path alone: nothing is made.
 QString instanceFolderPath();
+
+// A new folder only this user can enter, named prefix plus a unique tail; empty on failure.
+QString makePrivateFolder(const QString &prefix);
+// The stream goes to a terminal (and not to a file or a pipe).
+bool isTerminal(FILE *stream);
 
 // Deletes a folder tree without ever following a symbolic link: a link inside is
 // removed as a link, and so is a link given as the folder itself. A path that does

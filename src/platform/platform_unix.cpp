@@ -9,6 +9,7 @@
 #include <QtDebug>
 
 #include <cerrno>
+#include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <string>
@@ -96,6 +97,17 @@ QString Platform::instanceFolderPath()
     static const QString path =
         workingRoot() + QLatin1String("/instance-") + instanceKey(QDir(QDir::currentPath()).absolutePath());
     return path;
+}
+
+QString Platform::makePrivateFolder(const QString &prefix)
+{
+    QByteArray path = QFile::encodeName(prefix + QLatin1String("XXXXXX"));
+    return mkdtemp(path.data()) ? QFile::decodeName(path) : QString();
+}
+
+bool Platform::isTerminal(FILE *stream)
+{
+    return isatty(fileno(stream));
 }
 
 QString Platform::instanceFolder()

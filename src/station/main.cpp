@@ -8,27 +8,15 @@
 #include "app/log.h"
 #include "app/settings.h"
 #include "firmware/devicelisting.h"
+#include "platform/stopsignals.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QSocketNotifier>
 #include <QTimer>
 
-#include <csignal>
 #include <cstdio>
-#include <sys/socket.h>
-#include <unistd.h>
 
 namespace {
-int signalPipe[2] = {-1, -1};
-
-// Only a byte into the pipe: the event loop does the rest.
-void onSignal(int)
-{
-    const char byte = 1;
-    [[maybe_unused]] const ssize_t ignored = write(signalPipe[1], &byte, 1);
-}
-
 void quietHandler(QtMsgType, const QMessageLogContext &, const QString &)
 {
 }
@@ -103,7 +91,6 @@ int main(int argc, char **argv)
     } else {
         qInstallMessageHandler(quietHandler);
     }
-    std::signal(SIGPIPE, SIG_IGN);
 
     StationOutput output(parser.isSet(json));
     Settings settings(static_cast<QObject *>(nullptr));
@@ -119,19 +106,10 @@ int main(int argc, char **argv)
     options.timeoutSeconds = seconds;
     StationRun run(&settings, &output, options);
 
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0)
+    StopSignals stopSignals;
+    if (!stopSignals.isValid())
         return 2;
-    struct sigaction action = {};
-    action.sa_handler = onSignal;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
-    QSocketNotifier signalNotifier(signalPipe[0], QSocketNotifier::Read);
-    QObject::connect(&signalNotifier, &QSocketNotifier::activated, &run, [&run] {
-        char byte = 0;
-        [[maybe_unused]] const ssize_t ignored = read(signalPipe[0], &byte, 1);
-        run.stop();
-    });
+    QObject::connect(&stopSignals, &StopSignals::stopRequested, &run, &StationRun::stop);
     QObject::connect(&run, &StationRun::finished, &app, [](int code) { QCoreApplication::exit(code); });
     QTimer::singleShot(0, &run, &StationRun::start);
     return QCoreApplication::exec();

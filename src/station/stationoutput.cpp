@@ -1,12 +1,11 @@
 #include "stationoutput.h"
 
 #include "firmware/devicelisting.h"
+#include "platform/platform.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
-
-#include <unistd.h>
 
 namespace {
 QJsonValue textOrNull(const QString &text)
@@ -22,7 +21,7 @@ QString oneLine(const QString &text)
 }
 } // namespace
 
-StationOutput::StationOutput(bool json, FILE *out) : json(json), terminal(isatty(fileno(out))), out(out)
+StationOutput::StationOutput(bool json, FILE *out) : json(json), terminal(Platform::isTerminal(out)), out(out)
 {
 }
 

@@ -14,8 +14,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <cstdlib>
-
 namespace {
 // After a boot loader the device restarts: the first look for it comes when the
 // restart dialog of the window takes its first look.
@@ -135,12 +133,11 @@ bool StationRun::chooseDevice()
 
 bool StationRun::prepareWorkingFolder()
 {
-    QByteArray folder = QFile::encodeName(Platform::workingRoot() + QLatin1String("/station-XXXXXX"));
-    if (mkdtemp(folder.data()) == nullptr) {
+    workingFolder = Platform::makePrivateFolder(Platform::workingRoot() + QLatin1String("/station-"));
+    if (workingFolder.isEmpty()) {
         fail(QStringLiteral("Cannot make a working folder in %1").arg(Platform::workingRoot()));
         return false;
     }
-    workingFolder = QFile::decodeName(folder);
     if (!settings->useWorkingFolder(workingFolder)) {
         fail(QStringLiteral("Cannot prepare the working folder %1").arg(workingFolder));
         return false;
