@@ -109,7 +109,8 @@ private slots:
 
     void list()
     {
-        EmulatedBus bus({"name=V1_2_3", "port=2,name=Tessel_NINE 01.02.03", "port=3,vendor=0483,product=df11"});
+        EmulatedBus bus({"name=V1_2_3", "port=2,name=Tessel_NINE 01.02.03", "port=3,vendor=0483,product=df11",
+                         "port=4,name=V1_2_3\x1b[2J\r"});
         QVERIFY(bus.isUp());
         Run run;
         start(run, {"list", "--json"});
@@ -121,7 +122,14 @@ private slots:
             devices << QStringList{e["event"].toString(), e["port"].toString(), e["mode"].toString(),
                                    e["version"].toString(), e["form"].toString(), e["serial"].toString()}
                            .join(' ');
-        QCOMPARE(devices, (QStringList{"device 1-1 run-time 1_2_3 V 0000001", "device 1-2 run-time 01_02_03 plain 0000002"}));
+        QCOMPARE(devices, (QStringList{"device 1-1 run-time 1_2_3 V 0000001", "device 1-2 run-time 01_02_03 plain 0000002",
+                                       "device 1-4 run-time 1_2_3\x1b[2J\r V 0000004"}));
+        // Plain lines: a name from the device cannot clear or redraw the station's terminal.
+        Run plain;
+        start(plain, {"list"});
+        QVERIFY(finish(plain));
+        const QString text = plain.notJson.join('\n');
+        QVERIFY2(text.contains("1_2_3\\x1b[2J ") && !text.contains('\x1b') && !text.contains('\r'), qPrintable(text));
     }
 
     // Controllers side by side, a run for each at once: each device gets its own files,

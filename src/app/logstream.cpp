@@ -16,7 +16,7 @@ static bool isHiddenControl(QChar c)
     return c.category() == QChar::Other_Control || (u >= 0x202a && u <= 0x202e) || (u >= 0x2066 && u <= 0x2069);
 }
 
-static QString withVisibleControls(const QString &text)
+QString withVisibleControls(const QString &text)
 {
     QString shown;
     shown.reserve(text.size());

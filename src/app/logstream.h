@@ -20,3 +20,7 @@ LogText quoted(const QByteArray &bytes);
 LogText quoted(const QStringList &list);
 
 QDebug operator<<(QDebug debug, const LogText &value);
+
+// Text from outside with its hidden control characters (terminal escapes, bidirectional
+// overrides) written as \xNN or \uNNNN; line feeds, returns and tabs stay.
+QString withVisibleControls(const QString &text);

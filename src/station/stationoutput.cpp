@@ -1,5 +1,6 @@
 #include "stationoutput.h"
 
+#include "app/logstream.h"
 #include "firmware/devicelisting.h"
 #include "platform/platform.h"
 
@@ -13,11 +14,12 @@ QJsonValue textOrNull(const QString &text)
     return text.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(text);
 }
 
-// A box's text on one line.
+// One line of a terminal, whatever came from outside: a box's text joined, and no
+// return or escape that could redraw what the reader sees.
 QString oneLine(const QString &text)
 {
-    static const QRegularExpression breaks(QStringLiteral("\\s*\\n[\\s\\n]*"));
-    return QString(text).replace(breaks, QStringLiteral(" "));
+    static const QRegularExpression breaks(QStringLiteral("\\s*[\\r\\n]\\s*"));
+    return withVisibleControls(QString(text).replace(breaks, QStringLiteral(" ")));
 }
 } // namespace
 
@@ -42,7 +44,7 @@ void StationOutput::endProgressLine()
 void StationOutput::line(const QString &text)
 {
     endProgressLine();
-    std::fputs(text.toLocal8Bit().constData(), out);
+    std::fputs(oneLine(text).toLocal8Bit().constData(), out);
     std::fputc('\n', out);
     std::fflush(out);
 }
@@ -123,7 +125,7 @@ void StationOutput::error(const QString &text)
     if (json)
         emitEvent({{"event", "error"}, {"text", text}});
     else
-        line(QStringLiteral("Error: ") + oneLine(text));
+        line(QStringLiteral("Error: ") + text);
 }
 
 void StationOutput::result(int exitCode, const QString &port, const QString &before, const QString &after,
