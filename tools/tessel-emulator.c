@@ -19,6 +19,8 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -196,6 +198,26 @@ static void openSockets(const char *folder)
         g_dir_close(dir);
 }
 
+/* The testbed sends a uevent to every "event<fd>" socket it lists, and the tools'
+ * preload library (uevent-socket-preload.c) renames a freshly bound socket under this
+ * lock: sent without it, an event may meet a socket between the listing and the rename
+ * ("cannot connect to client's event socket") and never reach the tool. */
+static int lockEvents(void)
+{
+    char *path = g_build_filename(umockdev_testbed_get_root_dir(testbed), ".event-lock", NULL);
+    const int fd = open(path, O_RDONLY | O_CREAT | O_CLOEXEC, 0666);
+    g_free(path);
+    if (fd >= 0)
+        flock(fd, LOCK_EX);
+    return fd;
+}
+
+static void unlockEvents(int fd)
+{
+    if (fd >= 0)
+        close(fd);
+}
+
 static void leave(Device *d)
 {
     Instance *gone = d->current;
@@ -203,8 +225,10 @@ static void leave(Device *d)
         return;
     d->current = NULL;
     gone->device = NULL; /* its clients hear "no device" from now on */
+    const int events = lockEvents();
     umockdev_testbed_uevent(testbed, gone->syspath, "remove");
     umockdev_testbed_remove_device(testbed, gone->syspath);
+    unlockEvents(events);
 }
 
 static void appear(Device *d, gboolean dfuMode)
@@ -246,8 +270,10 @@ static void appear(Device *d, gboolean dfuMode)
         "H: descriptors=%s\n",
         d->port, devnum, devnum, devnum, d->vendor, d->product, devnum, d->vendor, d->product, d->serial,
         descriptorHex);
+    const int events = lockEvents(); /* adding sends "add" */
     if (!umockdev_testbed_add_from_string(testbed, record, &error))
         g_error("add_from_string: %s", error->message);
+    unlockEvents(events);
     g_free(record);
     g_free(descriptorHex);
     if (d->closed) {

@@ -5,7 +5,9 @@
  * so the second takes the name from the first (which then never hears its device come
  * back after the reset) or fails to bind (libusb: LIBUSB_ERROR_OTHER). Loaded before
  * umockdev's library, this moves each bound socket to "event<fd>-<pid>", which the
- * testbed still finds (it sends to "event[0-9]*"), under a lock all runs share. */
+ * testbed still finds (it sends to "event[0-9]*"), under a lock all runs share; the
+ * emulator sends its uevents under the same lock, so no event meets a socket that is
+ * being renamed. */
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <errno.h>
