@@ -170,6 +170,11 @@ private slots:
         row("0.7", "exit 0 without output") << "silent" << "-1" << "0"
                                             << QStringList{"dfu-util ended without any output"};
         row("0.7", "cannot be started") << "broken" << "-1" << "" << QStringList{"Unable to start dfu-util"};
+        // Ended without a mark of the table: still a failed file, with the tool's last words.
+        row("0.7", "a message we do not know, exit 1") << "Unexpected trouble" << "20" << "1"
+                                                       << QStringList{"dfu-util ended with exit code 1\nUnexpected trouble"};
+        row("0.11", "killed after a message we do not know") << "Unexpected trouble" << "-1" << "137"
+                                       << QStringList{"dfu-util was ended by a signal\ndfu-util: Unexpected trouble"};
         row("0.11", "lost device mid-file") << "Lost device after RESET?" << "17" << ""
                                             << QStringList{d + " - Lost device after RESET"};
         row("0.11", "opening error before the download")

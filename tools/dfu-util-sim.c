@@ -12,6 +12,7 @@
  * error is "dfu-util: ", the text and "\n" in three writes to standard error. */
 #include "simcommon.h"
 
+#include <signal.h>
 #include <sys/stat.h>
 
 static char outbuf[8192];
@@ -54,6 +55,11 @@ static void err(const char *text)
 static void finish(int code)
 {
     flush_out();
+    /* 128 + N, as a shell reports it: ended by signal N, as a killed or crashed tool. */
+    if (code > 128 && code < 128 + 32) {
+        signal(code - 128, SIG_DFL);
+        raise(code - 128);
+    }
     exit(code);
 }
 

@@ -224,6 +224,14 @@ nach
         <translation>%1 wurde ohne jede Ausgabe beendet</translation>
     </message>
     <message>
+        <source>%1 was ended by a signal</source>
+        <translation>%1 wurde durch ein Signal beendet</translation>
+    </message>
+    <message>
+        <source>%1 ended with exit code %2</source>
+        <translation>%1 wurde mit dem Rückgabewert %2 beendet</translation>
+    </message>
+    <message>
         <source> - File </source>
         <translation> - Datei </translation>
     </message>

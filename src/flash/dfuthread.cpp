@@ -281,6 +281,7 @@ bool DFUThread::runDfu(const QStringList &args)
         return false;
     }
     sawOutput = false;
+    lastToolLine.clear();
     const ToolResult result =
         runTool(*dfuProcess, dfuPath, args, [this](const QByteArray &chunk) { readProgram(chunk); }, &finishedByUser);
     dfuRunning = false;
@@ -305,12 +306,40 @@ bool DFUThread::runDfu(const QStringList &args)
     }
     // The newer tool's word that the file is in the device counts whatever its exit
     // code: the final reset of a device that comes back as a new one makes it 74.
-    return flashOk && (result.succeeded() || (result.started && !result.crashed && parser.downloadConfirmed()));
+    if (!flashOk)
+        return false;
+    if (result.succeeded() || (!result.crashed && parser.downloadConfirmed()))
+        return true;
+    // Killed, crashed, or a message we do not know: still a failed flash, which an
+    // unattended run must hear of, with what the tool said last.
+    const QString name = Settings::toolName(QStringLiteral("dfu-util"));
+    QString text = result.crashed ? tr("%1 was ended by a signal").arg(name)
+                                  : tr("%1 ended with exit code %2").arg(name).arg(result.exitCode);
+    if (!lastToolLine.isEmpty())
+        text += QLatin1Char('\n') + lastToolLine;
+    qWarning() << quoted(text);
+    flashOk = false;
+    emit errorOutputSignal(text);
+    return false;
+}
+
+void DFUThread::keepLastLine(const QByteArray &chunk)
+{
+    // Progress bars redraw with carriage returns: each piece counts as a line.
+    const QList<QByteArray> lines = QByteArray(chunk).replace('\r', '\n').split('\n');
+    for (auto line = lines.crbegin(); line != lines.crend(); ++line) {
+        const QString text = QString::fromLocal8Bit(line->trimmed()).left(200);
+        if (!text.isEmpty()) {
+            lastToolLine = withVisibleControls(text);
+            return;
+        }
+    }
 }
 
 void DFUThread::readProgram(const QByteArray &chunk)
 {
     sawOutput = true;
+    keepLastLine(chunk);
     const DfuChunk parsed = parser.parse(chunk);
     for (const DfuEvent &event : parsed.events) {
         switch (event.kind) {

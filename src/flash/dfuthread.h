@@ -70,6 +70,7 @@ private:
     void prepareCurrentFile(const QString &ext, const QString &file);
     bool runDfu(const QStringList &args);
     void readProgram(const QByteArray &chunk);
+    void keepLastLine(const QByteArray &chunk);
     void showFlashingStage(const QString &stage);
     void countHashMarks(int n);
     void countPercent(int percent);
@@ -104,6 +105,7 @@ private:
     PackagePreparation preparation;
     bool flashOk = true;
     bool sawOutput = false;
+    QString lastToolLine;     // of the current run, shown when it fails without a mark
     bool fileStarted = false; // the current file's download was announced
     DfuOutputParser parser;   // of the current file's transfer
     QString tempPath;
