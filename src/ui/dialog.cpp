@@ -65,6 +65,7 @@ Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
                       "Do not connect or disconnect other USB devices\nduring flash process.\n\n"
                       "If possible, please connect device to usb!"));
     connect(swCheck, &SWCheck::sigMsgBox, this, &Dialog::showMsgBox);
+    swCheck->setJobRunning([this] { return jobRunning(); });
     swCheck->checkForNewVersion();
     ui->lupdateButton_tessel_briomel->setEnabled(false);
 }
@@ -418,6 +419,8 @@ void Dialog::adv_bootloader()
 
 int Dialog::startAutomaticBootLoader(const QString &useFile)
 {
+    wizardOpen = true;
+    const auto closed = qScopeGuard([this] { wizardOpen = false; });
     WizardBootLoader wizard(settings, true, useFile, FileDownloader::Ftp,
                             ui->actionUseZipSearch->isChecked() && options.internal, nullptr);
     wizard.setWindowTitle(QStringLiteral("Wizard <Tessel NINE%1 Boot Loader - Automatic Mode>").arg(QChar(0x00AE)));

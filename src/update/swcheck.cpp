@@ -16,6 +16,21 @@
 SWCheck::SWCheck(Settings *settings, SearchOptions options, QObject *parent)
     : QObject(parent), settings(settings), options(std::move(options))
 {
+    jobWatch.setInterval(250);
+    connect(&jobWatch, &QTimer::timeout, this, [this] { whenNoJob(std::exchange(waiting, nullptr)); });
+}
+
+void SWCheck::whenNoJob(std::function<void()> action)
+{
+    if (!action)
+        return;
+    if (jobRunning && jobRunning()) {
+        waiting = std::move(action);
+        jobWatch.start();
+        return;
+    }
+    jobWatch.stop();
+    action();
 }
 
 SWCheck::~SWCheck()
@@ -55,7 +70,9 @@ void SWCheck::checkForNewVersion()
 
 void SWCheck::internalVersionKeyError()
 {
-    emit sigMsgBox(ErrorTexts::Error, tr("A software update is available but the checksum is invalid."));
+    whenNoJob([this] {
+        emit sigMsgBox(ErrorTexts::Error, tr("A software update is available but the checksum is invalid."));
+    });
 }
 
 void SWCheck::swInternFinished()
@@ -75,6 +92,11 @@ void SWCheck::internalNewVersion()
                                .arg(QStringLiteral("Morvanta")));
         return;
     }
+    whenNoJob([this] { offerUpgrade(); });
+}
+
+void SWCheck::offerUpgrade()
+{
     const QString updater = settings->getValue(QStringLiteral("fenupdaterpath"));
     const QString id = settings->getValue(QStringLiteral("fenupdater_id"));
     const QString installFolder = QDir(QDir::currentPath()).absolutePath();

@@ -4,6 +4,9 @@
 #include "app/searchoptions.h"
 
 #include <QObject>
+#include <QTimer>
+
+#include <functional>
 
 class Settings;
 class SWCheckIntern;
@@ -18,6 +21,9 @@ public:
     ~SWCheck() override;
 
     void checkForNewVersion();
+    // Whether a job runs (a flash, a download, a stick, the wizard): a question or a box
+    // of the check waits until it has ended, so the hand-off never cuts one short.
+    void setJobRunning(std::function<bool()> running) { jobRunning = std::move(running); }
 
 signals:
     void sigMsgBox(ErrorTexts::errorLevel level, QString text);
@@ -29,8 +35,13 @@ public slots:
 
 private:
     void abandonCheck();
+    void whenNoJob(std::function<void()> action);
+    void offerUpgrade();
 
     SWCheckIntern *swCheckIntern = nullptr;
     Settings *settings;
     SearchOptions options;
+    std::function<bool()> jobRunning;
+    std::function<void()> waiting; // what waits for the job to end
+    QTimer jobWatch;
 };
