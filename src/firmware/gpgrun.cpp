@@ -82,6 +82,13 @@ GpgOutcome runGpg(QProcess &process, const QString &gpgPath, const QStringList &
                 openError = true;
         },
         &stop, 3000);
+    // A full disk is no bad signature, whatever the user is told: the log says which.
+    for (const char *mark : {"No space left on device", "write error", "error writing", "error flushing"}) {
+        if (output.contains(mark)) {
+            qWarning() << "GPG could not write the checked archive:" << quoted(QString::fromLatin1(mark));
+            break;
+        }
+    }
     const bool good = result.succeeded() && !openError && !overflow && signedByOurRing(output);
     // gpg writes the content before it has checked the signature: nothing of a failed
     // run may stay behind to be mistaken for a checked archive.

@@ -9,7 +9,9 @@
 #include <QtDebug>
 
 #include <cerrno>
+#include <limits>
 #include <zip.h>
+#include <zlib.h>
 
 namespace {
 // One buffer for all entries of an archive, so memory does not grow with entry sizes.
@@ -44,6 +46,33 @@ bool meetsLink(const QString &outDir, const QString &name)
     }
     return false;
 }
+
+// What lies on disk is the entry: read back, its size and CRC are the archive's.
+bool matchesEntry(const QString &path, const zip_stat_t &stat, char *buffer, int bufferSize)
+{
+    QFile written(path);
+    if (!written.open(QIODevice::ReadOnly))
+        return false;
+    uLong crc = crc32(0L, Z_NULL, 0);
+    quint64 size = 0;
+    for (;;) {
+        const qint64 length = written.read(buffer, bufferSize);
+        if (length < 0)
+            return false;
+        if (length == 0)
+            break;
+        crc = crc32(crc, reinterpret_cast<const Bytef *>(buffer), uInt(length));
+        size += quint64(length);
+    }
+    const bool sizeOk = !(stat.valid & ZIP_STAT_SIZE) || size == stat.size;
+    const bool crcOk = !(stat.valid & ZIP_STAT_CRC) || crc == stat.crc;
+    if (!sizeOk || !crcOk)
+        qDebug() << quoted(QStringLiteral("Unpacked file differs from the archive: [%1] %2 of %3 bytes")
+                               .arg(path)
+                               .arg(size)
+                               .arg(stat.size));
+    return sizeOk && crcOk;
+}
 } // namespace
 
 bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buffer, int bufferSize)
@@ -52,8 +81,9 @@ bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buf
         qDebug() << "zip file, buffer or buffer size is 0";
         return false;
     }
+    // Unbuffered: a full disk shows at the write that meets it, not later.
     QFile out(path);
-    if (!out.open(QIODevice::WriteOnly)) {
+    if (!out.open(QIODevice::WriteOnly | QIODevice::Unbuffered)) {
         qDebug() << quoted(QStringLiteral("Cannot open file: [%1]").arg(path));
         return false;
     }
@@ -69,8 +99,16 @@ bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buf
             qDebug() << "zip_fread returned no data before the end of the entry";
             return false;
         }
-        out.write(buffer, length);
+        if (out.write(buffer, length) != length) {
+            qDebug() << quoted(QStringLiteral("Cannot write file: [%1] %2").arg(path, out.errorString()));
+            return false;
+        }
         done += quint64(length);
+    }
+    out.close();
+    if (out.error() != QFileDevice::NoError) {
+        qDebug() << quoted(QStringLiteral("Cannot close file: [%1] %2").arg(path, out.errorString()));
+        return false;
     }
     return true;
 }
@@ -147,10 +185,16 @@ bool unzipFile(const QString &archive, const QString &outDir)
                 }
             }
         }
-        if (!writeZipEntry(entry, unsigned(stat.size), outDir + QDir::separator() + nativeName, buffer.data(),
-                           bufferSize))
-            ok = false;
+        const QString target = outDir + QDir::separator() + nativeName;
+        // An entry too large to count in an unsigned would be cut short when written.
+        const bool written = stat.size <= std::numeric_limits<unsigned>::max() &&
+                             writeZipEntry(entry, unsigned(stat.size), target, buffer.data(), bufferSize);
         zip_fclose(entry);
+        if (!written || !matchesEntry(target, stat, buffer.data(), bufferSize)) {
+            // Half a file must not be taken for a firmware by the steps after this one.
+            QFile::remove(target);
+            ok = false;
+        }
     }
     zip_close(zip);
 
