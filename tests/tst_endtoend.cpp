@@ -12,6 +12,8 @@
 #include <QScopeGuard>
 #include <QTest>
 
+#include <optional>
+
 #include <csignal>
 #include <sys/stat.h>
 
@@ -212,33 +214,17 @@ private slots:
         if (QProcess::execute("mount", {"-t", "tmpfs", "tmpfs", "/mnt"}) != 0)
             QSKIP("needs a mount namespace of its own");
         const QString file = Deployment::networkVersionFile;
-        QProcess server;
-        const auto unmount = qScopeGuard([&] {
-            ::kill(pid_t(server.processId()), SIGCONT);
-            QProcess::execute("umount", {"-l", "/mnt"});
-        });
+        const auto unmount = qScopeGuard([] { QProcess::execute("umount", {"-l", "/mnt"}); });
         QDir().mkpath(QFileInfo(file).path());
+        std::optional<TestSupport::FuseShare> stopped;
         if (share == "fifo") {
             QCOMPARE(mkfifo(QFile::encodeName(file).constData(), 0644), 0);
         } else {
-            const QString image = firmware.path() + "/share.img";
-            QFile disk(image);
-            QVERIFY(disk.open(QIODevice::WriteOnly | QIODevice::Truncate) && disk.resize(16 << 20));
-            disk.close();
-            QCOMPARE(QProcess::execute("/sbin/mkfs.vfat", {"-F", "16", image}), 0);
-            const QString mountPoint = QFileInfo(file).path();
-            server.start("fusefat", {"-f", "-o", "rw+", image, mountPoint});
-            server.waitForStarted();
-            QDeadlineTimer deadline(5000);
-            const auto mounted = [&] {
-                return TestSupport::readFile("/proc/self/mountinfo").contains(" " + QFile::encodeName(mountPoint) + " ");
-            };
-            while (!mounted() && server.state() == QProcess::Running && !deadline.hasExpired())
-                QTest::qWait(100);
-            if (!mounted())
+            stopped.emplace(firmware.path() + "/share.img", QFileInfo(file).path());
+            if (!stopped->isMounted())
                 QSKIP("needs FUSE (/dev/fuse) in a mount namespace of its own");
             QVERIFY(TestSupport::writeFile(file, "[General]\n"));
-            ::kill(pid_t(server.processId()), SIGSTOP);
+            stopped->stop();
         }
         Sandbox sandbox;
         sandbox.writeConfig({{"Mode", "internal"}, {"language", "English"}}); // a key in the maker's case

@@ -4,12 +4,20 @@
 #include "firmwarekit.h"
 #include "testsupport.h"
 
+#include "platform/ownedfolder.h"
+#include "platform/platform.h"
+#include "platform/portlock.h"
+
 #include <QDir>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
 
+#include <QScopeGuard>
+
 #include <csignal>
+#include <optional>
+#include <sys/stat.h>
 
 using TestSupport::EmulatedBus;
 using TestSupport::FirmwareKit;
@@ -138,11 +146,15 @@ private slots:
     {
         const QString rec = sandbox.root() + "/received/";
         EmulatedBus bus({"record=" + rec + "good1", "port=2,record=" + rec + "good2", "port=3,scenario=stall",
-                         "port=4,scenario=pulled", "port=5,scenario=stays-old"});
+                         "port=4,scenario=pulled", "port=5,scenario=stays-old", "port=6,record=" + rec + "plain"});
         QVERIFY(bus.isUp());
-        Run runs[5];
+        const QString plainZips = sandbox.root() + "/plain";
+        QDir().mkpath(plainZips);
+        QCOMPARE(kit.makePackage(plainZips, "Tessel_NINE_V1_2_4", 1, 1, fileSize, false).size(), 2);
+        Run runs[6];
         for (int i = 0; i < 5; ++i)
             start(runs[i], {"flash", "--json", "--port", QString("1-%1").arg(i + 1), firmware});
+        start(runs[5], {"flash", "--json", "--zip", "--port", "1-6", plainZips});
         for (Run &run : runs)
             QVERIFY(finish(run));
         QStringList results;
@@ -151,6 +163,9 @@ private slots:
             const QJsonObject result = run.last("result");
             QCOMPARE(result, run.events.last());
             QCOMPARE(result["exitCode"].toInt(), run.process->exitCode());
+            // Whether the signature was checked, at the start and at the end.
+            QCOMPARE(result["signed"].toBool(), &run != &runs[5]);
+            QCOMPARE(run.last("start")["signed"], result["signed"]);
             results << QStringList{QString::number(run.process->exitCode()), result["port"].toString(),
                                    result["before"].toString(), result["after"].toString(),
                                    run.last("error")["text"].toString().simplified().left(44)}
@@ -159,62 +174,186 @@ private slots:
         QCOMPARE(results, (QStringList{"0 1-1 1_2_3 1_2_4 ", "0 1-2 1_2_3 1_2_4 ",
                                        "2 1-3 1_2_3  Flashing not completed Error during download",
                                        "2 1-4 1_2_3  Flashing not completed Error during download",
-                                       "2 1-5 1_2_3 1_2_3 The device on port 1-5 runs 1_2_3, not 1_2_4"}));
+                                       "2 1-5 1_2_3 1_2_3 The device on port 1-5 runs 1_2_3, not 1_2_4",
+                                       "0 1-6 1_2_3 1_2_4 "}));
         QCOMPARE(received("good1"), flashed);
         QCOMPARE(received("good2"), flashed);
+        QCOMPARE(received("plain"), flashed);
         QCOMPARE(workingFolders(), QStringList{});
     }
 
+    // Runs that end before any transfer. Each also finds the folders of two earlier runs:
+    // one killed outright (gone with this run) and one still under way (left alone).
     void refusals_data()
     {
         QTest::addColumn<QStringList>("devices");
         QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("firmware"); // "": the signed package; fifo; nogpg; locked (port 1-1 held)
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("error");
-        QTest::newRow("two devices and no port") << QStringList{"port=1", "port=2"} << QStringList{} << 2
+        const QStringList one{"port=1"};
+        QTest::newRow("two devices and no port") << QStringList{"port=1", "port=2"} << QStringList{} << "" << 2
                                                  << "More than one DFU capable USB device found: ports 1-1, 1-2.";
-        QTest::newRow("no device on the port") << QStringList{"port=1"} << QStringList{"--port", "1-7"} << 2
+        QTest::newRow("no device on the port") << one << QStringList{"--port", "1-7"} << "" << 2
                                                << "Device is not connected";
-        QTest::newRow("a time limit") << QStringList{"port=1"} << QStringList{"--timeout", "3"} << 2
-                                      << "Time limit of 3 s reached";
-        QTest::newRow("no number of seconds") << QStringList{"port=1"} << QStringList{"--timeout", "soon"} << 64 << "";
+        QTest::newRow("a time limit") << one << QStringList{"--timeout", "3"} << "" << 2 << "Time limit of 3 s reached";
+        QTest::newRow("a FIFO for firmware") << one << QStringList{"--timeout", "30"} << "fifo" << 2
+                                             << sandbox.root() + "/Tessel_NINE_V1_2_4.OS.zip.gpg is not a regular file";
+        QTest::newRow("no gpg and no --zip") << one << QStringList{} << "nogpg" << 2 << "No gpg beside morvanta-station";
+        QTest::newRow("the port held by another run") << one << QStringList{"--port", "1-1"} << "locked" << 2
+                                                      << "Another run is flashing the device on port 1-1";
+        for (const char *seconds : {"soon", "0", "86401", "4294968"})
+            QTest::addRow("--timeout %s", seconds) << one << QStringList{"--timeout", seconds} << "" << 64 << "";
     }
 
     void refusals()
     {
         QFETCH(QStringList, devices);
         QFETCH(QStringList, args);
+        QFETCH(QString, firmware);
         QFETCH(QString, error);
         EmulatedBus bus(devices);
         QVERIFY(bus.isUp());
+        QString path = this->firmware;
+        PortLock otherRun;
+        if (firmware == "fifo") {
+            path = sandbox.root() + "/Tessel_NINE_V1_2_4.OS.zip.gpg";
+            QCOMPARE(mkfifo(QFile::encodeName(path).constData(), 0644), 0);
+        } else if (firmware == "nogpg") {
+            QVERIFY(QFile::rename(sandbox.app() + "/gpg", sandbox.app() + "/gpg.away"));
+        } else if (firmware == "locked") {
+            QVERIFY(otherRun.lock("1-1"));
+        }
+        const auto restore = qScopeGuard([&] {
+            QFile::remove(sandbox.root() + "/Tessel_NINE_V1_2_4.OS.zip.gpg");
+            QFile::rename(sandbox.app() + "/gpg.away", sandbox.app() + "/gpg");
+        });
+        QDir().mkpath(sandbox.workingRoot());
+        QFile::setPermissions(sandbox.workingRoot(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QVERIFY(TestSupport::writeFile(sandbox.workingRoot() + "/station-killed/.owner", ""));
+        OwnedFolder running;
+        const QString runningFolder = QFileInfo(running.make(sandbox.workingRoot() + "/station-")).fileName();
+        QVERIFY(!runningFolder.isEmpty());
+
         Run run;
-        start(run, QStringList{"flash", "--json"} + args + QStringList{firmware});
-        QVERIFY(finish(run));
+        start(run, QStringList{"flash", "--json"} + args + QStringList{path});
+        QVERIFY(finish(run, 30000));
         QTEST(run.process->exitCode(), "exitCode");
         if (!error.isEmpty()) {
             QVERIFY2(run.has(error), qPrintable(QJsonDocument(run.events.value(0)).toJson()));
-            QCOMPARE(run.events.last()["event"].toString(), QString("result"));
+            QCOMPARE(run.events.last()["event"].toString(), firmware == "nogpg" ? QString("error") : QString("result"));
         }
-        QCOMPARE(workingFolders(), QStringList{});
+        // A run refused before it starts touches nothing.
+        const bool started = run.process->exitCode() != 64 && firmware != "nogpg";
+        QStringList left{runningFolder};
+        if (!started)
+            left << "station-killed";
+        left.sort();
+        QStringList found = workingFolders();
+        found.sort();
+        QCOMPARE(found, left);
         QCOMPARE(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 0);
+        running.release();
+        QVERIFY(Platform::removeTree(sandbox.workingRoot() + "/" + runningFolder));
+        QVERIFY(Platform::removeTree(sandbox.workingRoot() + "/station-killed"));
     }
 
-    // Stopped mid-run as a script stops it: the tool goes with it, and the working folder.
-    void stoppedBySigterm()
+    // Stopped as a script stops it, whatever the run waits on: the tool goes with it,
+    // and the working folder. A share whose server is stopped holds every look at the
+    // firmware in the kernel; the run ends all the same.
+    void stopped_data()
     {
+        QTest::addColumn<QString>("firmware"); // flashing: the package; share: on a stopped share
+        QTest::addColumn<int>("signal");       // 0: the time limit of 3 s
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("SIGTERM while flashing") << "flashing" << SIGTERM << 1;
+        QTest::newRow("SIGINT while flashing") << "flashing" << SIGINT << 1;
+        QTest::newRow("SIGTERM, firmware on a stopped share") << "share" << SIGTERM << 1;
+        QTest::newRow("time limit, firmware on a stopped share") << "share" << 0 << 2;
+    }
+
+    void stopped()
+    {
+        QFETCH(QString, firmware);
+        QFETCH(int, signal);
         EmulatedBus bus({"port=1"});
         QVERIFY(bus.isUp());
+        QString path = this->firmware;
+        std::optional<TestSupport::FuseShare> share;
+        if (firmware == "share") {
+            share.emplace(sandbox.root() + "/share.img", sandbox.root() + "/share");
+            if (!share->isMounted())
+                QSKIP("needs FUSE (/dev/fuse) in a mount namespace of its own");
+            for (const QString &name : QDir(this->firmware).entryList(QDir::Files))
+                QVERIFY(QFile::copy(this->firmware + "/" + name, sandbox.root() + "/share/" + name));
+            share->stop();
+            path = sandbox.root() + "/share";
+        }
         Run run;
-        start(run, {"flash", "--json", firmware});
-        QVERIFY(finish(run, 30000, "Search for DFU USB device"));
-        QTRY_COMPARE_WITH_TIMEOUT(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 1, 10000);
-        ::kill(pid_t(run.process->processId()), SIGTERM);
+        start(run, {"flash", "--json", "--timeout", "3", path});
+        if (firmware == "flashing") {
+            QVERIFY(finish(run, 30000, "Search for DFU USB device"));
+            QTRY_COMPARE_WITH_TIMEOUT(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 1, 10000);
+        } else {
+            QTest::qWait(1000);
+        }
+        QElapsedTimer sent;
+        sent.start();
+        if (signal != 0)
+            ::kill(pid_t(run.process->processId()), signal);
         QVERIFY(finish(run, 10000));
+        QVERIFY2(sent.elapsed() < 8000, qPrintable(QString::number(sent.elapsed())));
         QCOMPARE(run.process->exitStatus(), QProcess::NormalExit);
-        QCOMPARE(run.process->exitCode(), 1);
-        QCOMPARE(run.last("result")["exitCode"].toInt(), 1);
+        QTEST(run.process->exitCode(), "exitCode");
+        QTEST(run.last("result")["exitCode"].toInt(), "exitCode");
         QCOMPARE(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 0);
         QCOMPARE(workingFolders(), QStringList{});
+    }
+
+    // A working folder that fills up while the package is checked and unpacked: the
+    // device gets the package whole or nothing of it, and the run says why.
+    void fullWorkingFolder_data()
+    {
+        QTest::addColumn<int>("kib"); // the size of the file system under the working folder
+        for (int kib : {8, 24, 48})
+            QTest::addRow("%d KiB", kib) << kib;
+    }
+
+    void fullWorkingFolder()
+    {
+        QFETCH(int, kib);
+        const QString tmp = sandbox.root() + "/small-tmp";
+        QDir().mkpath(tmp);
+        if (QProcess::execute("mount", {"-t", "tmpfs", "-o", QString("size=%1k,mode=700").arg(kib), "tmpfs", tmp}) != 0)
+            QSKIP("needs a mount namespace of its own");
+        const auto unmount = qScopeGuard([&] { QProcess::execute("umount", {tmp}); });
+        const QString folder = sandbox.root() + "/five";
+        const QString record = sandbox.root() + "/received/full" + QString::number(kib);
+        if (QDir().mkpath(folder) && QDir(folder).isEmpty())
+            QCOMPARE(kit.makePackage(folder, "Tessel_NINE_V1_2_4", 3, 2, 10000, true).size(), 2);
+        const QList<QByteArray> whole = FirmwareKit::flashedImages({"os"}, 3, 10000, "V1_2_4") +
+                                        FirmwareKit::flashedImages({"pr"}, 2, 10000, "V1_2_4");
+        EmulatedBus bus({"port=1,record=" + record});
+        QVERIFY(bus.isUp());
+        Run run;
+        QProcessEnvironment env = sandbox.environment();
+        env.remove("DISPLAY");
+        env.insert("TMPDIR", tmp);
+        run.process->setProcessEnvironment(env);
+        run.process->start(sandbox.app() + "/morvanta-station", {"flash", "--json", folder});
+        QVERIFY(finish(run));
+        const QList<QByteArray> got = EmulatedBus::received(record);
+        if (run.process->exitCode() == 0) {
+            QCOMPARE(got, whole);
+        } else {
+            QCOMPARE(run.process->exitCode(), 2);
+            QCOMPARE(got, QList<QByteArray>{});
+            const QString text = run.last("error")["text"].toString();
+            QVERIFY2(text.startsWith("Error in firmware extraction") || text.startsWith("Invalid digital signature") ||
+                         text.startsWith("Cannot prepare the working folder"),
+                     qPrintable(text));
+        }
+        qInfo("%d KiB: exit %d, %s", kib, run.process->exitCode(), qPrintable(run.last("error")["text"].toString().left(40)));
     }
 
     // The wizard's two stages without a person: the device restarts after its boot

@@ -7,6 +7,7 @@
 #include "app/errortexts.h"
 #include "app/log.h"
 #include "app/settings.h"
+#include "app/toolrun.h"
 #include "firmware/devicelisting.h"
 #include "platform/stopsignals.h"
 
@@ -15,8 +16,12 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
+// A day: a run that needs longer is stuck.
+constexpr int maxTimeoutSeconds = 86400;
+
 void quietHandler(QtMsgType, const QMessageLogContext &, const QString &)
 {
 }
@@ -81,8 +86,8 @@ int main(int argc, char **argv)
         // list takes --json only
     } else if (command != QLatin1String("flash") || words.size() != 2) {
         return usageError(parser, QStringLiteral("say \"list\", or \"flash\" and one FIRMWARE"));
-    } else if (!timeoutOk || seconds <= 0) {
-        return usageError(parser, QStringLiteral("--timeout needs a number of seconds above 0"));
+    } else if (!timeoutOk || seconds < 1 || seconds > maxTimeoutSeconds) {
+        return usageError(parser, QStringLiteral("--timeout takes 1 to %1 seconds").arg(maxTimeoutSeconds));
     }
 
     if (parser.isSet(log)) {
@@ -102,7 +107,15 @@ int main(int argc, char **argv)
     options.firmware = words.value(1);
     options.port = parser.value(port);
     options.bootLoader = parser.value(bootLoader);
-    options.zip = parser.isSet(zip) || !settings.isGpgAvailable();
+    // Unchecked firmware only when asked for: a missing gpg must not pass for a choice.
+    if (!parser.isSet(zip) && !settings.isGpgAvailable()) {
+        output.error(QStringLiteral("No %1 beside morvanta-station (%2): signatures cannot be checked. "
+                                    "Give --zip to flash plain zip packages.")
+                         .arg(Settings::toolName(QStringLiteral("gpg")), unquotedProgram(settings.getGpgPath())));
+        return 2;
+    }
+    output.setSigned(!parser.isSet(zip));
+    options.zip = parser.isSet(zip);
     options.timeoutSeconds = seconds;
     StationRun run(&settings, &output, options);
 
@@ -110,7 +123,14 @@ int main(int argc, char **argv)
     if (!stopSignals.isValid())
         return 2;
     QObject::connect(&stopSignals, &StopSignals::stopRequested, &run, &StationRun::stop);
-    QObject::connect(&run, &StationRun::finished, &app, [](int code) { QCoreApplication::exit(code); });
+    QObject::connect(&run, &StationRun::finished, &app, [&run](int code) {
+        // A thread held by a dead share would keep the process alive at its end.
+        if (run.leftThreadsBehind()) {
+            std::fflush(stdout);
+            std::_Exit(code);
+        }
+        QCoreApplication::exit(code);
+    });
     QTimer::singleShot(0, &run, &StationRun::start);
     return QCoreApplication::exec();
 }

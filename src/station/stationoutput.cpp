@@ -70,11 +70,12 @@ void StationOutput::start(const QString &port, const QStringList &firmware, cons
 {
     if (json) {
         emitEvent({{"event", "start"}, {"port", port}, {"firmware", QJsonArray::fromStringList(firmware)},
-                   {"version", packageVersion}, {"before", textOrNull(deviceVersion)}});
+                   {"version", packageVersion}, {"before", textOrNull(deviceVersion)}, {"signed", signedPackage}});
         return;
     }
-    line(QStringLiteral("Flashing version %1 onto the Tessel NINE on port %2, which runs %3")
-             .arg(packageVersion, port, deviceVersion.isEmpty() ? QStringLiteral("no firmware in sight") : deviceVersion));
+    line(QStringLiteral("Flashing version %1 onto the Tessel NINE on port %2, which runs %3; %4")
+             .arg(packageVersion, port, deviceVersion.isEmpty() ? QStringLiteral("no firmware in sight") : deviceVersion,
+                  signedText()));
 }
 
 void StationOutput::stage(const QString &text)
@@ -134,16 +135,22 @@ void StationOutput::result(int exitCode, const QString &port, const QString &bef
     if (json) {
         emitEvent({{"event", "result"}, {"exitCode", exitCode}, {"port", textOrNull(port)},
                    {"before", textOrNull(before)}, {"after", textOrNull(after)},
-                   {"seconds", qRound(seconds * 10) / 10.0}});
+                   {"seconds", qRound(seconds * 10) / 10.0}, {"signed", signedPackage}});
         return;
     }
     const QString how = exitCode == 0 ? QStringLiteral("Flashed and verified")
                         : exitCode == 1 ? QStringLiteral("Stopped")
                                         : QStringLiteral("Failed");
-    line(QStringLiteral("%1 (exit %2): port %3, version %4 before, %5 now, %6 s")
+    line(QStringLiteral("%1 (exit %2): port %3, version %4 before, %5 now, %6 s; %7")
              .arg(how)
              .arg(exitCode)
              .arg(port.isEmpty() ? QStringLiteral("-") : port, before.isEmpty() ? QStringLiteral("-") : before,
                   after.isEmpty() ? QStringLiteral("-") : after)
-             .arg(seconds, 0, 'f', 1));
+             .arg(seconds, 0, 'f', 1)
+             .arg(signedText()));
+}
+
+QString StationOutput::signedText() const
+{
+    return signedPackage ? QStringLiteral("signature checked") : QStringLiteral("plain zip, no signature checked");
 }

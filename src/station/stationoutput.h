@@ -16,6 +16,8 @@ class StationOutput
 public:
     explicit StationOutput(bool json, FILE *out = stdout);
 
+    // Whether the run checks the package's signature: said at its start and its end.
+    void setSigned(bool checked) { signedPackage = checked; }
     void device(const ListedDevice &device);
     void start(const QString &port, const QStringList &firmware, const QString &packageVersion,
                const QString &deviceVersion);
@@ -29,10 +31,12 @@ private:
     void emitEvent(const QJsonObject &event);
     void line(const QString &text);
     void endProgressLine();
+    QString signedText() const;
 
     bool json;
     bool terminal;
     FILE *out;
+    bool signedPackage = true;
     bool progressShown = false;
     int lastPercent = -1;
 };

@@ -14,6 +14,8 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <thread>
+
 namespace {
 // After a boot loader the device restarts: the first look for it comes when the
 // restart dialog of the window takes its first look.
@@ -21,11 +23,62 @@ constexpr int restartMs = 8000;
 // A flashed device is back in run-time mode at once, or very soon.
 constexpr int backAfterFlashMs = 30000;
 constexpr int lookEveryMs = 500;
+// An ended run's worker kills its tool within a moment; one that does not answer by
+// then is stuck in the kernel, and the run ends without it.
+constexpr int workerGraceMs = 3000;
 
 // The window's own words, in the window's translation contexts.
 QString windowText(const char *context, const char *text)
 {
     return QCoreApplication::translate(context, text);
+}
+
+// A FIFO or a device would hold the first read of it for ever.
+bool isRegularFile(const QString &path)
+{
+    return QFileInfo(path).isFile();
+}
+
+// Runs on a thread of its own: every look at the firmware may hang on a dead share.
+StationRun::FirmwareChoice chooseFirmware(const StationRun::Options &options)
+{
+    StationRun::FirmwareChoice choice;
+    QString path = options.firmware;
+    if (QFileInfo(path).isDir()) {
+        SearchOptions search;
+        search.searchPath = path;
+        path = findNewestFirmware(search, options.zip);
+        if (path.isEmpty()) {
+            choice.error = windowText("Dialog", "No firmware file in directory");
+            return choice;
+        }
+    } else if (QFileInfo::exists(path) && !isRegularFile(path)) {
+        choice.error = QStringLiteral("%1 is not a regular file").arg(path);
+        return choice;
+    }
+    Fileverify verify(path);
+    const int result = verify.verify(Fileverify::TesselNINE);
+    if (result != Fileverify::FilesFound) {
+        choice.error = Fileverify::resultText(result);
+        return choice;
+    }
+    choice.files = verify.getFlashFiles();
+    if (!options.bootLoader.isEmpty()) {
+        if (!isBootLoaderFile(options.bootLoader)) {
+            choice.error = windowText("WizardPageBootLoaderSelect", "Selected file is no boot loader\nfile or does not exist!");
+            return choice;
+        }
+        choice.files.prepend(QFileInfo(options.bootLoader).absoluteFilePath());
+    }
+    for (const QString &file : std::as_const(choice.files)) {
+        if (!isRegularFile(file)) {
+            choice.error = QStringLiteral("%1 is not a regular file").arg(file);
+            return choice;
+        }
+    }
+    QString firmwareFile = choice.files.value(options.bootLoader.isEmpty() ? 0 : 1);
+    choice.version = Version::fileVersion(firmwareFile, Settings::getTesselNINEName(), &choice.hasV);
+    return choice;
 }
 } // namespace
 
@@ -39,6 +92,11 @@ StationRun::StationRun(Settings *settings, StationOutput *output, Options option
     });
     devicePoll.setSingleShot(true);
     connect(&devicePoll, &QTimer::timeout, this, &StationRun::lookForDevice);
+    workerGrace.setSingleShot(true);
+    connect(&workerGrace, &QTimer::timeout, this, [this] {
+        leftBehind = true;
+        finishWhenWorkerGone();
+    });
 }
 
 StationRun::~StationRun()
@@ -50,7 +108,38 @@ StationRun::~StationRun()
 void StationRun::start()
 {
     clock.start();
-    if (!chooseFirmware() || !chooseDevice()) {
+    // Folders of runs that were killed outright (SIGKILL, power cut) go now.
+    OwnedFolder::removeAbandoned(Platform::workingRoot() + QLatin1String("/station-"));
+    // From the first look at the firmware on: that look may be what hangs.
+    timeLimit.start(options.timeoutSeconds * 1000);
+    checking = true;
+    QPointer<StationRun> self(this);
+    std::thread([self, options = options] {
+        const FirmwareChoice choice = chooseFirmware(options);
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, choice] {
+                if (self)
+                    self->firmwareChosen(choice);
+            },
+            Qt::QueuedConnection);
+    }).detach();
+}
+
+void StationRun::firmwareChosen(const FirmwareChoice &choice)
+{
+    checking = false;
+    if (ending >= 0)
+        return;
+    if (!choice.error.isEmpty()) {
+        fail(choice.error);
+        end(2);
+        return;
+    }
+    files = choice.files;
+    packageVersion = choice.version;
+    packageHasV = choice.hasV;
+    if (!chooseDevice()) {
         end(2);
         return;
     }
@@ -59,7 +148,6 @@ void StationRun::start()
         end(2);
         return;
     }
-    timeLimit.start(options.timeoutSeconds * 1000);
     startWorker();
 }
 
@@ -69,37 +157,6 @@ void StationRun::stop()
         return;
     fail(QStringLiteral("Stopped by a signal"));
     end(1);
-}
-
-bool StationRun::chooseFirmware()
-{
-    QString path = options.firmware;
-    if (QFileInfo(path).isDir()) {
-        SearchOptions search;
-        search.searchPath = path;
-        path = findNewestFirmware(search, options.zip);
-        if (path.isEmpty()) {
-            fail(windowText("Dialog", "No firmware file in directory"));
-            return false;
-        }
-    }
-    Fileverify verify(path);
-    const int result = verify.verify(Fileverify::TesselNINE);
-    if (result != Fileverify::FilesFound) {
-        fail(Fileverify::resultText(result));
-        return false;
-    }
-    files = verify.getFlashFiles();
-    QString name = files.value(0);
-    packageVersion = Version::fileVersion(name, Settings::getTesselNINEName(), &packageHasV);
-    if (!options.bootLoader.isEmpty()) {
-        if (!isBootLoaderFile(options.bootLoader)) {
-            fail(windowText("WizardPageBootLoaderSelect", "Selected file is no boot loader\nfile or does not exist!"));
-            return false;
-        }
-        files.prepend(QFileInfo(options.bootLoader).absoluteFilePath());
-    }
-    return true;
 }
 
 bool StationRun::chooseDevice()
@@ -126,6 +183,12 @@ bool StationRun::chooseDevice()
         fail(ErrorTexts::deviceNotConnected(accessDenied));
         return false;
     }
+    if (!portLock.lock(chosen->port)) {
+        fail(portLock.error().isEmpty()
+                 ? QStringLiteral("Another run is flashing the device on port %1").arg(chosen->port)
+                 : QStringLiteral("Cannot lock port %1: %2").arg(chosen->port, portLock.error()));
+        return false;
+    }
     port = chosen->port;
     before = chosen->version;
     return true;
@@ -133,7 +196,7 @@ bool StationRun::chooseDevice()
 
 bool StationRun::prepareWorkingFolder()
 {
-    workingFolder = Platform::makePrivateFolder(Platform::workingRoot() + QLatin1String("/station-"));
+    workingFolder = ownedFolder.make(Platform::workingRoot() + QLatin1String("/station-"));
     if (workingFolder.isEmpty()) {
         fail(QStringLiteral("Cannot make a working folder in %1").arg(Platform::workingRoot()));
         return false;
@@ -262,14 +325,20 @@ void StationRun::end(int exitCode)
         worker->abortFlashing();
         worker->abortByUser();
     }
+    // A look at the firmware still under way may never return.
+    leftBehind = checking;
+    if (worker && !workerGone)
+        workerGrace.start(workerGraceMs);
     finishWhenWorkerGone();
 }
 
 void StationRun::finishWhenWorkerGone()
 {
-    if (ending < 0 || reported || (worker && !workerGone))
+    if (ending < 0 || reported || (worker && !workerGone && !leftBehind))
         return;
+    workerGrace.stop();
     reported = true;
+    ownedFolder.release();
     if (!workingFolder.isEmpty() && !Settings::removeFolder(workingFolder))
         output->error(QStringLiteral("Cannot remove the working folder %1").arg(workingFolder));
     output->result(ending, port, before, after, clock.elapsed() / 1000.0);

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "platform/ownedfolder.h"
+#include "platform/portlock.h"
+
 #include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
@@ -29,18 +32,29 @@ public:
         int timeoutSeconds = 600;
     };
 
+    // The package's files and version, or why there is none.
+    struct FirmwareChoice {
+        QStringList files;
+        QString version;
+        bool hasV = false;
+        QString error;
+    };
+
     StationRun(Settings *settings, StationOutput *output, Options options, QObject *parent = nullptr);
     ~StationRun() override;
 
     void start();
     // SIGINT or SIGTERM: the tool is killed and reaped, the working folder removed.
     void stop();
+    // A thread of the run is still stuck in a kernel call (a dead share): the process
+    // must end without waiting for it.
+    bool leftThreadsBehind() const { return leftBehind; }
 
 signals:
     void finished(int exitCode);
 
 private:
-    bool chooseFirmware();
+    void firmwareChosen(const FirmwareChoice &choice);
     bool chooseDevice();
     bool prepareWorkingFolder();
     void startWorker();
@@ -65,6 +79,9 @@ private:
     QPointer<DFUThread> worker;
     QTimer timeLimit;
     QTimer devicePoll;
+    QTimer workerGrace; // how long an ended run waits for its worker
+    PortLock portLock;
+    OwnedFolder ownedFolder;
     QElapsedTimer clock;
     QElapsedTimer waited;
     int patience = 0; // how long the device may stay away, 0: up to the time limit
@@ -76,4 +93,6 @@ private:
     bool workerEnded = false; // it sent its exit code
     bool workerGone = false;  // its thread has finished
     bool reported = false;
+    bool checking = false;   // the firmware is being looked at
+    bool leftBehind = false;
 };

@@ -591,3 +591,35 @@ UpdateServer::~UpdateServer()
 }
 
 } // namespace TestSupport
+
+TestSupport::FuseShare::FuseShare(const QString &image, const QString &mountPoint) : mountPoint(mountPoint)
+{
+    QFile disk(image);
+    if (!disk.open(QIODevice::WriteOnly | QIODevice::Truncate) || !disk.resize(16 << 20))
+        return;
+    disk.close();
+    QDir().mkpath(mountPoint);
+    if (QProcess::execute("/sbin/mkfs.vfat", {"-F", "16", image}) != 0)
+        return;
+    server.start("fusefat", {"-f", "-o", "rw+", image, mountPoint});
+    server.waitForStarted();
+    QDeadlineTimer deadline(5000);
+    while (!isMounted() && server.state() == QProcess::Running && !deadline.hasExpired())
+        QTest::qWait(100);
+}
+
+TestSupport::FuseShare::~FuseShare()
+{
+    ::kill(pid_t(server.processId()), SIGCONT);
+    QProcess::execute("umount", {"-l", mountPoint});
+}
+
+bool TestSupport::FuseShare::isMounted() const
+{
+    return readFile("/proc/self/mountinfo").contains(" " + QFile::encodeName(mountPoint) + " ");
+}
+
+void TestSupport::FuseShare::stop()
+{
+    ::kill(pid_t(server.processId()), SIGSTOP);
+}

@@ -186,6 +186,22 @@ private:
 
 // The emulated Tessel NINE (tools/tessel-emulator) on a virtual USB bus, with Debian's
 // real dfu-util run by tools/dfu-util-umockdev. Device specs are the emulator's.
+// A FAT image mounted through FUSE (fusefat), whose server can be stopped: then every
+// look at the share hangs in the kernel, as a dead network share does. Needs a mount
+// namespace of the test's own.
+class FuseShare
+{
+public:
+    FuseShare(const QString &image, const QString &mountPoint);
+    ~FuseShare(); // the server goes on and the share goes
+    bool isMounted() const;
+    void stop();
+
+private:
+    QProcess server;
+    QString mountPoint;
+};
+
 class EmulatedBus
 {
 public:
