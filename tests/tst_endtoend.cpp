@@ -72,6 +72,10 @@ private slots:
         QTest::newRow("device error during the flash")
             << QStringList{"-a", "-p", fw + "/good"} << "DFU_SIM_ERROR=Cannot open device: LIBUSB_ERROR_ACCESS"
             << "ERROR" << 2 << 1;
+        // Killed mid-file after words of no known mark: still the box, still the end.
+        QTest::newRow("dfu-util killed mid-file")
+            << QStringList{"-a", "-p", fw + "/good"} << "DFU_SIM_ERROR=Unexpected trouble;DFU_SIM_ERROR_AT=20;DFU_SIM_EXIT=137"
+            << "ERROR" << 2 << 1;
     }
 
     void endings()
