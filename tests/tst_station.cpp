@@ -297,12 +297,9 @@ private slots:
         } else {
             QTest::qWait(1000);
         }
-        QElapsedTimer sent;
-        sent.start();
         if (signal != 0)
             ::kill(pid_t(run.process->processId()), signal);
         QVERIFY(finish(run, 10000));
-        QVERIFY2(sent.elapsed() < 8000, qPrintable(QString::number(sent.elapsed())));
         QCOMPARE(run.process->exitStatus(), QProcess::NormalExit);
         QTEST(run.process->exitCode(), "exitCode");
         QTEST(run.last("result")["exitCode"].toInt(), "exitCode");
@@ -323,8 +320,7 @@ private slots:
     {
         QFETCH(int, kib);
         const QString tmp = sandbox.root() + "/small-tmp";
-        QDir().mkpath(tmp);
-        if (QProcess::execute("mount", {"-t", "tmpfs", "-o", QString("size=%1k,mode=700").arg(kib), "tmpfs", tmp}) != 0)
+        if (!TestSupport::mountTmpfs(tmp, kib))
             QSKIP("needs a mount namespace of its own");
         const auto unmount = qScopeGuard([&] { QProcess::execute("umount", {tmp}); });
         const QString folder = sandbox.root() + "/five";

@@ -105,6 +105,9 @@ private slots:
         QTest::newRow("drive choice cancelled") << "cancel" << 0 << QStringList{} << "" << -1;
         QTest::newRow("stick fills up mid-copy") << "full" << 0 << QStringList{} << "Copy files to destination failed."
                                                  << 0;
+        // The working folder fills up while unpacking: the stick gets no firmware file.
+        QTest::newRow("working folder fills up") << "fullwork" << 0 << QStringList{"Error in writing firmware files to USB"}
+                                                 << "Error in writing firmware files to USB" << 0;
         // FAT through FUSE refuses to replace a folder by rename, and loses a renamed folder's files.
         QTest::newRow("FAT16 stick") << "fat" << 0 << QStringList{done} << completed << 7;
     }
@@ -123,7 +126,9 @@ private slots:
             TestSupport::writeFile(drive + "/.zelko_update/old.sys", "old");
         if (stick == "link")
             QVERIFY(QFile::link(outside, drive + "/.zelko_update"));
-        if (stick == "full" && QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=12k", "tmpfs", drive}) != 0)
+        if (stick == "full" && !TestSupport::mountTmpfs(drive, 12))
+            QSKIP("needs a mount namespace of its own");
+        if (stick == "fullwork" && !TestSupport::mountTmpfs(Platform::instanceFolder(), 24))
             QSKIP("needs a mount namespace of its own");
         const QString image = sandbox.root() + "/fat16.img";
         if (stick == "fat") {
@@ -137,6 +142,8 @@ private slots:
         const auto unmount = qScopeGuard([&] {
             if (stick == "full" || stick == "fat")
                 QProcess::execute("umount", {drive});
+            if (stick == "fullwork")
+                QProcess::execute("umount", {Platform::instanceFolder()});
         });
 
         ModalAnswerer answerer;

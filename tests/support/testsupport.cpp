@@ -623,3 +623,9 @@ void TestSupport::FuseShare::stop()
 {
     ::kill(pid_t(server.processId()), SIGSTOP);
 }
+
+bool TestSupport::mountTmpfs(const QString &path, int kib)
+{
+    QDir().mkpath(path);
+    return QProcess::execute("mount", {"-t", "tmpfs", "-o", QString("size=%1k,mode=700").arg(kib), "tmpfs", path}) == 0;
+}

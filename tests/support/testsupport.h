@@ -229,6 +229,10 @@ private:
 // Live (not yet reaped or zombie) processes with an argument that holds this text.
 int liveProcessesWith(const QString &argument);
 
+// A tmpfs of `kib` KiB on path (made first), only the user's; false where the test has no
+// mount namespace of its own. Umount it with QProcess::execute("umount", {path}).
+bool mountTmpfs(const QString &path, int kib);
+
 QByteArray readFile(const QString &path);
 // Makes the folder it goes into; false if the file could not be written whole.
 bool writeFile(const QString &path, const QByteArray &content = {});
