@@ -12,6 +12,8 @@
 #include <QRegularExpression>
 #include <QTest>
 
+#include <sys/stat.h>
+
 using TestSupport::FirmwareKit;
 using TestSupport::SignalLog;
 
@@ -230,6 +232,7 @@ private slots:
                                                      << "Invalid digital signature" + P;
         QTest::newRow("gpg cannot be started") << "nogpg" << "Error starting GPG, restart again"
                                                << "Error starting GPG, restart again";
+        QTest::newRow("a FIFO for a firmware file") << "fifo" << "Error calculating MD5 Hash" << "Error calculating MD5 Hash";
     }
 
     void packageFaults()
@@ -246,6 +249,8 @@ private slots:
         QStringList files{os, pr};
         if (kind == "notzip")
             QVERIFY(TestSupport::writeFile(pr, "PK but not really"));
+        if (kind == "fifo")
+            QVERIFY(QFile::remove(pr) && mkfifo(QFile::encodeName(pr).constData(), 0644) == 0);
         const bool gpg = kind == "stored" || kind == "nogpg";
         if (gpg) {
             files = {os + ".gpg", pr + ".gpg"};

@@ -4,12 +4,19 @@
 
 #include <QCryptographicHash>
 #include <QFile>
+#include <QFileInfo>
 #include <QtDebug>
 
 bool calculateHashes(const QStringList &files)
 {
     bool ok = true;
     for (const QString &path : files) {
+        // A FIFO or a device would hold the open, or the read, for ever.
+        if (!QFileInfo(path).isFile()) {
+            qDebug() << "Not a regular file: " << quoted(path);
+            ok = false;
+            continue;
+        }
         QFile file(path);
         if (!file.open(QIODevice::ReadOnly)) {
             qDebug() << "Unable to open file: " << quoted(path);
