@@ -318,13 +318,6 @@ private slots:
         sandbox.writeConfig({{"mode", "internal"}});
         sandbox.installProgram({"gpg", "dfu-util"});
         const QProcessEnvironment extra = simulator(sandbox, env);
-        if (extra.contains("WORKING_KIB") &&
-            !TestSupport::mountTmpfs(sandbox.instanceFolder(), extra.value("WORKING_KIB").toInt()))
-            QSKIP("needs a mount namespace of its own");
-        const auto unmount = qScopeGuard([&] {
-            if (extra.contains("WORKING_KIB"))
-                QProcess::execute("umount", {sandbox.instanceFolder()});
-        });
         ProgramRun run(sandbox, args, QString(), extra);
         // A failure waits on its ERROR box, unless the run's end has closed it.
         QDeadlineTimer deadline(60000);
