@@ -20,6 +20,8 @@
 #include <QTextBrowser>
 #include <QWizard>
 
+#include <optional>
+
 using TestSupport::FirmwareKit;
 using TestSupport::ModalAnswerer;
 
@@ -283,18 +285,22 @@ private slots:
         QCOMPARE(TestSupport::lockedJobControls(&dialog), QStringList{});
     }
 
-    // However a job ends, the window is whole again, looked at from the other tab.
+    // However a job ends, the window is whole again, looked at from another tab. A
+    // download that brings no firmware leaves none to flash.
     void lockStateAfterAnEnding_data()
     {
-        QTest::addColumn<QString>("job");   // flash or stick
+        QTest::addColumn<QString>("job");   // flash, stick or download
         QTest::addColumn<QString>("ending"); // done, failed, aborted
         QTest::addColumn<QStringList>("locked");
-        QTest::newRow("flash done") << "flash" << "done" << QStringList{};
-        QTest::newRow("flash failed") << "flash" << "failed" << QStringList{};
-        QTest::newRow("flash aborted") << "flash" << "aborted" << QStringList{};
-        QTest::newRow("stick done") << "stick" << "done" << QStringList{};
-        QTest::newRow("stick failed") << "stick" << "failed" << QStringList{};
-        QTest::newRow("stick aborted") << "stick" << "aborted" << QStringList{"usbDriveStartButton_tessel_nine"};
+        const QStringList noFirmware{"lupdateButton_tessel_nine", "usbDriveStartButton_tessel_nine"};
+        for (const char *ending : {"done", "failed", "aborted"}) {
+            QTest::addRow("flash %s", ending) << "flash" << ending << QStringList{};
+            QTest::addRow("stick %s", ending) << "stick" << ending
+                                              << (ending == QLatin1String("aborted")
+                                                      ? QStringList{"usbDriveStartButton_tessel_nine"} : QStringList{});
+            QTest::addRow("download %s", ending) << "download" << ending
+                                                 << (ending == QLatin1String("done") ? QStringList{} : noFirmware);
+        }
     }
 
     void lockStateAfterAnEnding()
@@ -308,39 +314,54 @@ private slots:
         QStringList files = package;
         if (ending == "failed" && flash)
             qputenv("DFU_SIM_ERROR", "Lost device after RESET?");
-        if (ending == "failed" && !flash) // no "pr" files: the write fails
+        if (ending == "failed" && job == "stick") // no "pr" files: the write fails
             files = kit.makePackage(drive + "-fw", "Tessel_NINE_V1_2_5", 1, 0, 100, true);
         if (ending == "aborted" && flash)
             qputenv("DFU_SIM_HANG_AT", "5");
         const auto restore = qScopeGuard([] { qunsetenv("DFU_SIM_ERROR"); });
+        std::optional<TestSupport::UpdateServer> server;
+        if (job == "download" && ending == "done")
+            server.emplace(QStringLiteral(MORVANTA_TEST_BUILD_DIR) + "/server/tree");
+        else if (job == "download")
+            server.emplace(ending == "failed" ? "status" : "stall", "Tessel_NINE_V9.OS.zip.gpg\nTessel_NINE_V9.PR.zip.gpg\n");
+        QVERIFY(!server || server->isListening());
         ModalAnswerer answerer;
         Dialog dialog(SearchOptions(), false, nullptr);
         dialog.setRemovableDriveSource([&] { return QStringList{drive}; });
         dialog.show();
-        answerer.fileToChoose = files[0];
-        search(dialog)->click();
         auto *pages = child<QTabWidget>(dialog, "tab_tessel_nine_options");
         QPushButton *button = update(dialog);
-        if (!flash) {
+        answerer.plannedButtons = {QMessageBox::Yes};
+        if (job == "download") {
+            answerer.fileToChoose = drive;
+            pages->setCurrentWidget(child<QWidget>(dialog, "tab_tessel_nine_download"));
+            button = child<QPushButton>(dialog, "nsearchButton_tessel_nine");
+        } else {
+            answerer.fileToChoose = files[0];
+            search(dialog)->click();
+        }
+        if (job == "stick") {
             pages->setCurrentWidget(child<QWidget>(dialog, "tab_tessel_nine_usbdrive"));
             button = child<QPushButton>(dialog, "usbDriveStartButton_tessel_nine");
-            button->click();
-            QVERIFY(TestSupport::pickDrive(drive));
-        } else {
-            answerer.plannedButtons = {QMessageBox::Yes};
-            button->click();
         }
-        QTRY_COMPARE_WITH_TIMEOUT(button->text(), QString("Abort"), 20000);
+        const QString idle = button->text();
+        button->click();
+        QVERIFY(job != "stick" || TestSupport::pickDrive(drive));
+        if (job != "download" || ending == "aborted") // a download may be over at once
+            QTRY_COMPARE_WITH_TIMEOUT(button->text(), QString("Abort"), 20000);
         if (ending == "aborted") {
-            QTRY_VERIFY_WITH_TIMEOUT(status(dialog).startsWith(flash ? "Flashing firmware" : "Writing firmware files"),
-                                     30000);
+            if (job != "download")
+                QTRY_VERIFY_WITH_TIMEOUT(status(dialog).startsWith(flash ? "Flashing firmware" : "Writing firmware files"),
+                                         30000);
             answerer.plannedButtons = {QMessageBox::Yes};
             button->click();
         }
-        QTRY_COMPARE_WITH_TIMEOUT(button->text(), QString(flash ? "Update" : "Start"), 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(button->text(), idle, 30000);
         QTest::qWait(300);
         pages->setCurrentWidget(child<QWidget>(dialog, flash ? "tab_tessel_nine_usbdrive" : "tab_tessel_nine_flash"));
         QTEST(TestSupport::lockedJobControls(&dialog), "locked");
+        if (job == "download" && ending != "done") // nothing half-downloaded is left
+            QCOMPARE(QDir(drive).entryList(QDir::Files), QStringList{});
     }
 
     void noDeviceThenConnect()

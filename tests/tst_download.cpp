@@ -5,20 +5,17 @@
 #include "app/settings.h"
 #include "download/filedownloader.h"
 #include "download/httprequester.h"
-#include "ui/dialog.h"
 
 #include "firmwarekit.h"
 #include "testsupport.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
-#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QRegularExpression>
 #include <QSslConfiguration>
-#include <QTabWidget>
 #include <QTest>
 #include <QTreeWidget>
 
@@ -321,75 +318,6 @@ private slots:
         // Nothing from outside reaches the log as a raw control character.
         const QString log = QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/logfile.txt"));
         QVERIFY(!log.contains(QRegularExpression("[\\x00-\\x08\\x0b\\x0c\\x0e-\\x1f\\x7f]")));
-    }
-
-    void abortDuringTheTransfer_data()
-    {
-        QTest::addColumn<int>("protocol");
-        QTest::newRow("HTTP") << int(FileDownloader::Http);
-        QTest::newRow("FTP") << int(FileDownloader::Ftp);
-    }
-
-    void abortDuringTheTransfer()
-    {
-        QFETCH(int, protocol);
-        const auto server = protocol == FileDownloader::Ftp
-                                ? UpdateServer::ftp(bigTree, settings->getFtpPassword(), "stall")
-                                : std::make_unique<UpdateServer>("stall", "Tessel_NINE_V9.OS.zip.gpg\nTessel_NINE_V9.PR.zip.gpg\n");
-        ModalAnswerer answerer;
-        answerer.plannedButtons = {QMessageBox::Yes};
-        const QString folder = store("abort");
-        Run run;
-        run.downloader = std::make_unique<FileDownloader>(nullptr, settings.get(), FileDownloader::Protocol(protocol),
-                                                          FileDownloader::TesselNINELatest, folder, QString());
-        SignalLog log(run.downloader.get());
-        run.downloader->download(false);
-        QTRY_VERIFY2(!log.of("sigProgress").isEmpty(), qPrintable(log.events.join(" / ")));
-        run.downloader->abortAll();
-        QTest::qWait(200);
-        QVERIFY(log.of("sigAbortDownload").isEmpty() && log.of("sigMsgBox").isEmpty());
-        QCOMPARE(filesIn(folder), QStringList{});
-    }
-
-    // However a download from the window ends, the window is whole again.
-    void windowAfterADownload_data()
-    {
-        QTest::addColumn<QString>("ending");
-        QTest::addColumn<QStringList>("locked");
-        const QStringList noFirmware{"lupdateButton_tessel_nine", "usbDriveStartButton_tessel_nine"};
-        QTest::newRow("done") << "done" << QStringList{};
-        QTest::newRow("failed") << "status" << noFirmware;
-        QTest::newRow("aborted") << "stall" << noFirmware;
-    }
-
-    void windowAfterADownload()
-    {
-        QFETCH(QString, ending);
-        std::optional<UpdateServer> server;
-        if (ending == "done")
-            server.emplace(tree);
-        else
-            server.emplace(ending, "Tessel_NINE_V9.OS.zip.gpg\nTessel_NINE_V9.PR.zip.gpg\n");
-        QVERIFY(server->isListening());
-        ModalAnswerer answerer;
-        answerer.fileToChoose = store("window");
-        Dialog dialog(SearchOptions(), false, nullptr);
-        dialog.show();
-        auto *pages = dialog.findChild<QTabWidget *>("tab_tessel_nine_options");
-        pages->setCurrentIndex(2);
-        auto *search = dialog.findChild<QPushButton *>("nsearchButton_tessel_nine");
-        answerer.plannedButtons = {QMessageBox::Yes};
-        search->click();
-        if (ending == "stall") {
-            QTRY_COMPARE_WITH_TIMEOUT(search->text(), QString("Abort"), 10000);
-            answerer.plannedButtons = {QMessageBox::Yes};
-            search->click();
-        }
-        QTRY_COMPARE_WITH_TIMEOUT(search->text(), QString("Search..."), 20000);
-        QTRY_VERIFY(search->isEnabled());
-        QTest::qWait(300);
-        pages->setCurrentIndex(0);
-        QTEST(TestSupport::lockedJobControls(&dialog), "locked");
     }
 
     // Ten seconds of silence end a request; a slow answer that keeps coming does not.
