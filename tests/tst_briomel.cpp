@@ -2,7 +2,6 @@
 // flash through the xmodem-util simulator, as the window shows them.
 #include "app/log.h"
 #include "app/settings.h"
-#include "flash/xmodemrecord.h"
 #include "ui/dialog.h"
 
 #include "testsupport.h"
@@ -73,29 +72,6 @@ private slots:
     {
         qputenv("DETECTOR_SIM_OUTPUT", "1\n");
         qputenv("XMODEM_SIM_MODE", "ok");
-    }
-
-    void records_data()
-    {
-        QTest::addColumn<QString>("chunk");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("loaded");
-        QTest::addColumn<int>("all");
-        const QString rec = "{\"user_message\": \"%1\", \"loaded_size\": %2, \"all_bin_size\": %3, \"status_code\": %4}\n";
-        QTest::newRow("progress") << rec.arg("Sending").arg(1000).arg(4000).arg(0) << 0 << 1000 << 4000;
-        QTest::newRow("first record counts") << rec.arg("a").arg(1).arg(2).arg(0) + rec.arg("b").arg(2).arg(2).arg(6) << 0 << 1 << 2;
-        QTest::newRow("no message, incomplete") << "{\"loaded_size\": 1, \"all_bin_size\": 2, \"status_code\": 6}" << -1 << 0 << 0;
-        QTest::newRow("too large for 32 bits") << rec.arg("x").arg(4294967296LL).arg(4294967296LL).arg(6) << 6 << 0 << 0;
-        QTest::newRow("torn record") << "{\"user_message\": \"Sending\", \"loaded_size\": 10" << -1 << 0 << 0;
-    }
-
-    void records()
-    {
-        QFETCH(QString, chunk);
-        const XmodemStatus s = parseXmodemRecord(chunk);
-        QTEST(int(s.statusCode), "status");
-        QTEST(int(s.loadedSize), "loaded");
-        QTEST(int(s.allBinSize), "all");
     }
 
     void detectorAnswers_data()

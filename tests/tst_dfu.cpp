@@ -1,11 +1,10 @@
-// What the program reads from dfu-util: the marks of a download, the progress they
-// make, and the device's version from "dfu-util -l", against transcripts and against
-// the simulator, which chunks its output as the field's tool does.
+// What the program reads from dfu-util: the marks of a download and the device's
+// version from "dfu-util -l", against transcripts and against the simulator, which
+// chunks its output as the field's tool does.
 #include "app/errortexts.h"
 #include "app/settings.h"
 #include "firmware/version.h"
 #include "flash/dfuoutputparser.h"
-#include "flash/transferprogress.h"
 
 #include "testsupport.h"
 
@@ -134,34 +133,6 @@ private slots:
                     errors << e.text;
         QTEST(errors, "errors");
         QTEST(parser.downloadConfirmed(), "confirmed");
-    }
-
-    void hashMarks_data()
-    {
-        QTest::addColumn<int>("fileSize");
-        QTest::addColumn<int>("totalSize");
-        QTest::addColumn<int>("marks");
-        QTest::addColumn<QString>("report"); // percent, written/total, unit, writtenSize
-        QTest::newRow("first mark, units of 1000") << 1000000 << 2500000 << 1 << "0 20/2500 kB 20000";
-        QTest::newRow("small run in bytes") << 40000 << 40000 << 1 << "2 800/40000 B 800";
-        QTest::newRow("marks beyond fifty add nothing, below 100") << 40000 << 40000 << 75 << "99 40/40 kB 40000";
-        QTest::newRow("remainder never counted") << 1099 << 1099 << 50 << "99 1/1 kB 1050";
-    }
-
-    void hashMarks()
-    {
-        QFETCH(int, fileSize);
-        QFETCH(int, totalSize);
-        QFETCH(int, marks);
-        TransferCounters counters;
-        counters.currentFileSize = fileSize;
-        counters.totalFileSize = totalSize;
-        HashMarkReport r{};
-        for (int i = 0; i < marks; ++i)
-            r = countHashMark(counters);
-        QTEST(QString("%1 %2/%3 %4 %5").arg(r.percent).arg(r.written).arg(r.total).arg(r.useByteSize ? "B" : "kB")
-                  .arg(counters.writtenSize),
-              "report");
     }
 
     void deviceReply_data()

@@ -9,7 +9,6 @@
 
 #include <QAction>
 #include <QDir>
-#include <QFontInfo>
 #include <QGroupBox>
 #include <QLabel>
 #include <QMessageBox>
@@ -138,8 +137,6 @@ private slots:
                      QStringList{"tab_tessel_briomel_Xmodem1k"});
         QCOMPARE(child<QGroupBox>(dialog, "groupBox")->title(), dfuMissing ? QString("USB Write Status") : QString("Update Status"));
         QCOMPARE(child<QAction>(dialog, "actionFlash_Bootloader")->isEnabled(), !dfuMissing);
-        dialog.show(); // the button takes what it needs, the label the rest of the row
-        QVERIFY(update(dialog)->width() < child<QLabel>(dialog, "localStatus_tessel_nine")->width());
         // HTTP is the one transport the window offers.
         QVERIFY(child<QAction>(dialog, "actionHTTPDownload")->isChecked());
         QVERIFY(!child<QAction>(dialog, "actionHTTPDownload")->isEnabled());
@@ -180,9 +177,6 @@ private slots:
         QVERIFY(license);
         auto *text = license->findChild<QTextBrowser *>("textView");
         QVERIFY(text->toPlainText().contains("GNU LESSER GENERAL PUBLIC LICENSE"));
-        // Tables and rulers of the notices line up only unwrapped, in a fixed pitch.
-        QCOMPARE(text->lineWrapMode(), QTextEdit::NoWrap);
-        QVERIFY(QFontInfo(text->font()).fixedPitch());
 
         QTest::keyClick(&dialog, Qt::Key_Escape);
         QTest::keyClick(&dialog, Qt::Key_Return);

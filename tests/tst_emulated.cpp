@@ -75,11 +75,8 @@ private slots:
                                                 << flash << 0 << "";
         QTest::newRow("boot loader, -a -b") << QStringList{"record=" + record("4")}
                                             << QStringList{"-a", "-b", "-f", bootLoader} << 0 << "";
-        QTest::newRow("stalled block") << QStringList{"scenario=stall"} << flash << 2 << "\"Error during download\"";
         QTest::newRow("cannot write") << QStringList{"scenario=errwrite"} << flash << 2
                                       << "\"Error during download - Device is unable to write memory\"";
-        QTest::newRow("pulled mid-download") << QStringList{"scenario=pulled"} << flash << 2
-                                             << "\"Error during download\"";
         QTest::newRow("back too late after the detach") << QStringList{"scenario=late-return,after=6500"} << flash << 2
                                                         << "\"Device is not connected - Lost device after RESET\"";
         QTest::newRow("two Tessel NINEs") << QStringList{"port=1", "port=2"} << flash << 2

@@ -119,10 +119,7 @@ private slots:
         QVERIFY(server.isListening());
         const QString downloads = sandbox.home() + "/Downloads";
         QDir().mkpath(downloads);
-        QProcessEnvironment extra;
-        extra.insert("DFU_SIM_RECORD", sandbox.root() + "/calls.txt");
-        extra.insert("DFU_SIM_HASH_MS", "10");
-        ProgramRun run(sandbox, {}, QString(), extra);
+        ProgramRun run(sandbox, {}, QString(), simulator(sandbox, ""));
         const QString window = "Morvanta.03.20260616.0";
         QVERIFY(TestSupport::answerBox("WELCOME"));
         // Into the tabs, over to "Download from server", its "Search..." button.
@@ -188,10 +185,7 @@ private slots:
         sandbox.writeConfig({{"mode", "internal"}, {"fenupdaterpath", TestSupport::binDir() + "/stand-in-updater"},
                              {"fenupdater_id", "ID42"}});
         sandbox.installProgram({"gpg", "dfu-util"});
-        QProcessEnvironment extra;
-        extra.insert("STAND_IN_UPDATER_RECORD", sandbox.root() + "/updater.txt");
-        extra.insert("DFU_SIM_HASH_MS", "10");
-        ProgramRun run(sandbox, args, QString(), extra);
+        ProgramRun run(sandbox, args, QString(), simulator(sandbox, "STAND_IN_UPDATER_RECORD=" + sandbox.root() + "/updater.txt"));
         if (args.isEmpty())
             QVERIFY(TestSupport::answerBox("WELCOME"));
         if (!answer.isEmpty())

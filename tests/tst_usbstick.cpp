@@ -16,6 +16,8 @@
 #include <QTabWidget>
 #include <QTest>
 
+#include <optional>
+
 using TestSupport::FirmwareKit;
 using TestSupport::ModalAnswerer;
 
@@ -131,16 +133,11 @@ private slots:
         if (stick == "fullwork" && !TestSupport::mountTmpfs(Platform::instanceFolder(), 24))
             QSKIP("needs a mount namespace of its own");
         const QString image = sandbox.root() + "/fat16.img";
-        if (stick == "fat") {
-            QFile file(image);
-            QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate) && file.resize(16 << 20));
-            file.close();
-            QCOMPARE(QProcess::execute("/sbin/mkfs.vfat", {"-F", "16", image}), 0);
-            if (QProcess::execute("fusefat", {"-o", "rw+", image, drive}) != 0)
-                QSKIP("needs FUSE (/dev/fuse) in a mount namespace of its own");
-        }
+        std::optional<TestSupport::FuseShare> fat;
+        if (stick == "fat" && !fat.emplace(image, drive).isMounted())
+            QSKIP("needs FUSE (/dev/fuse) in a mount namespace of its own");
         const auto unmount = qScopeGuard([&] {
-            if (stick == "full" || stick == "fat")
+            if (stick == "full")
                 QProcess::execute("umount", {drive});
             if (stick == "fullwork")
                 QProcess::execute("umount", {Platform::instanceFolder()});

@@ -139,69 +139,63 @@ BrokenTool::~BrokenTool()
     QFile::link(target, path);
 }
 
-struct ProgramRun::Private {
-    QProcess process;
-};
-
 ProgramRun::ProgramRun(const Sandbox &sandbox, const QStringList &args, const QString &cwd,
                        const QProcessEnvironment &extraEnv, const QString &program)
-    : d(new Private)
 {
     QProcessEnvironment env = sandbox.environment();
     for (const QString &key : extraEnv.keys())
         env.insert(key, extraEnv.value(key));
-    d->process.setProcessEnvironment(env);
-    d->process.setWorkingDirectory(cwd.isEmpty() ? sandbox.cwd() : cwd);
-    d->process.setProcessChannelMode(QProcess::MergedChannels);
-    d->process.start(program.isEmpty() ? sandbox.app() + "/morvanta" : program, args);
-    d->process.waitForStarted();
+    process.setProcessEnvironment(env);
+    process.setWorkingDirectory(cwd.isEmpty() ? sandbox.cwd() : cwd);
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(program.isEmpty() ? sandbox.app() + "/morvanta" : program, args);
+    process.waitForStarted();
 }
 
 ProgramRun::~ProgramRun()
 {
-    if (d->process.state() != QProcess::NotRunning) {
-        d->process.kill();
-        d->process.waitForFinished();
+    if (process.state() != QProcess::NotRunning) {
+        process.kill();
+        process.waitForFinished();
     }
-    delete d;
 }
 
 bool ProgramRun::isRunning() const
 {
-    return d->process.state() == QProcess::Running;
+    return process.state() == QProcess::Running;
 }
 
 bool ProgramRun::waitForExit(int msecs, bool killOnTimeout)
 {
-    if (d->process.waitForFinished(msecs))
+    if (process.waitForFinished(msecs))
         return true;
     if (!killOnTimeout)
         return false;
-    d->process.kill();
-    d->process.waitForFinished();
+    process.kill();
+    process.waitForFinished();
     return false;
 }
 
 int ProgramRun::exitCode() const
 {
-    return d->process.exitStatus() == QProcess::NormalExit ? d->process.exitCode() : -1;
+    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
 }
 
 QString ProgramRun::output() const
 {
-    return QString::fromLocal8Bit(d->process.readAll());
+    return QString::fromLocal8Bit(process.readAll());
 }
 
 void ProgramRun::kill9()
 {
-    ::kill(static_cast<pid_t>(d->process.processId()), SIGKILL);
-    d->process.waitForFinished();
+    ::kill(static_cast<pid_t>(process.processId()), SIGKILL);
+    process.waitForFinished();
 }
 
 void ProgramRun::terminate()
 {
-    d->process.terminate();
-    d->process.waitForFinished();
+    process.terminate();
+    process.waitForFinished();
 }
 
 // xdotool matches titles with POSIX extended expressions.
@@ -611,12 +605,14 @@ TestSupport::FuseShare::FuseShare(const QString &image, const QString &mountPoin
 TestSupport::FuseShare::~FuseShare()
 {
     ::kill(pid_t(server.processId()), SIGCONT);
-    QProcess::execute("umount", {"-l", mountPoint});
+    if (isMounted())
+        QProcess::execute("umount", {"-l", mountPoint});
 }
 
 bool TestSupport::FuseShare::isMounted() const
 {
-    return readFile("/proc/self/mountinfo").contains(" " + QFile::encodeName(mountPoint) + " ");
+    // The kernel's table writes a blank in a path as \040.
+    return readFile("/proc/self/mountinfo").contains(" " + QFile::encodeName(mountPoint).replace(" ", "\\040") + " ");
 }
 
 void TestSupport::FuseShare::stop()

@@ -89,8 +89,7 @@ public:
     void terminate();
 
 private:
-    struct Private;
-    Private *d;
+    mutable QProcess process; // reading its output is no change to the run
 };
 
 // Waits for a top-level window whose title matches exactly; returns its X id or 0.
@@ -184,8 +183,6 @@ private:
     bool listening = false;
 };
 
-// The emulated Tessel NINE (tools/tessel-emulator) on a virtual USB bus, with Debian's
-// real dfu-util run by tools/dfu-util-umockdev. Device specs are the emulator's.
 // A FAT image mounted through FUSE (fusefat), whose server can be stopped: then every
 // look at the share hangs in the kernel, as a dead network share does. Needs a mount
 // namespace of the test's own.
@@ -202,6 +199,8 @@ private:
     QString mountPoint;
 };
 
+// The emulated Tessel NINE (tools/tessel-emulator) on a virtual USB bus, with Debian's
+// real dfu-util run by tools/dfu-util-umockdev. Device specs are the emulator's.
 class EmulatedBus
 {
 public:
