@@ -1,5 +1,5 @@
-// The application frame: command line, log lines, message boxes, the private working
-// folder, the single-instance guard and removing folders.
+// The application frame: command line, log lines, the private working folder and
+// removing folders.
 #include "app/commandline.h"
 #include "app/errortexts.h"
 #include "app/log.h"
@@ -10,7 +10,6 @@
 
 #include <QTemporaryDir>
 #include <QTest>
-#include <QTranslator>
 
 #include <functional>
 #include <getopt.h>
@@ -127,14 +126,6 @@ private slots:
         QFETCH(Statement, statement);
         statement();
         QTEST(logBytes(), "expected");
-    }
-
-    void qtCatalogueBuiltIn()
-    {
-        // Qt's own buttons and dialogs speak German too (ours: see tst_startup).
-        QTranslator qt;
-        QVERIFY(qt.load(":/translations/translations/qt_de"));
-        QCOMPARE(qt.translate("QPlatformTheme", "Cancel"), QString("Abbrechen"));
     }
 
     void privateFolder_data()

@@ -51,7 +51,7 @@ private slots:
 
     void marks_data()
     {
-        QTest::addColumn<QByteArray>("chunk");
+        QTest::addColumn<QByteArray>("output"); // cut into chunks at every 0xff
         QTest::addColumn<QStringList>("events");
         const QString d = "Device is not connected";
         QTest::newRow("two marks, in the table's order") << QByteArray("Error during download\nerror get_status: pipe")
@@ -84,55 +84,39 @@ private slots:
                                    << QStringList{"percent:100"};
         QTest::newRow("0.11 numbered interface is no mark") << QByteArray("Setting Alternate Interface #0 ...\n")
                                                             << QStringList{};
+        // The newer tool tells a failed block and a finished file over several lines.
+        const QByteArray bar = "\rDownload\t[                         ]   0%            0 bytes";
+        const QByteArray state = "DFU state(10) = dfuERROR, status(3) = Device is unable to write memory\n";
+        const QStringList unable{"percent:0", "error:Error during download - Device is unable to write memory"};
+        QTest::newRow("0.11 failed block, then its state") << bar + "\xff failed!\n\xff" + state << unable;
+        QTest::newRow("0.11 failed block and state at once") << bar + " failed!\n" + state << unable;
+        QTest::newRow("0.11 error on the progress line") << bar + "dfu-util: Error during download (LIBUSB_ERROR_PIPE)\n"
+                                                         << QStringList{"error:Error during download", "percent:0"};
+        QTest::newRow("0.11 a device in dfuERROR before the download is cleared")
+            << "DFU state(10) = dfuERROR, status(15) = Device stalled an unexpected request\n\xff"
+               "Clearing status\n\xff" + bar + "\xff\nDownload done.\n\xff" "Done!\n"
+            << QStringList{"percent:0", "confirmed"};
+        QTest::newRow("the old tool's Done! alone") << QByteArray("Starting download: [###] finished!\n\xff" "Done!\n")
+                                                    << QStringList{"start", "hash:3"};
+        QTest::newRow("0.11 a node closed to the user")
+            << QByteArray("dfu-util: Cannot open DFU device 2675:0001 found on devnum 2 (LIBUSB_ERROR_ACCESS)\n")
+            << QStringList{"error:" + d + " - Opening error\n" + ErrorTexts::noPermission()};
     }
 
     void marks()
     {
-        QFETCH(QByteArray, chunk);
-        const DfuChunk parsed = DfuOutputParser().parse(chunk);
-        QTEST(describe(parsed), "events");
-        QVERIFY(!parsed.logText.contains("##"));
-        QCOMPARE(parsed.logText.contains("#0"), chunk.contains("#0"));
-    }
-
-    // The newer tool tells a failed block and a finished file over several lines.
-    void newerToolOverSeveralChunks_data()
-    {
-        QTest::addColumn<QByteArrayList>("chunks");
-        QTest::addColumn<QStringList>("errors");
-        QTest::addColumn<bool>("confirmed"); // the file counts as written whatever the exit code
-        const QByteArray bar = "\rDownload\t[                         ]   0%            0 bytes";
-        const QByteArray state = "DFU state(10) = dfuERROR, status(3) = Device is unable to write memory\n";
-        const QString unable = "Error during download - Device is unable to write memory";
-        QTest::newRow("failed block, then its state") << QByteArrayList{bar, " failed!\n", state} << QStringList{unable}
-                                                      << false;
-        QTest::newRow("failed block and state at once") << QByteArrayList{bar + " failed!\n" + state}
-                                                        << QStringList{unable} << false;
-        QTest::newRow("error on the progress line")
-            << QByteArrayList{bar + "dfu-util: Error during download (LIBUSB_ERROR_PIPE)\n"}
-            << QStringList{"Error during download"} << false;
-        QTest::newRow("a device in dfuERROR before the download is cleared")
-            << QByteArrayList{"DFU state(10) = dfuERROR, status(15) = Device stalled an unexpected request\n",
-                              "Clearing status\n", bar, "\nDownload done.\n", "Done!\n"}
-            << QStringList{} << true;
-        QTest::newRow("the old tool's Done! alone") << QByteArrayList{"Starting download: [###] finished!\n", "Done!\n"}
-                                                    << QStringList{} << false;
-        QTest::newRow("a node closed to the user")
-            << QByteArrayList{"dfu-util: Cannot open DFU device 2675:0001 found on devnum 2 (LIBUSB_ERROR_ACCESS)\n"}
-            << QStringList{"Device is not connected - Opening error\n" + ErrorTexts::noPermission()} << false;
-    }
-
-    void newerToolOverSeveralChunks()
-    {
-        QFETCH(QByteArrayList, chunks);
+        QFETCH(QByteArray, output);
         DfuOutputParser parser;
-        QStringList errors;
-        for (const QByteArray &chunk : chunks)
-            for (const DfuEvent &e : parser.parse(chunk).events)
-                if (e.kind == DfuEvent::Error)
-                    errors << e.text;
-        QTEST(errors, "errors");
-        QTEST(parser.downloadConfirmed(), "confirmed");
+        QStringList events;
+        for (const QByteArray &chunk : output.split('\xff')) {
+            const DfuChunk parsed = parser.parse(chunk);
+            events << describe(parsed);
+            QVERIFY(!parsed.logText.contains("##"));
+            QCOMPARE(parsed.logText.contains("#0"), chunk.contains("#0"));
+        }
+        if (parser.downloadConfirmed()) // the file counts as written whatever the exit code
+            events << "confirmed";
+        QTEST(events, "events");
     }
 
     void deviceReply_data()

@@ -238,7 +238,6 @@ private slots:
     void packageFaults()
     {
         QFETCH(QString, kind);
-        QFETCH(QString, status);
         QFETCH(QString, box);
         const QString folder = firmware + "/" + kind;
         QDir().mkpath(folder);
@@ -265,7 +264,7 @@ private slots:
         QVERIFY(finish(run));
         const SignalLog &r = *run.log;
         QCOMPARE(r.of("msgboxErrorSignal"), QStringList{"Error," + box});
-        QCOMPARE(r.of("updateStatus").last(), status);
+        QTEST(r.of("updateStatus").last(), "status");
         QCOMPARE(r.events.mid(r.events.size() - 3),
                  (QStringList{"sigdisableAbort", "visibilityRemaining:false", "exitCode:2"}));
         QVERIFY(calls().isEmpty());
@@ -278,7 +277,6 @@ private slots:
     {
         QTest::addColumn<QString>("tool");
         QTest::newRow("dfu-util 0.7") << "0.7";
-        QTest::newRow("dfu-util 0.11") << "0.11";
         QTest::newRow("gpg") << "gpg";
     }
     void abortWhileToolsRun()

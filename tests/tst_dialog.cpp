@@ -137,9 +137,6 @@ private slots:
                      QStringList{"tab_tessel_briomel_Xmodem1k"});
         QCOMPARE(child<QGroupBox>(dialog, "groupBox")->title(), dfuMissing ? QString("USB Write Status") : QString("Update Status"));
         QCOMPARE(child<QAction>(dialog, "actionFlash_Bootloader")->isEnabled(), !dfuMissing);
-        // HTTP is the one transport the window offers.
-        QVERIFY(child<QAction>(dialog, "actionHTTPDownload")->isChecked());
-        QVERIFY(!child<QAction>(dialog, "actionHTTPDownload")->isEnabled());
 
         // The Brio Mel tab and back restore the status title.
         if (internal) {

@@ -16,7 +16,6 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QRegularExpression>
-#include <QSslConfiguration>
 #include <QTest>
 #include <QTreeWidget>
 
@@ -269,19 +268,6 @@ private slots:
         QCOMPARE(filesIn(folder).size(), replaced ? 2 : existing.size());
     }
 
-    void folderDialogCancelled()
-    {
-        UpdateServer server(tree);
-        settings->setSearchPath("/earlier/choice");
-        ModalAnswerer answerer; // Yes to the question, then cancels the folder dialog
-        answerer.plannedButtons = {QMessageBox::Yes};
-        Run run;
-        download(run, FileDownloader::TesselNINELatest, QString(), QString());
-        QCOMPARE(answerer.fileDialogs, 1);
-        QCOMPARE(run.outcome, QString("aborted:"));
-        QCOMPARE(settings->getSearchPath(), QString("/earlier/choice"));
-    }
-
     void difficultServers_data()
     {
         QTest::addColumn<QString>("mode"); // "" for no server at all
@@ -395,31 +381,6 @@ private slots:
         download(run, FileDownloader::FirmwareDownloadOption(option), user, folder, 1, nullptr, FileDownloader::Ftp);
         arrived(run, outcome, folder);
     }
-
-    // An https server is checked against the system's certificates; a redirect never
-    // leads from https to plain http.
-    void httpsAndRedirects()
-    {
-        const QString cert = sandbox.root() + "/cert.pem", key = sandbox.root() + "/key.pem";
-        QCOMPARE(QProcess::execute("openssl", {"req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "1", "-subj",
-                                               "/CN=127.0.0.1", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout",
-                                               key, "-out", cert}),
-                 0);
-        UpdateServer secure("answer", "Tessel_NINE_V9.OS.zip.gpg\n", 8443, {cert, key});
-        UpdateServer plain("answer", "plain text\n", 8080);
-        UpdateServer downgrade("redirect", "http://127.0.0.1:8080/softwareupdate/getFileList.php", 8444, {cert, key});
-        QVERIFY(secure.isListening() && plain.isListening() && downgrade.isListening());
-        const QString list = "https://127.0.0.1:8443/softwareupdate/getFileList.php";
-        QVERIFY2(fetch(list).startsWith("error:SSL handshake failed"), qPrintable(fetch(list)));
-        // Once the certificate is one the system trusts, the same server answers.
-        QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
-        trusting.addCaCertificates(cert);
-        QSslConfiguration::setDefaultConfiguration(trusting);
-        QCOMPARE(fetch(list), QString("Tessel_NINE_V9.OS.zip.gpg\n"));
-        QVERIFY2(fetch("https://127.0.0.1:8444/softwareupdate/getFileList.php").startsWith("error:Insecure redirect"),
-                 qPrintable(fetch("https://127.0.0.1:8444/softwareupdate/getFileList.php")));
-    }
-
 };
 
 QTEST_MAIN(TestDownload)

@@ -69,9 +69,6 @@ private slots:
         QTest::newRow("empty folder") << QStringList{"-a", "-p", fw + "/empty"} << "" << "ERROR" << 2 << 0;
         QTest::newRow("no device") << QStringList{"-a", "-p", fw + "/good"} << "DFU_SIM_DEVICE=absent" << "ERROR" << 2
                                    << 0;
-        QTest::newRow("device error during the flash")
-            << QStringList{"-a", "-p", fw + "/good"} << "DFU_SIM_ERROR=Cannot open device: LIBUSB_ERROR_ACCESS"
-            << "ERROR" << 2 << 1;
         // The working folder fills up while unpacking: nothing reaches the device.
         QTest::newRow("working folder fills up") << QStringList{"-a", "-p", fw + "/good"} << "WORKING_KIB=24" << "ERROR"
                                                  << 2 << 0;
@@ -86,7 +83,6 @@ private slots:
         QFETCH(QStringList, args);
         QFETCH(QString, env);
         QFETCH(QString, box);
-        QFETCH(int, downloads);
         Sandbox sandbox;
         sandbox.writeConfig({{"mode", "internal"}});
         sandbox.installProgram({"gpg", "dfu-util"});
@@ -106,7 +102,7 @@ private slots:
         QTEST(run.exitCode(), "exitCode");
         QFETCH(int, exitCode);
         QCOMPARE(sandbox.lastLogLine(), QString("\"Morvanta exit %1\" ").arg(exitCode));
-        QCOMPARE(int(QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/calls.txt")).count("-D\t")), downloads);
+        QTEST(int(QString::fromUtf8(TestSupport::readFile(sandbox.root() + "/calls.txt")).count("-D\t")), "downloads");
         QVERIFY(!sandbox.log().contains("Copy config file")); // the window's settings found the file
     }
 
@@ -270,20 +266,16 @@ private slots:
     void bootLoaderRuns_data()
     {
         QTest::addColumn<QString>("file"); // behind -f; "search" for none, the folder of the share
-        QTest::addColumn<QString>("env");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<int>("downloads");
-        QTest::newRow("given file") << "good" << "" << 0 << 1;
-        QTest::newRow("found on the share, greatest name") << "search" << "" << 0 << 1;
-        QTest::newRow("no device") << "good" << "DFU_SIM_DEVICE=absent" << 2 << 0;
-        QTest::newRow("stored without a signature") << "stored" << "" << 2 << 0;
-        QTest::newRow("name of no boot loader") << "other" << "" << 2 << 0;
+        QTest::newRow("found on the share, greatest name") << "search" << 0 << 1;
+        QTest::newRow("stored without a signature") << "stored" << 2 << 0;
+        QTest::newRow("name of no boot loader") << "other" << 2 << 0;
     }
 
     void bootLoaderRuns()
     {
         QFETCH(QString, file);
-        QFETCH(QString, env);
         QFETCH(int, exitCode);
         QFETCH(int, downloads);
         const QString folder = firmware.path() + "/bl";
@@ -293,7 +285,7 @@ private slots:
         QVERIFY(kit.pack(folder + "/x.BL.zip", folder + "/Tessel_NINE_V2_0_3.BL.zip.gpg", FirmwareKit::Packing::Stored));
         QFile::copy(good, folder + "/other.bin");
         QStringList args{"-a", "-b"};
-        QString expected = good;
+        QString expected;
         if (file == "search") {
             // The share, as the deployment names it, in this test's own mounts.
             const QString share = Settings::getNetworkBootloaderFolder();
@@ -305,14 +297,13 @@ private slots:
             QFile::copy(good, share + "/Tessel_NINE_V2_0_9.BL.zip.gpg.md5");
             expected = share + "/Tessel_NINE_V2_0_2.BL.zip.gpg";
         } else {
-            expected = file == "good" ? good : file == "stored" ? folder + "/Tessel_NINE_V2_0_3.BL.zip.gpg" : folder + "/other.bin";
+            expected = file == "stored" ? folder + "/Tessel_NINE_V2_0_3.BL.zip.gpg" : folder + "/other.bin";
             args << "-f" << expected;
         }
         Sandbox sandbox;
         sandbox.writeConfig({{"mode", "internal"}});
         sandbox.installProgram({"gpg", "dfu-util"});
-        const QProcessEnvironment extra = simulator(sandbox, env);
-        ProgramRun run(sandbox, args, QString(), extra);
+        ProgramRun run(sandbox, args, QString(), simulator(sandbox, ""));
         // A failure waits on its ERROR box, unless the run's end has closed it.
         QDeadlineTimer deadline(60000);
         while (!run.waitForExit(300, false) && !deadline.hasExpired())

@@ -213,7 +213,6 @@ private slots:
     {
         QFETCH(int, prFiles);
         QFETCH(QString, box);
-        QFETCH(int, written);
         const QString drive = sandbox.root() + "/sticks/abort-" + QString::number(prFiles);
         QDir().mkpath(drive);
         QDir().mkpath(drive + "-fw");
@@ -236,7 +235,7 @@ private slots:
         QTest::qWait(300);
         QCOMPARE(answerer.texts.value(0), QString("Do you really want to abort\nwriting to USB drive process?"));
         QVERIFY2(answerer.texts.value(1).startsWith(box), qPrintable(answerer.texts.join('|')));
-        QCOMPARE(stickFiles(drive).size(), written);
+        QTEST(stickFiles(drive).size(), "written");
         QVERIFY(!start->isEnabled());
         QVERIFY(dialog.findChild<QPushButton *>("exsearchButton_tessel_nine")->isEnabled());
         dialog.findChild<QPushButton *>("exsearchButton_tessel_nine")->click();
