@@ -105,30 +105,27 @@ private slots:
         QTest::addColumn<bool>("internal");
         QTest::addColumn<bool>("dfuMissing");
         QTest::addColumn<QStringList>("devices");
-        QTest::addColumn<QStringList>("tesselPages");
-        QTest::addColumn<bool>("welcomeBox");
+        QTest::addColumn<QStringList>("tesselPages"); // without dfu-util no welcome box either
         QTest::newRow("plain start") << false << false << QStringList{"tessel_nine"}
-                                     << QStringList{"tab_tessel_nine_flash", "tab_tessel_nine_usbdrive", "tab_tessel_nine_download"}
-                                     << true;
+                                     << QStringList{"tab_tessel_nine_flash", "tab_tessel_nine_usbdrive", "tab_tessel_nine_download"};
         QTest::newRow("plain start, no dfu-util") << false << true << QStringList{"tessel_nine"}
-                                                  << QStringList{"tab_tessel_nine_usbdrive", "tab_tessel_nine_download"} << false;
+                                                  << QStringList{"tab_tessel_nine_usbdrive", "tab_tessel_nine_download"};
         QTest::newRow("internal") << true << false << QStringList{"tessel_nine", "tessel_briomel"}
-                                  << QStringList{"tab_tessel_nine_flash", "tab_tessel_nine_usbdrive"} << true;
+                                  << QStringList{"tab_tessel_nine_flash", "tab_tessel_nine_usbdrive"};
         QTest::newRow("internal, no dfu-util") << true << true << QStringList{"tessel_nine", "tessel_briomel"}
-                                               << QStringList{"tab_tessel_nine_usbdrive"} << false;
+                                               << QStringList{"tab_tessel_nine_usbdrive"};
     }
 
     void tabLayouts()
     {
         QFETCH(bool, internal);
         QFETCH(bool, dfuMissing);
-        QFETCH(bool, welcomeBox);
         SearchOptions options;
         options.internal = internal;
         ModalAnswerer answerer;
         Dialog dialog(options, dfuMissing, nullptr);
-        QCOMPARE(answerer.texts, welcomeBox ? QStringList{welcome} : QStringList{});
-        QCOMPARE(answerer.titles, welcomeBox ? QStringList{"WELCOME"} : QStringList{});
+        QCOMPARE(answerer.texts, dfuMissing ? QStringList{} : QStringList{welcome});
+        QCOMPARE(answerer.titles, dfuMissing ? QStringList{} : QStringList{"WELCOME"});
 
         QTEST(pageNames(child<QTabWidget>(dialog, "tab_devices")), "devices");
         QTEST(pageNames(child<QTabWidget>(dialog, "tab_tessel_nine_options")), "tesselPages");
@@ -209,6 +206,7 @@ private slots:
         // Start, abort and close declined, abort agreed, and nothing more from the aborted run.
         QCOMPARE(answerer.titles, (QStringList{"QUESTION", "QUESTION", "QUESTION", "QUESTION", "ERROR"}));
         QCOMPARE(dfuDownloads(), 1);
+        QCOMPARE(TestSupport::liveProcessesWith(dialog.getSettings()->getExtractFolder()), 0);
     }
 
     // The technician asks to abort just as the run ends by itself, and says Yes after

@@ -1,17 +1,13 @@
 #!/usr/bin/python3
-"""A difficult update server for the download tests: testserver.py PORT MODE [BODY [CERT KEY]]
+"""A difficult update server for the download tests: testserver.py PORT MODE [BODY]
 
-BODY is a file whose bytes are the list script's answer, as they are. With CERT and
-KEY (PEM files) it speaks HTTPS.
+BODY is a file whose bytes are the list script's answer, as they are.
   answer  - the list is BODY; a file is 4096 bytes
   stall   - the list is BODY; a file announces 100000 bytes, sends half, then nothing
   trickle - the list is BODY, a byte every 3 seconds for 12 seconds, then nothing
-  silent  - headers for everything, then nothing
   status  - every request ends with HTTP 500
-  redirect - every request is sent on to the URL in BODY
 """
 import http.server
-import ssl
 import sys
 import time
 
@@ -29,20 +25,14 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if MODE == 'status':
             self.send_error(500)
             return
-        if MODE == 'redirect':
-            self.send_response(302)
-            self.send_header('Location', BODY.decode().strip())
-            self.send_header('Content-Length', '0')
-            self.end_headers()
-            return
         listing = 'getFileList.php' in self.path
         body = BODY if listing else bytes(4096 if MODE == 'answer' else 100000)
         self.send_response(200)
         self.send_header('Content-Length', str(len(body)))
         self.end_headers()
         self.wfile.flush()
-        if MODE == 'silent' or (MODE == 'stall' and not listing):
-            self.wfile.write(body[:len(body) // 2] if MODE == 'stall' else b'')
+        if MODE == 'stall' and not listing:
+            self.wfile.write(body[:len(body) // 2])
             self.wfile.flush()
             time.sleep(120)
         elif MODE == 'trickle':
@@ -57,8 +47,4 @@ class Handler(http.server.BaseHTTPRequestHandler):
 
 http.server.ThreadingHTTPServer.daemon_threads = True
 server = http.server.ThreadingHTTPServer(('127.0.0.1', PORT), Handler)
-if len(sys.argv) > 5:
-    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-    context.load_cert_chain(sys.argv[4], sys.argv[5])
-    server.socket = context.wrap_socket(server.socket, server_side=True)
 server.serve_forever()

@@ -538,16 +538,12 @@ UpdateServer::UpdateServer(const QString &tree)
           env);
 }
 
-UpdateServer::UpdateServer(const QString &mode, const QByteArray &listAnswer, quint16 onPort,
-                           const QStringList &certificateAndKey)
-    : listeningPort(onPort)
+UpdateServer::UpdateServer(const QString &mode, const QByteArray &listAnswer)
 {
     const QString body = scratch.path() + "/answer";
     writeFile(body, listAnswer);
     start("/usr/bin/python3",
-          QStringList{QStringLiteral(MORVANTA_TEST_SOURCE_DIR) + "/tests/support/testserver.py",
-                      QString::number(listeningPort ? listeningPort : port()), mode, body} +
-              certificateAndKey,
+          {QStringLiteral(MORVANTA_TEST_SOURCE_DIR) + "/tests/support/testserver.py", QString::number(port()), mode, body},
           QProcessEnvironment::systemEnvironment());
 }
 

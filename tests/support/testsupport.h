@@ -163,10 +163,8 @@ class UpdateServer
 public:
     // The reference server (server/router.php) over a firmware tree.
     explicit UpdateServer(const QString &tree);
-    // The difficult one (tests/support/testserver.py) in one of its modes, on the
-    // update server's port or another, over HTTPS when given a certificate and key.
-    UpdateServer(const QString &mode, const QByteArray &listAnswer, quint16 port = 0,
-                 const QStringList &certificateAndKey = {});
+    // The difficult one (tests/support/testserver.py) in one of its modes.
+    UpdateServer(const QString &mode, const QByteArray &listAnswer);
     // An FTP server (tests/support/ftpserver.py) on port 21 over a firmware tree, with
     // the build's account but the given password, in a mode: normal, stall, silent.
     static std::unique_ptr<UpdateServer> ftp(const QString &tree, const QString &password, const QString &mode);
