@@ -163,8 +163,6 @@ private slots:
         };
         row("0.7", "lost device mid-file") << "Lost device after RESET?" << "17" << ""
                                            << QStringList{d + " - Lost device after RESET"};
-        row("0.7", "opening error before the download") << "Cannot open device: LIBUSB_ERROR_ACCESS" << "-1" << ""
-                                                        << QStringList{d + " - Opening error"};
         row("0.7", "no device, exit 0") << "No DFU capable USB device found" << "-1" << "0"
                                         << QStringList{"No DFU capable USB device found"};
         row("0.7", "error after the marks, exit 0") << "Error during download get_status" << "50" << "0"

@@ -20,13 +20,6 @@
 
 using TestSupport::ModalAnswerer;
 
-namespace {
-void plug(const QString &file, bool present)
-{
-    TestSupport::writeFile(file, present ? "present\n" : "absent\n");
-}
-} // namespace
-
 class TestWizard : public QObject
 {
     Q_OBJECT
@@ -35,12 +28,10 @@ class TestWizard : public QObject
     std::unique_ptr<Settings> settings;
     QString bootLoader;
     QStringList firmware;
-    QString deviceFile;
     QString record;
 
     // Pages share names ("fileLabel"): look on the page in front.
     template <typename T> static T *child(QWizard &w, const char *name) { return w.currentPage()->findChild<T *>(name); }
-    static QAbstractButton *button(QWizard &w, QWizard::WizardButton which) { return w.button(which); }
     int downloads() const { return int(QString::fromUtf8(TestSupport::readFile(record)).count("-D\t")); }
     // The flash page with both files, checked, and the device there.
     void toFlashPage(WizardBootLoader &wizard, const QString &bl, const QString &fw)
@@ -61,16 +52,13 @@ private slots:
         QDir().mkpath(fw);
         bootLoader = kit.makeBootloader(fw, "Tessel_NINE_V2_0_1", 1, 3000, true);
         firmware = kit.makePackage(fw, "Tessel_NINE_V1_2_4", 2, 1, 3000, true);
-        deviceFile = sandbox.root() + "/device";
         record = sandbox.root() + "/calls.txt";
-        qputenv("DFU_SIM_DEVICE_FILE", QFile::encodeName(deviceFile));
         qputenv("DFU_SIM_RECORD", QFile::encodeName(record));
         qputenv("DFU_SIM_HASH_MS", "20");
     }
 
     void init()
     {
-        plug(deviceFile, true);
         QFile::remove(record);
         settings->setValue("mode", "user");
     }
@@ -91,7 +79,7 @@ private slots:
         ModalAnswerer answerer;
         WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
         wizard.show();
-        QVERIFY(!button(wizard, QWizard::NextButton)->isEnabled());
+        QVERIFY(!wizard.button(QWizard::NextButton)->isEnabled());
         child<QCheckBox>(wizard, "readInformation")->click();
         QTest::keyClick(&wizard, Qt::Key_Escape);
         QVERIFY(wizard.isVisible());
@@ -128,21 +116,20 @@ private slots:
         WizardBootLoader wizard(settings.get(), false, QString(), FileDownloader::Http, false, nullptr);
         wizard.setStartId(WizardBootLoader::Download);
         wizard.show();
-        QVERIFY(!button(wizard, QWizard::NextButton)->isEnabled());
+        QVERIFY(!wizard.button(QWizard::NextButton)->isEnabled());
         child<QPushButton>(wizard, "buttonDownload")->click();
-        QVERIFY(!button(wizard, QWizard::CancelButton)->isEnabled());
-        QTRY_VERIFY_WITH_TIMEOUT(button(wizard, QWizard::CancelButton)->isEnabled(), 20000);
+        QVERIFY(!wizard.button(QWizard::CancelButton)->isEnabled());
+        QTRY_VERIFY_WITH_TIMEOUT(wizard.button(QWizard::CancelButton)->isEnabled(), 20000);
         QCOMPARE(answerer.texts.last(), firmwareOnServer ? QString("Download completed!")
                                                          : QString("No versions are available\nto download!"));
         QCOMPARE(answerer.fileDialogs, 1); // the firmware goes where the boot loader went
-        QVERIFY(button(wizard, QWizard::NextButton)->isEnabled());
+        QVERIFY(wizard.button(QWizard::NextButton)->isEnabled());
         wizard.next();
         QCOMPARE(child<QLineEdit>(wizard, "line_bootloaderfile")->text(),
                  firmwareOnServer ? folder + "/Tessel_NINE_V2_0_1.BL.zip.gpg" : QString());
         QCOMPARE(child<QLabel>(wizard, "statusLabel")->text(), firmwareOnServer ? QString("Device is connected") : QString());
     }
 
-    // Boot loader, restart with the device pulled and plugged in again, firmware.
     // Cancel at the restart: asked first; Yes gives up, and the wizard never claims success.
     void cancelAtTheRestart()
     {
@@ -164,7 +151,7 @@ private slots:
         QCOMPARE(child<QLabel>(wizard, "statusLabel")->text(),
                  QString("Process aborted! Perform device restart before flashing again"));
         QVERIFY(child<QPushButton>(wizard, "buttonUpdate")->isEnabled());
-        QVERIFY(!button(wizard, QWizard::FinishButton)->isEnabled());
+        QVERIFY(!wizard.button(QWizard::FinishButton)->isEnabled());
         QCOMPARE(downloads(), 1); // the boot loader only
     }
 
