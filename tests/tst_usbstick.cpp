@@ -235,7 +235,7 @@ private slots:
         QTest::qWait(300);
         QCOMPARE(answerer.texts.value(0), QString("Do you really want to abort\nwriting to USB drive process?"));
         QVERIFY2(answerer.texts.value(1).startsWith(box), qPrintable(answerer.texts.join('|')));
-        QTEST(stickFiles(drive).size(), "written");
+        QTEST(int(stickFiles(drive).size()), "written");
         QVERIFY(!start->isEnabled());
         QVERIFY(dialog.findChild<QPushButton *>("exsearchButton_tessel_nine")->isEnabled());
         dialog.findChild<QPushButton *>("exsearchButton_tessel_nine")->click();
