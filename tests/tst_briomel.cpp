@@ -4,7 +4,7 @@
 #include "app/settings.h"
 #include "ui/dialog.h"
 
-#include "testsupport.h"
+#include "windowsupport.h"
 
 #include <QLabel>
 #include <QMessageBox>

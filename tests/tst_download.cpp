@@ -4,9 +4,10 @@
 #include "app/settings.h"
 #include "download/filedownloader.h"
 #include "download/httprequester.h"
+#include "ui/windowquestions.h"
 
 #include "firmwarekit.h"
-#include "testsupport.h"
+#include "windowsupport.h"
 
 #include <QApplication>
 #include <QDirIterator>
@@ -54,6 +55,7 @@ class TestDownload : public QObject
     QString tree;
     QString bigTree; // a released version big enough for a transfer to stall in
     std::unique_ptr<Settings> settings;
+    WindowQuestions questions{nullptr}; // the window's boxes and dialogs, answered by ModalAnswerer
 
     void put(const QString &path) { TestSupport::writeFile(tree + "/" + path, "firmware"); }
     QString store(const QString &name)
@@ -103,7 +105,8 @@ class TestDownload : public QObject
                   const QString &preset, int expertAnswer = -1, QStringList *offered = nullptr,
                   FileDownloader::Protocol protocol = FileDownloader::Http)
     {
-        run.downloader = std::make_unique<FileDownloader>(nullptr, settings.get(), protocol, option, preset, user);
+        run.downloader =
+            std::make_unique<FileDownloader>(nullptr, &questions, settings.get(), protocol, option, preset, user);
         run.log = std::make_unique<SignalLog>(run.downloader.get());
         FileDownloader *d = run.downloader.get();
         connect(d, &FileDownloader::sigFinished, this,

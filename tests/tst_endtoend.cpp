@@ -6,7 +6,7 @@
 #include "deployment.h"
 
 #include "firmwarekit.h"
-#include "testsupport.h"
+#include "windowsupport.h"
 
 #include <QDir>
 #include <QScopeGuard>

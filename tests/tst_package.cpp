@@ -2,7 +2,7 @@
 // installed program, unpacked into a scratch root, flashing against the system's own
 // gpg and dfu-util with no device plugged in.
 #include "firmwarekit.h"
-#include "testsupport.h"
+#include "windowsupport.h"
 
 #include <QDir>
 #include <QJsonDocument>

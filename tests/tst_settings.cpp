@@ -2,7 +2,7 @@
 #include "app/settings.h"
 #include "ui/dialog.h"
 
-#include "testsupport.h"
+#include "windowsupport.h"
 
 #include <QDir>
 #include <QProcess>

@@ -2,7 +2,7 @@
 // its boxes are answered by pressing Return in them.
 #include "platform/platform.h"
 
-#include "testsupport.h"
+#include "windowsupport.h"
 
 #include <QDir>
 #include <QTest>

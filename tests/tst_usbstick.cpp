@@ -5,7 +5,7 @@
 #include "ui/dialog.h"
 
 #include "firmwarekit.h"
-#include "testsupport.h"
+#include "windowsupport.h"
 
 #include <QApplication>
 #include <QLabel>

@@ -6,7 +6,7 @@
 #include "ui/wizard/wizardbootloader.h"
 
 #include "firmwarekit.h"
-#include "testsupport.h"
+#include "windowsupport.h"
 
 #include <QAbstractButton>
 #include <QApplication>

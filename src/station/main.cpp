@@ -98,8 +98,8 @@ int main(int argc, char **argv)
     }
 
     StationOutput output(parser.isSet(json));
+    Settings::setWarningHandler([&output](const QString &text) { output.error(text); });
     Settings settings(static_cast<QObject *>(nullptr));
-    settings.setWarningSink([&output](const QString &text) { output.error(text); });
     if (command == QLatin1String("list"))
         return list(settings, output);
 

@@ -214,11 +214,8 @@ void StationRun::startWorker()
     // Revision 0: the newer tool knows none, and a boot loader run takes the small size.
     worker = new DFUThread(settings, bootLoader ? 1 : 0, files, 0, options.zip, false, nullptr);
     worker->bindToPort(port);
-    connect(worker, &DFUThread::updateStatus, this, [this](const QString &status) {
-        // A transfer's status line comes as a file event.
-        if (!status.startsWith(QLatin1String("Flashing firmware stage ")))
-            output->stage(status);
-    });
+    worker->setTransferStatusShown(false); // a transfer comes as its file event
+    connect(worker, &DFUThread::updateStatus, this, [this](const QString &status) { output->stage(status); });
     connect(worker, &DFUThread::transferStarted, this, [this](const QString &stage, const QString &file, int n, int of) {
         remaining = -1;
         output->file(stage, file, n, of);

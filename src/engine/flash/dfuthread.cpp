@@ -1,0 +1,411 @@
+#include "dfuthread.h"
+
+#include "dfuoutputparser.h"
+
+#include "app/logstream.h"
+#include "app/settings.h"
+#include "app/toolrun.h"
+#include "firmware/firmwarenames.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QScopeGuard>
+#include <QtDebug>
+
+#include <limits>
+
+DFUThread::DFUThread(Settings *settings, int flashMode, const QStringList &firmwareFiles, int bootLoaderRev,
+                     bool skipGpg, bool bootLoaderOnly, QObject *parent)
+    : QThread(parent), flashMode(flashMode), bootLoaderRev(bootLoaderRev), skipGpg(skipGpg),
+      bootLoaderOnly(bootLoaderOnly), gpgAvailable(settings->isGpgAvailable()),
+      // Paths are taken here, on the GUI thread, so the worker never reads the settings object.
+      preparation("DFUThread", settings,
+                  {[this](const QString &text) { emit updateStatus(text); },
+                   [this](ErrorTexts::errorLevel level, const QString &text) {
+                       emit msgboxErrorSignal(level, text);
+                   }},
+                  finishedByUser),
+      tempPath(preparation.tempPath()), firmwareFiles(firmwareFiles)
+{
+    qRegisterMetaType<ErrorTexts::errorLevel>("ErrorTexts::errorLevel");
+    dfuPath = settings->getDfuUtilPath();
+    qDebug() << "****Start Update**********************************************************************\n";
+}
+
+DFUThread::~DFUThread()
+{
+    qDebug() << "Delete DFUThread and external processes";
+}
+
+QStringList DFUThread::dfuArguments(const QString &tempPath, const QString &extractName, const QString &ext,
+                                    const QString &file, int bootLoaderRev)
+{
+    return {QStringLiteral("-d 0x2675:0x0001"), QStringLiteral("-D"),
+            QDir::toNativeSeparators(tempPath + QLatin1Char('/') + extractName + QLatin1Char('/') + ext +
+                                     QLatin1Char('/') + file),
+            bootLoaderRev == 1 ? QStringLiteral("-t 4096") : QStringLiteral("-t 64")};
+}
+
+// ---- Run ----
+
+void DFUThread::run()
+{
+    emit sigenableAbort();
+    QProcess gpg;
+    QProcess dfu;
+    gpgProcess = &gpg;
+    dfuProcess = &dfu;
+    const auto forget = qScopeGuard([this] {
+        gpgProcess = nullptr;
+        dfuProcess = nullptr;
+    });
+
+    if (!preparation.hash(firmwareFiles) ||
+        !(gpgAvailable && !skipGpg ? preparation.decrypt(firmwareFiles, gpg, gpgRunning)
+                                   : preparation.copy(firmwareFiles)) ||
+        !preparation.unpack(firmwareFiles, tr("Error in firmware extraction"), [this] { pause(1); }) ||
+        !buildSysLists() || !calcTotalFileSize()) {
+        failFlash();
+        return;
+    }
+
+    if (flashMode == 1) {
+        if (!flashFiles(QStringLiteral("#0"), FirmwareNames::stageBl, blFiles)) {
+            failFlashAborted();
+            return;
+        }
+        breakPending = true;
+        breakAborted = false;
+        emit breakFlashing();
+        // The user restarts the device; continueFlashing() or abortFlashing() ends the wait.
+        while (breakPending) {
+            if (breakAborted || finishedByUser)
+                return;
+            QThread::msleep(100);
+        }
+        if (breakAborted)
+            return;
+        remainingClock.start();
+        emit visibilityRemaining(true);
+        if (bootLoaderOnly) {
+            finishFlash();
+            return;
+        }
+    }
+    if (!flashFiles(QStringLiteral("#1"), FirmwareNames::stageOs, osFiles) ||
+        !flashFiles(QStringLiteral("#2"), FirmwareNames::stagePr, prFiles)) {
+        failFlashAborted();
+        return;
+    }
+    finishFlash();
+}
+
+void DFUThread::finishFlash()
+{
+    flashOk = true;
+    emit sigdisableAbort();
+    emit updateProgress(100);
+    emit updateDFUProgress(100);
+    emit resetWrittenStatus();
+    emit visibilityRemaining(false);
+    qDebug() << "Flashing completed";
+    emit updateStatus(tr("Flashing completed"));
+    emit msgboxErrorSignal(ErrorTexts::Info, tr("Flashing completed") + tr("\nPlease perform Tessel restart!"));
+    emit exitCode(0);
+}
+
+void DFUThread::failFlash()
+{
+    flashOk = false;
+    emit sigdisableAbort();
+    emit visibilityRemaining(false);
+    emit exitCode(2);
+}
+
+void DFUThread::failFlashAborted()
+{
+    failFlash();
+    if (!finishedByUser)
+        emit updateStatus(ErrorTexts::processAborted());
+}
+
+// ---- Abort, from the GUI thread ----
+
+void DFUThread::abortByUser()
+{
+    finishedByUser = true;
+    killProcesses();
+}
+
+void DFUThread::continueFlashing()
+{
+    breakPending = false;
+}
+
+void DFUThread::abortFlashing()
+{
+    breakAborted = true;
+}
+
+void DFUThread::killProcesses()
+{
+    // The worker owns the processes and kills them within a moment of seeing
+    // finishedByUser; here we only say so.
+    if (gpgRunning)
+        qDebug() << "kill gpg";
+    if (dfuRunning)
+        qDebug() << "kill dfu";
+    else
+        sendExternalProcessesFinished();
+}
+
+void DFUThread::sendExternalProcessesFinished()
+{
+    if (!externalFinishedSent.exchange(true))
+        emit externalProcessesFinished();
+}
+
+// ---- Package preparation ----
+
+bool DFUThread::fillStageList(const QString &stage, QStringList &list)
+{
+    if (!preparation.stageList(stage, list))
+        return false;
+    filesTotal += qint32(list.size());
+    return true;
+}
+
+bool DFUThread::buildSysLists()
+{
+    emit updateStatus(tr("Building sys file lists"));
+    filesTotal = 0;
+    filesStarted = 0;
+    if (flashMode == 1) {
+        if (!fillStageList(FirmwareNames::stageBl, blFiles))
+            return false;
+        if (bootLoaderOnly)
+            return true;
+    }
+    return fillStageList(FirmwareNames::stageOs, osFiles) && fillStageList(FirmwareNames::stagePr, prFiles);
+}
+
+bool DFUThread::sumStage(const QString &stage, const QStringList &list, qint64 &total)
+{
+    for (const QString &name : list) {
+        const QString path = QDir::toNativeSeparators(preparation.stagePath(stage) + QLatin1Char('/') + name);
+        const qint64 size = QFileInfo(path).size();
+        qDebug() << "Size of file " << quoted(path) << ": " << size << "Byte";
+        if (size == 0)
+            return false;
+        total += size;
+    }
+    return true;
+}
+
+bool DFUThread::calcTotalFileSize()
+{
+    emit updateStatus(tr("Calculating total file size"));
+    counters = TransferCounters();
+    qint64 total = 0;
+    bool ok = true;
+    if (flashMode == 1)
+        ok = sumStage(FirmwareNames::stageBl, blFiles, total);
+    if (ok && (flashMode == 0 || !bootLoaderOnly))
+        ok = sumStage(FirmwareNames::stageOs, osFiles, total) && sumStage(FirmwareNames::stagePr, prFiles, total);
+    if (!ok) {
+        preparation.fail(tr("Packages contain zero sized files"));
+        return false;
+    }
+    // Sizes and progress are 32-bit throughout.
+    if (total > std::numeric_limits<qint32>::max()) {
+        preparation.fail(tr("Package is too large to flash"));
+        return false;
+    }
+    counters.totalFileSize = qint32(total);
+    qDebug() << "Total file size: " << counters.totalFileSize << "Byte\n";
+    return true;
+}
+
+// ---- Transfers ----
+
+void DFUThread::pause(int seconds)
+{
+    // Interruptible, so an abort does not wait out the pause.
+    for (int i = 0; i < seconds * 20 && !finishedByUser; ++i)
+        QThread::msleep(50);
+}
+
+bool DFUThread::flashFiles(const QString &label, const QString &ext, const QStringList &files)
+{
+    for (const QString &file : files) {
+        if (!transferFile(label, ext, file))
+            return false;
+        if (filesStarted != filesTotal)
+            pause(1);
+    }
+    return true;
+}
+
+bool DFUThread::transferFile(const QString &label, const QString &ext, const QString &file)
+{
+    counters.filePercent = 0;
+    fileStarted = false;
+    parser = DfuOutputParser();
+    prepareCurrentFile(ext, file);
+    currentFile = file;
+    stageLabel = label;
+    QStringList args = dfuArguments(tempPath, Settings::getExtractFolderName(), ext, file, bootLoaderRev);
+    if (!port.isEmpty())
+        args << QStringLiteral("-p") << port;
+    qDebug() << quoted(args);
+    return runDfu(args);
+}
+
+void DFUThread::prepareCurrentFile(const QString &ext, const QString &file)
+{
+    const QString path = QDir::toNativeSeparators(preparation.stagePath(ext) + QLatin1Char('/') + file);
+    counters.currentFileSize = qint32(QFileInfo(path).size());
+    qDebug() << "Size of currentFile " << quoted(path) << ": " << counters.currentFileSize << "Byte\n";
+}
+
+bool DFUThread::runDfu(const QStringList &args)
+{
+    // Announce the run before looking at the abort flag; abortByUser() does the reverse,
+    // so between the two of them exactly one sends externalProcessesFinished.
+    dfuRunning = true;
+    if (finishedByUser) {
+        dfuRunning = false;
+        sendExternalProcessesFinished();
+        return false;
+    }
+    sawOutput = false;
+    lastToolLine.clear();
+    const ToolResult result =
+        runTool(*dfuProcess, dfuPath, args, [this](const QByteArray &chunk) { readProgram(chunk); }, &finishedByUser);
+    dfuRunning = false;
+    if (finishedByUser) {
+        qDebug() << "DFU process finished by user with exit code " << result.exitCode;
+        sendExternalProcessesFinished();
+        return false;
+    }
+    if (!result.started) {
+        const QString name = Settings::toolName(QStringLiteral("dfu-util"));
+        qWarning() << quoted(name + QLatin1String(" could not be started"));
+        flashOk = false;
+        emit errorOutputSignal(tr("Unable to start %1").arg(name));
+        return false;
+    }
+    if (!sawOutput) {
+        // Success needs the tool's word for it, not just an exit code.
+        qWarning() << "dfu-util ended without any output";
+        flashOk = false;
+        emit errorOutputSignal(tr("%1 ended without any output").arg(Settings::toolName(QStringLiteral("dfu-util"))));
+        return false;
+    }
+    // The newer tool's word that the file is in the device counts whatever its exit
+    // code: the final reset of a device that comes back as a new one makes it 74.
+    if (!flashOk)
+        return false;
+    if (result.succeeded() || (!result.crashed && parser.downloadConfirmed()))
+        return true;
+    // Killed, crashed, or a message we do not know: still a failed flash, which an
+    // unattended run must hear of, with what the tool said last.
+    const QString name = Settings::toolName(QStringLiteral("dfu-util"));
+    QString text = result.crashed ? tr("%1 was ended by a signal").arg(name)
+                                  : tr("%1 ended with exit code %2").arg(name).arg(result.exitCode);
+    if (!lastToolLine.isEmpty())
+        text += QLatin1Char('\n') + lastToolLine;
+    qWarning() << quoted(text);
+    flashOk = false;
+    emit errorOutputSignal(text);
+    return false;
+}
+
+void DFUThread::keepLastLine(const QByteArray &chunk)
+{
+    // Progress bars redraw with carriage returns: each piece counts as a line.
+    const QList<QByteArray> lines = QByteArray(chunk).replace('\r', '\n').split('\n');
+    for (auto line = lines.crbegin(); line != lines.crend(); ++line) {
+        const QString text = QString::fromLocal8Bit(line->trimmed()).left(200);
+        if (!text.isEmpty()) {
+            lastToolLine = withVisibleControls(text);
+            return;
+        }
+    }
+}
+
+void DFUThread::readProgram(const QByteArray &chunk)
+{
+    sawOutput = true;
+    keepLastLine(chunk);
+    const DfuChunk parsed = parser.parse(chunk);
+    for (const DfuEvent &event : parsed.events) {
+        switch (event.kind) {
+        case DfuEvent::Status:
+            emit updateStatus(event.text);
+            break;
+        case DfuEvent::Error:
+            flashOk = false;
+            emit errorOutputSignal(event.text);
+            break;
+        case DfuEvent::StartingDownload:
+            // Newer tools announce a download in other words; one file counts once.
+            if (fileStarted)
+                break;
+            fileStarted = true;
+            showFlashingStage(stageLabel);
+            emit updateFileLabel(currentFile);
+            break;
+        case DfuEvent::HashMarks:
+            countHashMarks(event.count);
+            break;
+        case DfuEvent::Percent:
+            countPercent(event.count);
+            break;
+        }
+    }
+    if (!parsed.logText.isEmpty())
+        qDebug() << quoted(parsed.logText);
+}
+
+void DFUThread::showFlashingStage(const QString &stage)
+{
+    ++filesStarted;
+    if (transferStatusShown)
+        emit updateStatus(QLatin1String("Flashing firmware stage ") + stage + tr(" - File ") +
+                          QString::number(filesStarted) + QLatin1Char('/') + QString::number(filesTotal));
+    emit transferStarted(stage, currentFile, filesStarted, filesTotal);
+}
+
+void DFUThread::countHashMarks(int n)
+{
+    if (counters.writtenSize == 0) {
+        remainingClock.start();
+        emit visibilityRemaining(true);
+    }
+    for (int i = 0; i < n; ++i) {
+        const HashMarkReport report = countHashMark(counters);
+        emit updateProgress(report.percent);
+        emit updateWrittenStatus(report.written, report.total, report.useByteSize);
+        calcTimeRemaining(remainingClock.elapsed(), report.written, report.total);
+    }
+}
+
+// A progress bar's percent of the file stands for the hash marks the old tool would
+// have printed by then.
+void DFUThread::countPercent(int percent)
+{
+    const int due = hashMarksDue(counters, percent);
+    if (due > 0)
+        countHashMarks(due);
+}
+
+void DFUThread::calcTimeRemaining(qint64 elapsed, qint32 written, qint32 total)
+{
+    QString minutes;
+    QString seconds;
+    if (remainingTime(elapsed, written, total, &minutes, &seconds))
+        emit timeRemaining(minutes, seconds);
+}

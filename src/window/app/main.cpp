@@ -1,0 +1,124 @@
+#include "startupboxes.h"
+
+#include "app/buildidentity.h"
+#include "app/commandline.h"
+#include "app/errortexts.h"
+#include "app/log.h"
+#include "app/logstream.h"
+#include "app/settings.h"
+#include "platform/platform.h"
+#include "platform/singleinstance.h"
+#include "ui/dialog.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QTranslator>
+#include <QtDebug>
+
+namespace {
+
+bool identityComplete()
+{
+    if (QString::fromLatin1(BuildIdentity::appVersion).isEmpty())
+        return false;
+    for (const char *field : BuildIdentity::fields) {
+        if (QString::fromLatin1(field).isEmpty())
+            return false;
+    }
+    return true;
+}
+
+// One pass: everything from the application object to the end of its event loop.
+// A language change ends the loop with 3 and the caller runs a new pass.
+int runPass(int &argc, char **argv)
+{
+    QApplication app(argc, argv);
+    // Lets the desktop match the window to the installed entry and its icon.
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.zelko.morvanta"));
+    Settings::setWarningHandler(
+        [](const QString &text) { ErrorTexts::execMessageBox(ErrorTexts::Warning, text); });
+    Settings startSettings(static_cast<QObject *>(nullptr));
+    const QString languageName = startSettings.getValue(QStringLiteral("language"));
+
+    if (!identityComplete())
+        showInstallationCorrupted();
+    QString appVersion = QString::fromLatin1(BuildIdentity::appVersion);
+    appVersion.replace(QLatin1Char('_'), QLatin1Char(' '));
+
+    SingleInstance instance(QDir(QDir::currentPath()).absolutePath());
+    if (!instance.acquire())
+        showAlreadyRunning();
+
+    QTranslator translator;
+    QTranslator qtTranslator;
+    if (languageName == QLatin1String("German")) {
+        (void)translator.load(QStringLiteral(":/translations/translations/flashloader_de"));
+        (void)qtTranslator.load(QStringLiteral(":/translations/translations/qt_de"));
+        QCoreApplication::installTranslator(&translator);
+        QCoreApplication::installTranslator(&qtTranslator);
+    }
+
+    Log::setFolder(Platform::instanceFolder());
+    clearLogFile();
+    qInstallMessageHandler(logMessageHandler);
+    qDebug() << "Logfile path " << quoted(Log::filePath());
+
+    const QString titleSuffix =
+        startSettings.isGpgAvailable() ? QString() : QStringLiteral(" < Not using Zelko signed files > ");
+    qDebug() << "Version: " << quoted(appVersion) << "\n";
+
+    const QString usage = usageText();
+
+    const QString dfuName = Settings::toolName(QStringLiteral("dfu-util"));
+    const QString dfuPath = QDir(QCoreApplication::applicationDirPath()).filePath(dfuName);
+    qDebug() << plain("Search " + dfuName + ": ") << quoted(dfuPath) << "...";
+    const bool dfuMissing = !QFile::exists(dfuPath);
+    if (dfuMissing)
+        qDebug() << plain("..." + dfuName + " not found");
+    else
+        qDebug() << plain("...Found " + dfuName);
+
+    CommandLine line;
+    SearchOptions options;
+    if (startSettings.getValue(QStringLiteral("mode")) == QLatin1String("internal") &&
+        startSettings.isGpgAvailable()) {
+        line = parseCommandLine(argc, argv);
+        if (line.help) {
+            qDebug() << quoted(usage);
+            showHelpBox(usage);
+            return 2;
+        }
+        const QString broken = validateCommandLine(line, dfuMissing);
+        if (!broken.isEmpty()) {
+            showParameterError(broken);
+            return 2;
+        }
+        options = line.toSearchOptions();
+    }
+
+    Dialog dialog(options, dfuMissing, nullptr);
+    dialog.setWindowFlags(Qt::WindowCloseButtonHint | Qt::WindowMinimizeButtonHint);
+    dialog.setWindowTitle(line.titleTag + appVersion + titleSuffix);
+    dialog.setVisible(true);
+    if (options.automatic && line.bootloader) {
+        const int result = dialog.startAutomaticBootLoader(options.useFile);
+        qDebug() << quoted(QString::number(result));
+        return result;
+    }
+    if (options.automatic)
+        dialog.startAutomatic();
+
+    return QApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    int result;
+    do {
+        result = runPass(argc, argv);
+    } while (result == 3);
+    return result;
+}

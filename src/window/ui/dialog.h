@@ -1,0 +1,177 @@
+#pragma once
+
+#include "app/errortexts.h"
+#include "app/searchoptions.h"
+#include "download/filedownloader.h"
+#include "windowquestions.h"
+
+#include <QDialog>
+
+#include <functional>
+#include <QPointer>
+#include <QStringList>
+
+namespace Ui {
+class Dialog;
+}
+class DFUThread;
+class MyMenu;
+class MySelectionList;
+class SWCheck;
+class USBDetector;
+class USBWriteThread;
+class XMODEMthread;
+class Settings;
+class Version;
+
+// The program's one window: it owns the settings, the device query and the workers,
+// turns their signals into labels and boxes, and locks its controls while a job runs.
+// The frame lives in dialog.cpp, each flow in a dialog_<flow>.cpp of its own.
+class Dialog : public QDialog
+{
+    Q_OBJECT
+public:
+    Dialog(SearchOptions options, bool dfuMissing, QWidget *parent);
+    ~Dialog() override;
+
+    Settings *getSettings() const { return settings; }
+    // Where the USB stick flow finds its drives; the platform's removable drives unless
+    // someone hands in others.
+    void setRemovableDriveSource(std::function<QStringList()> source);
+
+    // Unattended runs
+    void startAutomatic();
+    // Runs the automatic boot loader wizard to its end; its result is the exit code.
+    int startAutomaticBootLoader(const QString &useFile);
+
+public slots:
+    void handleSettingError();
+
+    void showMsgBox(ErrorTexts::errorLevel level, const QString &text);
+    void updateStatus(const QString &status);
+    void setTotalProgress(int val);
+    void setDFUProgress(int val);
+    void setProgressBar(int done, int max);
+    void setNetSearchText(const QString &text);
+    void setDefaultNetSearchText();
+    void updateWrittenStatus(long written, long total, bool useByteSize);
+    void errorOutputSlot(const QString &errorSpec);
+
+    // Activity slots of the workers
+    void lenableAbort();
+    void ldisableAbort();
+
+    // USB cable flow of the Tessel NINE
+    void slotLocalSearchTesselNINE();
+    void slotUpdateTesselNINE();
+    void externProcessesFinished();
+
+    // USB cable flow of the Brio Mel
+    void slotLocalSearchBrioMel();
+    void slotUpdateBrioMel();
+    void startUsbDetection();
+    void setBrioMelDetected(bool detected);
+    void abortXmodem();
+    void userAbortXmodem();
+
+    // USB stick
+    void slotUSBExtractSearchTesselNINE();
+    void slotUSBWriteTesselNINE();
+    void ExtractToDestination(const QString &outdir);
+    void NoExtractDestination();
+    void extractEnableAbort();
+    void extractDisableAbort();
+
+    // Downloads
+    void slotDownloadTesselNINE();
+    void slotDownloadBrioMel();
+    void finishedDownload(const QStringList &fwfiles, const QString &storeDir,
+                          FileDownloader::FirmwareDownloadOption option);
+    void abortNetSearch();
+    void abortNetSearch(const QString &text);
+    void initializedDownload();
+    void startedDownload();
+
+    void exitDfuInternalAutomaticOK(int err);
+    void exitInternalAutomatic(int err);
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
+
+private slots:
+    void adv_bootloader();
+    void tabTesselNINEModesChanged(int index);
+    void tabDevicesChanged(int index);
+    void questionLanguageRestart();
+    void checkHttpChanged();
+
+private:
+    void setUpTabs();
+    void setUpMenu();
+    // A job holds the extract folder or the device: from the click that starts it (or
+    // its worker's first signal) until its ending. While one does, no other may start.
+    bool jobRunning() const;
+    // A job has locked the window and not yet freed it.
+    bool windowLocked() const { return flashing || usbWriting || downloading || downloader; }
+    // Whatever could still start another job from before goes: the drive list.
+    void jobStarts();
+    void disableTab();
+    void enableTabs();
+    void resetStatus();
+    void setBootLoaderActionEnabled(bool enabled);
+    void showAbortedStatus();
+    void restoreSearchButtonText();
+
+    void checkFirmware(int origin, int device);
+    void checkDevice(int origin, int device);
+    void rejectFirmware();
+    bool recheckDevice();
+    // Reads the selected firmware's and the device's versions and shows them; false: no device.
+    bool askDevice();
+    void showDeviceVersion(const QString &selected, bool selectedHasV, const QString &current, bool currentHasV);
+    void startFlash();
+    void startOrAbortFlash();
+    void startDfuWorker();
+    void disposeDfuThread();
+    void finishAborted();
+    void flashNotCompleted();
+    void disposeUsbWriteThread();
+    void slotDownload(bool expert);
+    void startDownload(const QString &userIdentifier);
+    void disposeDownloader(bool abort);
+    void resetDownloadControls();
+    void stopWorkers();
+    void keepRetiring(QThread *thread);
+    void disposeXmodemThread();
+    void disposeUsbDetector();
+
+    Ui::Dialog *ui;
+    WindowQuestions questions{this}; // what the engine asks, asked by this window
+    Settings *settings = nullptr;
+    bool usedZipSearch = false;
+    bool dfuMissing;
+    SWCheck *swCheck = nullptr;
+    MyMenu *menu = nullptr;
+    Version *version = nullptr;
+    DFUThread *dfuThread = nullptr;
+    XMODEMthread *xmodemThread = nullptr;
+    USBDetector *usbDetector = nullptr;
+    FileDownloader *downloader = nullptr;
+    USBWriteThread *usbWriteThread = nullptr;
+    MySelectionList *driveList = nullptr;
+    std::function<QStringList()> removableDrives;
+    QPointer<DFUThread> retiredDfuThread; // told to stop, may still be leaving the extract folder
+    QList<QPointer<QThread>> retiring;     // every worker told to stop, until it has ended
+    bool startPending = false; // a start waits for a retired worker to leave the extract folder
+    bool wizardOpen = false;
+    QString deviceVersion;
+    QStringList firmwareFiles;
+    int versionCompare = 0;
+    bool flashing = false;
+    bool downloading = false;
+    bool usbWriting = false;
+    bool deviceMissing = false;
+    SearchOptions options;
+    int bootLoaderRev = 0;
+};
