@@ -12,7 +12,7 @@ packages=(
   php-cli python3-pyftpdlib openssl
   xvfb xauth xdotool imagemagick libxcb1-dev
   dosfstools fusefat
-  dfu-util umockdev libumockdev-dev dpkg-dev file appstream desktop-file-utils
+  dfu-util umockdev libumockdev-dev dpkg-dev file appstream desktop-file-utils lintian
   clang libfuzzer-14-dev
 )
 

@@ -1,12 +1,13 @@
-// The Debian package as apt would install it: what it holds, what it pulls in, and the
-// installed program, unpacked into a scratch root, flashing against the system's own
-// gpg and dfu-util with no device plugged in.
+// The two Debian packages as apt would install them: what each holds and pulls in,
+// lintian's verdict, and the installed programs, unpacked into scratch roots, flashing
+// against the system's own gpg and dfu-util with no device plugged in.
 #include "firmwarekit.h"
 #include "windowsupport.h"
 
 #include <QDir>
 #include <QJsonDocument>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTest>
 
 
@@ -37,8 +38,31 @@ class TestPackage : public QObject
 {
     Q_OBJECT
     QTemporaryDir work;
-    QString deb;
-    QString root() const { return work.path() + "/root"; }
+    QMap<QString, QString> debs; // package name: its file
+    // The station alone, as a line PC without a display installs it; and the window,
+    // which comes with the station it depends on.
+    QString stationRoot() const { return work.path() + "/station"; }
+    QString windowRoot() const { return work.path() + "/window"; }
+
+    // Every file and link of a package, by path, with a link's target.
+    QMap<QString, QString> contentsOf(const QString &package)
+    {
+        QMap<QString, QString> found;
+        for (const QString &line : run("dpkg-deb", {"-c", debs[package]}).output.split('\n', Qt::SkipEmptyParts)) {
+            if (line.startsWith('d'))
+                continue;
+            const QString entry = line.section(" ./", 1);
+            found.insert("/" + entry.section(" -> ", 0, 0), entry.section(" -> ", 1));
+        }
+        return found;
+    }
+    QStringList dependsOf(const QString &package)
+    {
+        QStringList names;
+        for (const QString &entry : run("dpkg-deb", {"-f", debs[package], "Depends"}).output.split(',', Qt::SkipEmptyParts))
+            names << entry.trimmed().section(' ', 0, 0);
+        return names;
+    }
 
 private slots:
     void initTestCase()
@@ -46,58 +70,69 @@ private slots:
         QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run under xvfb-run");
         const Result made = run(MORVANTA_CPACK, {"-G", "DEB", "-B", work.path() + "/out"}, MORVANTA_TEST_BUILD_DIR);
         QVERIFY2(made.exitCode == 0, qPrintable(made.output));
-        const QStringList debs = QDir(work.path() + "/out").entryList({"morvanta_*.deb"}, QDir::Files);
-        QCOMPARE(debs.size(), 1);
-        deb = work.path() + "/out/" + debs.first();
-        const Result unpacked = run("dpkg-deb", {"-x", deb, root()});
-        QVERIFY2(unpacked.exitCode == 0, qPrintable(unpacked.output));
+        for (const QString &file : QDir(work.path() + "/out").entryList({"*.deb"}, QDir::Files))
+            debs.insert(file.section('_', 0, 0), work.path() + "/out/" + file);
+        QCOMPARE(debs.keys(), (QStringList{"morvanta", "morvanta-station"}));
+        for (const auto &[root, packages] : {std::pair{stationRoot(), QStringList{"morvanta-station"}},
+                                             std::pair{windowRoot(), QStringList{"morvanta-station", "morvanta"}}})
+        {
+            for (const QString &package : packages)
+                QCOMPARE(run("dpkg-deb", {"-x", debs[package], root}).exitCode, 0);
+            // What the packages depend on, installed as the system has it.
+            for (const char *tool : {"gpg", "dfu-util"})
+                QVERIFY(QFile::link(QString("/usr/bin/") + tool, root + "/usr/bin/" + tool));
+        }
     }
 
-    // Exactly these files and links, nothing else: no simulator, no test program.
+    // Exactly these files and links, each in one package: no simulator, no test program.
     void contents()
     {
-        const QMap<QString, QString> expected{
-            {"/usr/bin/morvanta", "../lib/morvanta/morvanta"},
+        const QMap<QString, QString> station{
             {"/usr/bin/morvanta-station", "../lib/morvanta/morvanta-station"},
-            {"/usr/lib/morvanta/morvanta", ""},
             {"/usr/lib/morvanta/morvanta-station", ""},
-            {"/usr/lib/morvanta/gpg", "/usr/bin/gpg"},
-            {"/usr/lib/morvanta/dfu-util", "/usr/bin/dfu-util"},
+            {"/usr/lib/morvanta/gpg", "../../bin/gpg"},
+            {"/usr/lib/morvanta/dfu-util", "../../bin/dfu-util"},
+            {"/usr/lib/udev/rules.d/70-morvanta.rules", ""},
+            {"/usr/share/doc/morvanta-station/copyright", ""},
+            {"/usr/share/doc/morvanta-station/changelog.gz", ""},
+        };
+        const QMap<QString, QString> window{
+            {"/usr/bin/morvanta", "../lib/morvanta/morvanta"},
+            {"/usr/lib/morvanta/morvanta", ""},
             {"/usr/share/applications/com.zelko.morvanta.desktop", ""},
             {"/usr/share/metainfo/com.zelko.morvanta.metainfo.xml", ""},
             {"/usr/share/icons/hicolor/scalable/apps/com.zelko.morvanta.svg", ""},
             {"/usr/share/icons/hicolor/128x128/apps/com.zelko.morvanta.png", ""},
             {"/usr/share/doc/morvanta/copyright", ""},
-            {"/usr/lib/udev/rules.d/70-morvanta.rules", ""},
+            {"/usr/share/doc/morvanta/changelog.gz", ""},
         };
-        QMap<QString, QString> found;
-        const Result listing = run("dpkg-deb", {"-c", deb});
-        for (const QString &line : listing.output.split('\n', Qt::SkipEmptyParts)) {
-            if (line.startsWith('d'))
-                continue;
-            const QString entry = line.section(" ./", 1);
-            found.insert("/" + entry.section(" -> ", 0, 0), entry.section(" -> ", 1));
-        }
-        QCOMPARE(found, expected);
-        QVERIFY(QFileInfo(root() + "/usr/lib/morvanta/morvanta").isExecutable());
-        QVERIFY(run("grep", {"-q", "libzip", root() + "/usr/share/doc/morvanta/copyright"}).exitCode == 0);
+        QCOMPARE(contentsOf("morvanta-station"), station);
+        QCOMPARE(contentsOf("morvanta"), window);
+        // The links lead to the system's tools from where they stand.
+        QCOMPARE(QFileInfo(stationRoot() + "/usr/lib/morvanta/gpg").symLinkTarget(), stationRoot() + "/usr/bin/gpg");
+        QVERIFY(run("grep", {"-q", "libzip", stationRoot() + "/usr/share/doc/morvanta-station/copyright"}).exitCode == 0);
     }
 
+    // The station needs no display: neither its package nor its program pulls in Qt's
+    // Gui or Widgets or an X library. The window brings the station.
     void dependencies()
     {
-        const Result depends = run("dpkg-deb", {"-f", deb, "Depends"});
-        QCOMPARE(depends.exitCode, 0);
-        QStringList names;
-        for (const QString &entry : depends.output.split(',', Qt::SkipEmptyParts))
-            names << entry.trimmed().section(' ', 0, 0);
-        for (const char *needed : {"gpg", "dfu-util", "qt6-qpa-plugins", "libqt6widgets6", "libqt6network6",
-                                   "libzip4", "libcurl4"})
-            QVERIFY2(names.contains(needed), needed);
+        const QStringList station = dependsOf("morvanta-station");
+        for (const char *needed : {"gpg", "dfu-util", "libqt6core6", "libqt6network6", "libzip4", "libcurl4"})
+            QVERIFY2(station.contains(needed), needed);
+        const QRegularExpression display("^(libqt6gui|libqt6widgets|qt6-qpa|libx11|libxcb|libgl|libegl)");
+        QCOMPARE(station.filter(display), QStringList{});
+        const Result libraries = run("ldd", {stationRoot() + "/usr/lib/morvanta/morvanta-station"});
+        QCOMPARE(libraries.exitCode, 0);
+        QVERIFY2(!libraries.output.contains(QRegularExpression("libQt6(Gui|Widgets)|libX11|libxcb")), qPrintable(libraries.output));
+        const QStringList window = dependsOf("morvanta");
+        for (const char *needed : {"morvanta-station", "qt6-qpa-plugins", "libqt6widgets6"})
+            QVERIFY2(window.contains(needed), needed);
     }
 
     void desktopMetadata()
     {
-        const QString share = root() + "/usr/share";
+        const QString share = windowRoot() + "/usr/share";
         for (const Result &checked :
              {run("desktop-file-validate", {share + "/applications/com.zelko.morvanta.desktop"}),
               run("appstreamcli", {"validate", "--no-net", "--pedantic", share + "/metainfo/com.zelko.morvanta.metainfo.xml"})})
@@ -108,17 +143,34 @@ private slots:
         const QString entry = QString::fromUtf8(TestSupport::readFile(share + "/applications/com.zelko.morvanta.desktop"));
         const QString folder = QRegularExpression("^Path=(.*)$", QRegularExpression::MultilineOption).match(entry).captured(1);
         QCOMPARE(folder, QString("/usr/lib/morvanta"));
-        QVERIFY(QFileInfo(root() + folder + "/morvanta").isExecutable());
+        QVERIFY(QFileInfo(windowRoot() + folder + "/morvanta").isExecutable());
     }
 
-    // apt resolves everything the package asks for from Debian's own archive.
+    // Debian's own checker finds no error in either package.
+    void lintianPasses_data()
+    {
+        QTest::addColumn<QString>("package");
+        QTest::newRow("morvanta") << "morvanta";
+        QTest::newRow("morvanta-station") << "morvanta-station";
+    }
+
+    void lintianPasses()
+    {
+        QFETCH(QString, package);
+        const Result checked = run("lintian", {"--fail-on", "error", debs[package]});
+        QVERIFY2(checked.exitCode == 0 && !checked.output.contains(QRegularExpression("^E:", QRegularExpression::MultilineOption)),
+                 qPrintable(checked.output));
+    }
+
+    // apt resolves everything the packages ask for from Debian's own archive.
     void aptResolves()
     {
         if (run("apt-cache", {"show", "libqt6widgets6"}).exitCode != 0)
             QSKIP("apt has no package lists on this machine");
-        const Result plan = run("apt-get", {"install", "--simulate", "--no-install-recommends", deb});
-        const bool planned = plan.output.contains("Inst morvanta") || plan.output.contains("morvanta is already");
-        QVERIFY2(plan.exitCode == 0 && planned, qPrintable(plan.output));
+        const Result plan = run("apt-get", {"install", "--simulate", "--no-install-recommends", debs["morvanta"],
+                                            debs["morvanta-station"]});
+        QVERIFY2(plan.exitCode == 0 && plan.output.contains(QRegularExpression("Inst morvanta-station|morvanta-station is already")),
+                 qPrintable(plan.output));
     }
 
     // The installed program finds its tools through its links, runs the real gpg on a
@@ -134,24 +186,24 @@ private slots:
         sandbox.writeConfig({{"mode", "internal"}});
 
         ProgramRun program(sandbox, {"-a", "-p", firmware.path()}, QString(), QProcessEnvironment(),
-                           root() + "/usr/bin/morvanta");
+                           windowRoot() + "/usr/bin/morvanta");
         QVERIFY(TestSupport::answerBox("ERROR", 60000));
         QVERIFY2(program.waitForExit(60000), qPrintable(program.output()));
         QCOMPARE(program.exitCode(), 2);
         const QString log = sandbox.log();
-        QVERIFY2(log.contains("Application directory \"" + root() + "/usr/lib/morvanta\""), qPrintable(log));
+        QVERIFY2(log.contains("Application directory \"" + windowRoot() + "/usr/lib/morvanta\""), qPrintable(log));
         QVERIFY(log.contains("...Found gpg"));
         QVERIFY(log.contains("**** Morvanta uses encryption mechanism ****"));
         QVERIFY(log.contains("\"dfu-util 0."));
         QVERIFY(log.contains("Device is not connected"));
         QCOMPARE(sandbox.lastLogLine(), QString("\"Morvanta exit 2\" "));
 
-        // The station's front end beside it, with no display: the same tools, no device.
+        // The station installed alone, with no display: the same tools, no device.
         QProcess station;
         QProcessEnvironment env = sandbox.environment();
         env.remove("DISPLAY");
         station.setProcessEnvironment(env);
-        station.start(root() + "/usr/bin/morvanta-station", {"flash", "--json", firmware.path()});
+        station.start(stationRoot() + "/usr/bin/morvanta-station", {"flash", "--json", firmware.path()});
         QVERIFY(station.waitForFinished(60000));
         QCOMPARE(station.exitCode(), 2);
         const QList<QByteArray> lines = station.readAllStandardOutput().trimmed().split('\n');
