@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks; prints figures, asserts nothing.
 #   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]
-#   sections: prepare parser download ftp usb emulated station
+#   sections: prepare parser download ftp usb emulated station speed
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 shift || true
-sections=${*:-prepare parser download ftp usb emulated station}
+sections=${*:-prepare parser download ftp usb emulated station speed}
 want() { [[ " $sections " == *" $1 "* ]]; }
 command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
 cmake --build "$build" -j2 --target benchmarks >/dev/null
@@ -196,5 +196,65 @@ done
 echo "  peak memory of one run: $(cat "$work/time") KiB"
 kill "$bus"
 wait "$bus" 2>/dev/null || true
+unset UMOCKDEV_DIR
+fi
+
+if want speed; then
+echo "== five files of 16 KiB onto one emulated Tessel NINE with Debian's dfu-util, all in one run"
+bash tools/make-firmware-kit.sh "$build/devkey" "$work/speedfw" Tessel_NINE_V1_2_4 3 2 16384 >/dev/null
+gh=$work/speedgnupg
+mkdir -m 700 "$gh"
+cp "$build/devkey/pubring.gpg" "$build/devkey/trustdb.gpg" "$gh/"
+for kind in OS PR; do
+    gpg --homedir "$gh" --batch --yes --quiet -o "$work/$kind.zip" "$work/speedfw/Tessel_NINE_V1_2_4.$kind.zip.gpg" 2>/dev/null
+    unzip -q -o "$work/$kind.zip" -d "$work/speedsys"
+done
+gpgconf --homedir "$gh" --kill all >/dev/null 2>&1 || true
+app=$work/speedapp
+mkdir -p "$app"
+cp "$bin/morvanta" "$bin/morvanta-station" "$app/"
+ln -s "$(command -v gpg)" "$app/gpg"
+ln -s "$bin/dfu-util-umockdev" "$app/dfu-util"
+printf '[General]\nmode=internal\n' > "$HOME/Morvanta_config.ini"
+"$bin/tessel-emulator" --announce "$work/speedbed" --device port=1 -- sleep 3600 &
+speedbus=$!
+trap 'kill "$speedbus" 2>/dev/null; wait "$speedbus" 2>/dev/null; rm -rf "$work"' EXIT
+while [ ! -s "$work/speedbed" ]; do sleep 0.1; done
+export UMOCKDEV_DIR=$(cat "$work/speedbed")
+dfu=$bin/dfu-util-umockdev
+ms() { echo $(( ($(date +%s%N) - $1) / 1000000 )); }
+# Until `-l` shows the device on port 1-1 in this mode ("Runtime" or "DFU"), every 50 ms.
+until_found() { until "$dfu" -l 2>/dev/null | grep -q "Found $1: .*path=\"1-1\""; do sleep 0.05; done; }
+files=("$work"/speedsys/os/*.sys "$work"/speedsys/pr/*.sys)
+declare -A took
+for round in 1 2; do
+    start=$(date +%s%N)
+    "$app/morvanta-station" flash --port 1-1 "$work/speedfw" >/dev/null || echo "  the station's run failed"
+    took[station]=$(ms "$start")
+    start=$(date +%s%N)
+    QT_QPA_PLATFORM=offscreen "$app/morvanta" -a -p "$work/speedfw" >/dev/null 2>&1 || echo "  the window's run failed"
+    took[window]=$(ms "$start")
+    until_found Runtime
+    start=$(date +%s%N)
+    for f in "${files[@]}"; do
+        "$dfu" -p 1-1 -d 0x2675:0x0001 -D "$f" -t 64 >/dev/null 2>&1 || true # 74: a new device
+        until_found Runtime
+    done
+    took[loop]=$(ms "$start")
+    start=$(date +%s%N)
+    for f in "${files[@]}"; do
+        "$dfu" -p 1-1 -e >/dev/null 2>&1 || true
+        until_found DFU
+        "$dfu" -p 1-1 -D "$f" -t 64 >/dev/null 2>&1 || true
+        until_found Runtime
+    done
+    took[bare]=$(ms "$start")
+    echo "  round $round: station ${took[station]} ms, window -a ${took[window]} ms," \
+        "shell loop ${took[loop]} ms, detach/look/download ${took[bare]} ms"
+    echo "    station $(( took[station] * 100 / took[loop] ))% of the loop and" \
+        "$(( took[station] * 100 / took[bare] ))% of the bare sequence; window $(( took[window] * 100 / took[loop] ))% of the loop"
+done
+kill "$speedbus"
+wait "$speedbus" 2>/dev/null || true
 unset UMOCKDEV_DIR
 fi

@@ -2,7 +2,6 @@
 
 #include "app/buildidentity.h"
 #include "app/commandline.h"
-#include "app/errortexts.h"
 #include "app/log.h"
 #include "app/logstream.h"
 #include "app/settings.h"
@@ -36,8 +35,6 @@ int runPass(int &argc, char **argv)
     QApplication app(argc, argv);
     // Lets the desktop match the window to the installed entry and its icon.
     QGuiApplication::setDesktopFileName(QStringLiteral("com.zelko.morvanta"));
-    Settings::setWarningHandler(
-        [](const QString &text) { ErrorTexts::execMessageBox(ErrorTexts::Warning, text); });
     Settings startSettings(static_cast<QObject *>(nullptr));
     const QString languageName = startSettings.getValue(QStringLiteral("language"));
 

@@ -28,6 +28,9 @@ Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
 {
     // The form first: the settings may report a broken installation while they load.
     ui->setupUi(this);
+    // The working folders' warnings are boxes here, from the first one on.
+    Settings::setWarningHandler(
+        [](const QString &text) { ErrorTexts::execMessageBox(ErrorTexts::Warning, text); });
     settings = new Settings(this);
     swCheck = new SWCheck(settings, options, &questions, nullptr);
 
