@@ -198,7 +198,9 @@ private slots:
                                                  << "More than one DFU capable USB device found: ports 1-1, 1-2.";
         QTest::newRow("no device on the port") << one << QStringList{"--port", "1-7"} << "" << 2
                                                << "Device is not connected";
-        QTest::newRow("a time limit") << one << QStringList{"--timeout", "3"} << "" << 2 << "Time limit of 3 s reached";
+        // A device that asks for half a second after each block takes longer than that.
+        QTest::newRow("a time limit") << QStringList{"port=1,scenario=busy,after=500"} << QStringList{"--timeout", "3"}
+                                      << "" << 2 << "Time limit of 3 s reached";
         QTest::newRow("a FIFO for firmware") << one << QStringList{"--timeout", "30"} << "fifo" << 2
                                              << sandbox.root() + "/Tessel_NINE_V1_2_4.OS.zip.gpg is not a regular file";
         QTest::newRow("no gpg and no --zip") << one << QStringList{} << "nogpg" << 2 << "No gpg beside morvanta-station";

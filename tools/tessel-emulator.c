@@ -57,6 +57,9 @@ typedef struct {
     gboolean closed;  /* a node the user may not open */
     Scenario scenario;
     int at, after;
+    int offBus; /* ms off the bus at each re-enumeration (detach, final reset) */
+    int lag;    /* ms a node stays closed to the user after a re-enumeration, as udev sets permissions late */
+    gboolean appeared;
     char *record;  /* folder for the downloaded images */
     char *control; /* file whose word "pulled" or "plugged" pulls or plugs the device */
     /* state */
@@ -89,6 +92,7 @@ static int commandStatus = 1;
 static GPid commandPid;
 
 static void appear(Device *d, gboolean dfuMode);
+static gboolean openNode(gpointer data);
 
 /* ---- Descriptors ---- */
 
@@ -276,17 +280,36 @@ static void appear(Device *d, gboolean dfuMode)
     unlockEvents(events);
     g_free(record);
     g_free(descriptorHex);
-    if (d->closed) {
+    const gboolean lagging = d->lag > 0 && d->appeared;
+    d->appeared = TRUE;
+    if (d->closed || d->lag > 0) {
         /* Nobody may open it: libusb reads LIBUSB_ERROR_ACCESS. Root may open anything,
-         * so for root the tool runs as another user (see tools/dfu-util-umockdev.in). */
+         * so for root the tool runs as another user (see tools/dfu-util-umockdev.in). A
+         * lagging node opens for everyone once its time is up. */
         char *node = g_build_filename(umockdev_testbed_get_root_dir(testbed), instance->devnode, NULL);
-        chmod(node, getuid() == 0 ? 0600 : 0);
+        chmod(node, d->closed || lagging ? (getuid() == 0 ? 0600 : 0) : 0666);
         g_free(node);
         openSockets(umockdev_testbed_get_root_dir(testbed));
         /* where the preload library makes the tool's socket for uevents */
         chmod(umockdev_testbed_get_root_dir(testbed), 01777);
+        if (lagging && !d->closed)
+            g_timeout_add(d->lag, openNode, d);
     }
     d->current = instance;
+}
+
+/* udev has set the node's permissions: the user may open it now. */
+static gboolean openNode(gpointer data)
+{
+    g_mutex_lock(&lock);
+    Device *d = data;
+    if (d->current) {
+        char *node = g_build_filename(umockdev_testbed_get_root_dir(testbed), d->current->devnode, NULL);
+        chmod(node, 0666);
+        g_free(node);
+    }
+    g_mutex_unlock(&lock);
+    return G_SOURCE_REMOVE;
 }
 
 static gboolean returnLate(gpointer data)
@@ -459,8 +482,8 @@ static int reset(Device *d)
 {
     if (!d->dfuMode && d->state == appDETACH) {
         leave(d);
-        if (d->scenario == LATE_RETURN)
-            g_timeout_add(d->after, returnLate, d);
+        if (d->scenario == LATE_RETURN || d->offBus)
+            g_timeout_add(d->scenario == LATE_RETURN ? d->after : d->offBus, returnLate, d);
         else if (d->scenario != NO_RETURN)
             appear(d, TRUE);
         return ENODEV;
@@ -471,7 +494,10 @@ static int reset(Device *d)
             return 0;
         }
         leave(d);
-        appear(d, FALSE);
+        if (d->offBus)
+            g_timeout_add(d->offBus, returnToRuntime, d);
+        else
+            appear(d, FALSE);
         return ENODEV;
     }
     return 0;
@@ -620,7 +646,7 @@ static const struct {
     {"late-return", LATE_RETURN}, {"busy", BUSY}, {"stays-old", STAYS_OLD},
 };
 
-/* port=N,name=V1_2_3,serial=S,scenario=W,at=N,after=MS,record=DIR,control=FILE,closed,
+/* port=N,name=V1_2_3,serial=S,scenario=W,at=N,after=MS,offbus=MS,lag=MS,record=DIR,control=FILE,closed,
  * vendor=HEX,product=HEX (another maker's DFU device) */
 static Device *parseDevice(const char *text, int index)
 {
@@ -655,6 +681,10 @@ static Device *parseDevice(const char *text, int index)
             d->control = g_strdup(value);
         else if (!strcmp(key, "closed"))
             d->closed = TRUE;
+        else if (!strcmp(key, "offbus"))
+            d->offBus = atoi(value);
+        else if (!strcmp(key, "lag"))
+            d->lag = atoi(value);
         else if (!strcmp(key, "vendor") || !strcmp(key, "product")) {
             *(!strcmp(key, "vendor") ? &d->vendor : &d->product) = (guint16) strtoul(value, NULL, 16);
             d->foreign = TRUE;
@@ -719,7 +749,7 @@ int main(int argc, char **argv)
 
     gboolean anyClosed = FALSE;
     for (guint i = 0; i < devices->len; ++i)
-        anyClosed = anyClosed || ((Device *) devices->pdata[i])->closed;
+        anyClosed = anyClosed || ((Device *) devices->pdata[i])->closed || ((Device *) devices->pdata[i])->lag > 0;
     /* A tool that runs as another user must reach the testbed: not in a private TMPDIR. */
     const char *tmpdir = getenv("TMPDIR");
     char *commandTmpdir = tmpdir ? g_strdup(tmpdir) : NULL;

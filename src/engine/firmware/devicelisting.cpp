@@ -7,7 +7,10 @@
 #include "app/toolrun.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 #include <QtDebug>
+
+#include <atomic>
 
 namespace {
 // The value of key="..." in a listing line, or an empty string.
@@ -49,6 +52,23 @@ QList<ListedDevice> parseDeviceListing(const QByteArray &output)
     return devices;
 }
 
+namespace {
+std::atomic<DfuDialect> dialect{DfuDialect::Unknown};
+}
+
+void noteDfuBanner(const QByteArray &output)
+{
+    const QRegularExpressionMatch banner =
+        QRegularExpression(QStringLiteral("^dfu-util (\\d+)\\.(\\d+)")).match(QString::fromLatin1(output));
+    if (banner.hasMatch())
+        dialect = banner.captured(1).toInt() > 0 || banner.captured(2).toInt() >= 9 ? DfuDialect::Newer : DfuDialect::Old;
+}
+
+DfuDialect knownDfuDialect()
+{
+    return dialect;
+}
+
 QList<ListedDevice> listDfuDevices(const Settings &settings, bool *accessDenied, int timeoutMs)
 {
     QProcess process;
@@ -61,6 +81,7 @@ QList<ListedDevice> listDfuDevices(const Settings &settings, bool *accessDenied,
     }
     output = process.readAll();
     qDebug() << quoted(output);
+    noteDfuBanner(output);
     *accessDenied = parseDeviceReply(output, Settings::getTesselNINEName()).accessDenied;
     return parseDeviceListing(output);
 }

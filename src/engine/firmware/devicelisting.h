@@ -21,6 +21,13 @@ struct ListedDevice {
     bool isTesselNine() const { return vendorProduct == QLatin1String("2675:0001"); }
 };
 
+// The tool's dialect, from the banner of the last "-l" this process ran: the newer one
+// (0.9 and later) pauses 5 s after a detach and looks once, so the flashing worker
+// detaches and looks for the device itself.
+enum class DfuDialect { Unknown, Old, Newer };
+void noteDfuBanner(const QByteArray &output);
+DfuDialect knownDfuDialect();
+
 // Every device the listing names, in its order.
 QList<ListedDevice> parseDeviceListing(const QByteArray &output);
 

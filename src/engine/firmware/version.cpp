@@ -1,5 +1,7 @@
 #include "version.h"
 
+#include "devicelisting.h"
+
 #include "app/errortexts.h"
 #include "app/logstream.h"
 #include "app/settings.h"
@@ -107,6 +109,7 @@ QString Version::getDeviceVersion(bool *found, bool *hasV)
 void Version::readVersion()
 {
     const QByteArray chunk = process->readAll();
+    noteDfuBanner(chunk);
     const DeviceReply reply = parseDeviceReply(chunk, Settings::getTesselNINEName());
     accessDenied = accessDenied || reply.accessDenied;
     newerTool = newerTool || reply.newerTool;

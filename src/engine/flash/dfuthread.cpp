@@ -5,9 +5,11 @@
 #include "app/logstream.h"
 #include "app/settings.h"
 #include "app/toolrun.h"
+#include "firmware/devicelisting.h"
 #include "firmware/firmwarenames.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
@@ -65,7 +67,12 @@ void DFUThread::run()
     if (!preparation.hash(firmwareFiles) ||
         !(gpgAvailable && !skipGpg ? preparation.decrypt(firmwareFiles, gpg, gpgRunning)
                                    : preparation.copy(firmwareFiles)) ||
-        !preparation.unpack(firmwareFiles, tr("Error in firmware extraction"), [this] { pause(1); }) ||
+        !preparation.unpack(firmwareFiles, tr("Error in firmware extraction"),
+                            [this] {
+                                // The old tool's rhythm; the newer one's path has no fixed pause.
+                                if (knownDfuDialect() != DfuDialect::Newer)
+                                    pause(1);
+                            }) ||
         !buildSysLists() || !calcTotalFileSize()) {
         failFlash();
         return;
@@ -242,7 +249,7 @@ bool DFUThread::flashFiles(const QString &label, const QString &ext, const QStri
     for (const QString &file : files) {
         if (!transferFile(label, ext, file))
             return false;
-        if (filesStarted != filesTotal)
+        if (filesStarted != filesTotal && devicePort.isEmpty())
             pause(1);
     }
     return true;
@@ -252,15 +259,159 @@ bool DFUThread::transferFile(const QString &label, const QString &ext, const QSt
 {
     counters.filePercent = 0;
     fileStarted = false;
+    resetsToRuntime = false;
     parser = DfuOutputParser();
     prepareCurrentFile(ext, file);
     currentFile = file;
     stageLabel = label;
     QStringList args = dfuArguments(tempPath, Settings::getExtractFolderName(), ext, file, bootLoaderRev);
-    if (!port.isEmpty())
-        args << QStringLiteral("-p") << port;
+    if (!checkTool())
+        return false;
+    if (!devicePort.isEmpty() && !readyInDfuMode())
+        return false;
+    const QString target = devicePort.isEmpty() ? port : devicePort;
+    if (!target.isEmpty())
+        args << QStringLiteral("-p") << target;
     qDebug() << quoted(args);
-    return runDfu(args);
+    return runDfu(args) && (devicePort.isEmpty() || backAfterDownload());
+}
+
+// ---- The newer tool's device, looked for by the worker ----
+
+namespace {
+constexpr int lookEveryMs = 100;
+}
+
+// Once per run: with the newer tool (its banner from the device check before the run)
+// the port of the one Tessel NINE, or the bound one. Anything else is left to the tool,
+// whose own words ("More than one ...", "No DFU capable ...") the user reads as before;
+// the old tool's command lines stay as they are.
+bool DFUThread::checkTool()
+{
+    if (toolChecked)
+        return true;
+    toolChecked = true;
+    newerTool = knownDfuDialect() == DfuDialect::Newer;
+    if (!newerTool)
+        return true;
+    if (!port.isEmpty()) {
+        devicePort = port;
+        return true;
+    }
+    QByteArray output;
+    if (!runQuiet({QStringLiteral("-l")}, &output))
+        return !finishedByUser;
+    QStringList ports;
+    for (const ListedDevice &device : parseDeviceListing(output)) {
+        if (device.isTesselNine() && (port.isEmpty() || device.port == port))
+            ports << device.port;
+    }
+    if (ports.size() == 1)
+        devicePort = ports.first();
+    qDebug() << "dfu-util detaches by the worker:" << !devicePort.isEmpty() << quoted(devicePort);
+    return true;
+}
+
+// A run of the tool whose output is read, not shown: a listing or a detach.
+bool DFUThread::runQuiet(const QStringList &args, QByteArray *output)
+{
+    dfuRunning = true;
+    if (finishedByUser) {
+        dfuRunning = false;
+        sendExternalProcessesFinished();
+        return false;
+    }
+    const ToolResult result = runTool(
+        *dfuProcess, dfuPath, args, [output](const QByteArray &chunk) { *output += chunk; }, &finishedByUser);
+    dfuRunning = false;
+    if (finishedByUser) {
+        sendExternalProcessesFinished();
+        return false;
+    }
+    return result.started && !result.crashed;
+}
+
+DFUThread::DeviceMode DFUThread::lookAtPort(bool *failed)
+{
+    QByteArray output;
+    if (!runQuiet({QStringLiteral("-l")}, &output)) {
+        *failed = true;
+        return DeviceMode::Absent;
+    }
+    for (const ListedDevice &device : parseDeviceListing(output)) {
+        if (device.port == devicePort && device.isTesselNine())
+            return device.dfuMode ? DeviceMode::Dfu : DeviceMode::Runtime;
+    }
+    // Also a node udev has not yet opened to this user: it is waited for.
+    return DeviceMode::Absent;
+}
+
+// Looks every 100 ms until the device on the port is as wanted, up to the limit.
+bool DFUThread::waitOnPort(const std::function<bool(DeviceMode)> &arrived, bool *failed)
+{
+    QElapsedTimer waited;
+    waited.start();
+    while (!finishedByUser) {
+        if (arrived(lookAtPort(failed)))
+            return true;
+        if (*failed || waited.elapsed() > deviceWaitLimitMs)
+            return false;
+        QThread::msleep(lookEveryMs);
+    }
+    *failed = true;
+    return false;
+}
+
+bool DFUThread::readyInDfuMode()
+{
+    bool failed = false;
+    emit updateStatus(tr("Search for DFU USB device - This might take a few seconds"));
+    DeviceMode mode = lookAtPort(&failed);
+    if (failed)
+        return false;
+    if (mode == DeviceMode::Runtime) {
+        QByteArray output;
+        const QStringList detach{QStringLiteral("-p"), devicePort, QStringLiteral("-d 0x2675:0x0001"),
+                                 QStringLiteral("-e")};
+        qDebug() << quoted(detach);
+        if (!runQuiet(detach, &output))
+            return false;
+        qDebug() << quoted(output);
+        for (const DfuEvent &event : DfuOutputParser().parse(output).events) {
+            if (event.kind == DfuEvent::Error) {
+                flashOk = false;
+                emit errorOutputSignal(event.text);
+                return false;
+            }
+        }
+    }
+    if (mode == DeviceMode::Dfu || waitOnPort([](DeviceMode m) { return m == DeviceMode::Dfu; }, &failed))
+        return true;
+    if (!failed)
+        lostDevice();
+    return false;
+}
+
+// The device runs again; or, manifestation-tolerant, it stays in DFU mode for the next
+// file. One that the tool reset may show in DFU mode for a moment on its way back.
+bool DFUThread::backAfterDownload()
+{
+    bool failed = false;
+    const bool toRuntime = resetsToRuntime;
+    if (waitOnPort([toRuntime](DeviceMode m) { return m == DeviceMode::Runtime || (!toRuntime && m == DeviceMode::Dfu); },
+                   &failed))
+        return true;
+    if (!failed)
+        lostDevice();
+    return false;
+}
+
+void DFUThread::lostDevice()
+{
+    const QString text = ErrorTexts::deviceNotConnected() + QLatin1String(" - Lost device after RESET");
+    qWarning() << quoted(text);
+    flashOk = false;
+    emit errorOutputSignal(text);
 }
 
 void DFUThread::prepareCurrentFile(const QString &ext, const QString &file)
@@ -339,6 +490,8 @@ void DFUThread::keepLastLine(const QByteArray &chunk)
 void DFUThread::readProgram(const QByteArray &chunk)
 {
     sawOutput = true;
+    // The tool resets a device that is not manifestation-tolerant back to run-time mode.
+    resetsToRuntime = resetsToRuntime || chunk.contains("switch back to runtime");
     keepLastLine(chunk);
     const DfuChunk parsed = parser.parse(chunk);
     for (const DfuEvent &event : parsed.events) {

@@ -32,6 +32,9 @@ public:
     // Whether a file's transfer is also told as a status line ("Flashing firmware stage
     // ..."), or by transferStarted alone: for a front end that shows each event once.
     void setTransferStatusShown(bool shown) { transferStatusShown = shown; }
+    // How long the newer tool's device may take to come back after a detach or a
+    // download before the file counts as failed ("Lost device after RESET").
+    void setDeviceWaitLimit(int ms) { deviceWaitLimitMs = ms; }
 
 public slots:
     void abortByUser();
@@ -72,6 +75,16 @@ private:
     bool transferFile(const QString &label, const QString &ext, const QString &file);
     void prepareCurrentFile(const QString &ext, const QString &file);
     bool runDfu(const QStringList &args);
+    // The newer tool (0.9 and later) pauses 5 s after each detach and looks once; the
+    // worker detaches and looks for the device itself, as often as it likes.
+    enum class DeviceMode { Absent, Runtime, Dfu };
+    bool checkTool();
+    bool runQuiet(const QStringList &args, QByteArray *output);
+    DeviceMode lookAtPort(bool *failed);
+    bool waitOnPort(const std::function<bool(DeviceMode)> &arrived, bool *failed);
+    bool readyInDfuMode();
+    bool backAfterDownload();
+    void lostDevice();
     void readProgram(const QByteArray &chunk);
     void keepLastLine(const QByteArray &chunk);
     void showFlashingStage(const QString &stage);
@@ -110,11 +123,16 @@ private:
     bool sawOutput = false;
     QString lastToolLine;     // of the current run, shown when it fails without a mark
     bool fileStarted = false; // the current file's download was announced
+    bool resetsToRuntime = false; // the tool said it resets the device to run-time mode
     DfuOutputParser parser;   // of the current file's transfer
     QString tempPath;
     QString dfuPath;
     QString port;
     bool transferStatusShown = true;
+    bool toolChecked = false;
+    bool newerTool = false;   // 0.9 and later, by its banner
+    QString devicePort;       // the newer tool's device, bound or found; empty: the tool finds it
+    int deviceWaitLimitMs = 20000;
     QStringList firmwareFiles;
     QStringList osFiles;
     QStringList prFiles;
