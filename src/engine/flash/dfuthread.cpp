@@ -328,6 +328,12 @@ bool DFUThread::runQuiet(const QStringList &args, QByteArray *output)
         sendExternalProcessesFinished();
         return false;
     }
+    if (!result.started) {
+        const QString name = Settings::toolName(QStringLiteral("dfu-util"));
+        qWarning() << quoted(name + QLatin1String(" could not be started"));
+        flashOk = false;
+        emit errorOutputSignal(tr("Unable to start %1").arg(name));
+    }
     return result.started && !result.crashed;
 }
 
