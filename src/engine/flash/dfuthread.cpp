@@ -315,26 +315,8 @@ bool DFUThread::checkTool()
 // A run of the tool whose output is read, not shown: a listing or a detach.
 bool DFUThread::runQuiet(const QStringList &args, QByteArray *output)
 {
-    dfuRunning = true;
-    if (finishedByUser) {
-        dfuRunning = false;
-        sendExternalProcessesFinished();
-        return false;
-    }
-    const ToolResult result = runTool(
-        *dfuProcess, dfuPath, args, [output](const QByteArray &chunk) { *output += chunk; }, &finishedByUser);
-    dfuRunning = false;
-    if (finishedByUser) {
-        sendExternalProcessesFinished();
-        return false;
-    }
-    if (!result.started) {
-        const QString name = Settings::toolName(QStringLiteral("dfu-util"));
-        qWarning() << quoted(name + QLatin1String(" could not be started"));
-        flashOk = false;
-        emit errorOutputSignal(tr("Unable to start %1").arg(name));
-    }
-    return result.started && !result.crashed;
+    ToolResult result;
+    return runAbortable(args, [output](const QByteArray &chunk) { *output += chunk; }, &result) && !result.crashed;
 }
 
 DFUThread::DeviceMode DFUThread::lookAtPort(bool *failed)
@@ -427,33 +409,42 @@ void DFUThread::prepareCurrentFile(const QString &ext, const QString &file)
     qDebug() << "Size of currentFile " << quoted(path) << ": " << counters.currentFileSize << "Byte\n";
 }
 
-bool DFUThread::runDfu(const QStringList &args)
+// Runs dfu-util, to be killed by an abort. The run is announced before the abort flag is
+// read; abortByUser() does the reverse, so between the two of them exactly one sends
+// externalProcessesFinished. False when aborted, or when the tool could not start (said).
+bool DFUThread::runAbortable(const QStringList &args, const std::function<void(const QByteArray &)> &onChunk,
+                             ToolResult *result)
 {
-    // Announce the run before looking at the abort flag; abortByUser() does the reverse,
-    // so between the two of them exactly one sends externalProcessesFinished.
     dfuRunning = true;
     if (finishedByUser) {
         dfuRunning = false;
         sendExternalProcessesFinished();
         return false;
     }
-    sawOutput = false;
-    lastToolLine.clear();
-    const ToolResult result =
-        runTool(*dfuProcess, dfuPath, args, [this](const QByteArray &chunk) { readProgram(chunk); }, &finishedByUser);
+    *result = runTool(*dfuProcess, dfuPath, args, onChunk, &finishedByUser);
     dfuRunning = false;
     if (finishedByUser) {
-        qDebug() << "DFU process finished by user with exit code " << result.exitCode;
+        qDebug() << "DFU process finished by user with exit code " << result->exitCode;
         sendExternalProcessesFinished();
         return false;
     }
-    if (!result.started) {
+    if (!result->started) {
         const QString name = Settings::toolName(QStringLiteral("dfu-util"));
         qWarning() << quoted(name + QLatin1String(" could not be started"));
         flashOk = false;
         emit errorOutputSignal(tr("Unable to start %1").arg(name));
         return false;
     }
+    return true;
+}
+
+bool DFUThread::runDfu(const QStringList &args)
+{
+    sawOutput = false;
+    lastToolLine.clear();
+    ToolResult result;
+    if (!runAbortable(args, [this](const QByteArray &chunk) { readProgram(chunk); }, &result))
+        return false;
     if (!sawOutput) {
         // Success needs the tool's word for it, not just an exit code.
         qWarning() << "dfu-util ended without any output";

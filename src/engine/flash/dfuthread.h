@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/errortexts.h"
+#include "app/toolrun.h"
 #include "dfuoutputparser.h"
 #include "packagepreparation.h"
 #include "transferprogress.h"
@@ -74,6 +75,8 @@ private:
     bool flashFiles(const QString &label, const QString &ext, const QStringList &files);
     bool transferFile(const QString &label, const QString &ext, const QString &file);
     void prepareCurrentFile(const QString &ext, const QString &file);
+    bool runAbortable(const QStringList &args, const std::function<void(const QByteArray &)> &onChunk,
+                      ToolResult *result);
     bool runDfu(const QStringList &args);
     // The newer tool (0.9 and later) pauses 5 s after each detach and looks once; the
     // worker detaches and looks for the device itself, as often as it likes.
