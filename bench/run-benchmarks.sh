@@ -17,6 +17,18 @@ trap 'rm -rf "$work"' EXIT
 export HOME=$work/home TMPDIR=$work/tmp DFU_SIM_HASH_MS=0
 mkdir -p "$HOME" "$TMPDIR"
 
+# Checks and unpacks the signed V1_2_4 pair of a kit folder, as gpg and unzip do by hand.
+unpack_kit() {
+    local gh=$work/gnupg-$(basename "$1")
+    mkdir -m 700 "$gh"
+    cp "$build/devkey/pubring.gpg" "$build/devkey/trustdb.gpg" "$gh/"
+    for kind in OS PR; do
+        gpg --homedir "$gh" --batch --yes --quiet -o "$work/$kind.zip" "$1/Tessel_NINE_V1_2_4.$kind.zip.gpg" 2>/dev/null
+        unzip -q -o "$work/$kind.zip" -d "$2"
+    done
+    gpgconf --homedir "$gh" --kill all >/dev/null 2>&1 || true
+}
+
 if want prepare; then
 echo "== package of 100 .sys files of 2 MiB (about 200 MB), signed"
 bash tools/make-firmware-kit.sh "$build/devkey" "$work/fw" Tessel_NINE_V9_9_9 50 50 2097152 >/dev/null
@@ -144,14 +156,7 @@ for i in 1 2 3; do
     echo "  program $program ms: five downloads by dfu-util $tool ms, fixed pauses 6000 ms, the program's own $(( program - tool - 6000 )) ms"
 done
 # dfu-util alone on the same five files, checked and unpacked once, in flash order.
-gh=$work/emugnupg
-mkdir -m 700 "$gh"
-cp "$build/devkey/pubring.gpg" "$build/devkey/trustdb.gpg" "$gh/"
-for kind in OS PR; do
-    gpg --homedir "$gh" --batch --yes --quiet -o "$work/$kind.zip" "$work/emufw/Tessel_NINE_V1_2_4.$kind.zip.gpg" 2>/dev/null
-    unzip -q -o "$work/$kind.zip" -d "$work/emusys"
-done
-gpgconf --homedir "$gh" --kill all >/dev/null 2>&1 || true
+unpack_kit "$work/emufw" "$work/emusys"
 for i in 1 2 3; do
     start=$(date +%s%N)
     "$bin/tessel-emulator" -- sh -c 'tool=$1; shift; for f; do "$tool" "-d 0x2675:0x0001" -D "$f" "-t 64" >/dev/null 2>&1; done' \
@@ -202,14 +207,7 @@ fi
 if want speed; then
 echo "== five files of 16 KiB onto one emulated Tessel NINE with Debian's dfu-util, all in one run"
 bash tools/make-firmware-kit.sh "$build/devkey" "$work/speedfw" Tessel_NINE_V1_2_4 3 2 16384 >/dev/null
-gh=$work/speedgnupg
-mkdir -m 700 "$gh"
-cp "$build/devkey/pubring.gpg" "$build/devkey/trustdb.gpg" "$gh/"
-for kind in OS PR; do
-    gpg --homedir "$gh" --batch --yes --quiet -o "$work/$kind.zip" "$work/speedfw/Tessel_NINE_V1_2_4.$kind.zip.gpg" 2>/dev/null
-    unzip -q -o "$work/$kind.zip" -d "$work/speedsys"
-done
-gpgconf --homedir "$gh" --kill all >/dev/null 2>&1 || true
+unpack_kit "$work/speedfw" "$work/speedsys"
 app=$work/speedapp
 mkdir -p "$app"
 cp "$bin/morvanta" "$bin/morvanta-station" "$app/"

@@ -291,8 +291,7 @@ bool DFUThread::checkTool()
     if (toolChecked)
         return true;
     toolChecked = true;
-    newerTool = knownDfuDialect() == DfuDialect::Newer;
-    if (!newerTool)
+    if (knownDfuDialect() != DfuDialect::Newer)
         return true;
     if (!port.isEmpty()) {
         devicePort = port;

@@ -133,7 +133,6 @@ private:
     QString port;
     bool transferStatusShown = true;
     bool toolChecked = false;
-    bool newerTool = false;   // 0.9 and later, by its banner
     QString devicePort;       // the newer tool's device, bound or found; empty: the tool finds it
     int deviceWaitLimitMs = 20000;
     QStringList firmwareFiles;
