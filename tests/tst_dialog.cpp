@@ -303,6 +303,9 @@ private slots:
         QVERIFY(job != "stick" || TestSupport::pickDrive(drive));
         if (job != "download" || ending == "aborted") // a download may be over at once
             QTRY_COMPARE_WITH_TIMEOUT(button->text(), QString("Abort"), 20000);
+        else // so its end is its box, not the button, which may not have changed yet
+            QTRY_VERIFY_WITH_TIMEOUT(ending == "done" ? answerer.texts.contains("Download completed!")
+                                                      : answerer.titles.contains("ERROR"), 30000);
         if (ending == "aborted") {
             if (job != "download")
                 QTRY_VERIFY_WITH_TIMEOUT(status(dialog).startsWith(flash ? "Flashing firmware" : "Writing firmware files"),
