@@ -12,6 +12,7 @@ packages=(
   php-cli python3-pyftpdlib openssl
   xvfb xauth xdotool imagemagick libxcb1-dev
   dosfstools fusefat
+  libudev-dev libqt6sql6-sqlite
   dfu-util umockdev libumockdev-dev dpkg-dev file appstream desktop-file-utils lintian
   clang libfuzzer-14-dev
 )

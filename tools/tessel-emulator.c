@@ -55,6 +55,7 @@ typedef struct {
     char serial[32];
     gboolean foreign; /* another maker's device, always in DFU mode */
     gboolean closed;  /* a node the user may not open */
+    gboolean startsInDfu; /* an interrupted flash: waits in DFU mode from the start */
     Scenario scenario;
     int at, after;
     int offBus; /* ms off the bus at each re-enumeration (detach, final reset) */
@@ -614,8 +615,8 @@ static gboolean watchControls(gpointer unused)
         g_strlcpy(d->controlWord, word, sizeof d->controlWord);
         if (strcmp(word, "pulled") == 0)
             leave(d);
-        else if (strcmp(word, "plugged") == 0)
-            appear(d, FALSE);
+        else if (strcmp(word, "plugged") == 0 || strcmp(word, "plugged-dfu") == 0)
+            appear(d, strcmp(word, "plugged-dfu") == 0);
     }
     g_mutex_unlock(&lock);
     return G_SOURCE_CONTINUE;
@@ -646,7 +647,7 @@ static const struct {
     {"late-return", LATE_RETURN}, {"busy", BUSY}, {"stays-old", STAYS_OLD},
 };
 
-/* port=N,name=V1_2_3,serial=S,scenario=W,at=N,after=MS,offbus=MS,lag=MS,record=DIR,control=FILE,closed,
+/* port=N,name=V1_2_3,serial=S,scenario=W,at=N,after=MS,offbus=MS,lag=MS,record=DIR,control=FILE,closed,dfu,
  * vendor=HEX,product=HEX (another maker's DFU device) */
 static Device *parseDevice(const char *text, int index)
 {
@@ -681,6 +682,8 @@ static Device *parseDevice(const char *text, int index)
             d->control = g_strdup(value);
         else if (!strcmp(key, "closed"))
             d->closed = TRUE;
+        else if (!strcmp(key, "dfu"))
+            d->startsInDfu = TRUE;
         else if (!strcmp(key, "offbus"))
             d->offBus = atoi(value);
         else if (!strcmp(key, "lag"))
@@ -761,8 +764,15 @@ int main(int argc, char **argv)
     else
         unsetenv("TMPDIR");
     g_mutex_lock(&lock);
-    for (guint i = 0; i < devices->len; ++i)
-        appear(devices->pdata[i], FALSE);
+    /* A control file may hold a device back until it is plugged in later. */
+    g_mutex_unlock(&lock);
+    watchControls(NULL);
+    g_mutex_lock(&lock);
+    for (guint i = 0; i < devices->len; ++i) {
+        Device *d = devices->pdata[i];
+        if (strcmp(d->controlWord, "pulled") != 0)
+            appear(d, d->startsInDfu);
+    }
     g_mutex_unlock(&lock);
     if (announce)
         g_file_set_contents(announce, umockdev_testbed_get_root_dir(testbed), -1, NULL);

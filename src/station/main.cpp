@@ -1,14 +1,18 @@
 // morvanta-station: the console front end for production stations. It lists the Tessel
-// NINEs that dfu-util sees and flashes one of them, unattended, with output a script can
-// read; any number of runs at once, one per device. No display, no boxes, no questions.
+// NINEs that dfu-util sees, flashes one of them or every one that comes, unattended, with
+// output a script can read, and keeps a record of every flash. Any number of runs at
+// once, one per device. No display, no boxes, no questions.
 #include "stationoutput.h"
 #include "stationrun.h"
+#include "stationwatch.h"
 
 #include "app/errortexts.h"
 #include "app/log.h"
+#include "app/logstream.h"
 #include "app/settings.h"
 #include "app/toolrun.h"
 #include "firmware/devicelisting.h"
+#include "history/flashhistory.h"
 #include "platform/stopsignals.h"
 
 #include <QCommandLineParser>
@@ -43,6 +47,49 @@ int list(Settings &settings, StationOutput &output)
         output.error(ErrorTexts::noPermission());
     return 0;
 }
+
+QString dashIfEmpty(const QString &text)
+{
+    return text.isEmpty() ? QStringLiteral("-") : text;
+}
+
+int printHistory(FlashHistory &history, bool json, bool csv, const QString &serial, const QDateTime &since)
+{
+    const QList<FlashRecord> records = history.records(serial, since);
+    if (!history.error().isEmpty() && records.isEmpty()) {
+        std::fprintf(stderr, "morvanta-station: %s\n", qPrintable(history.error()));
+        return 2;
+    }
+    if (csv)
+        std::printf("%s\r\n", historyCsvHeader().constData());
+    for (const FlashRecord &record : records) {
+        if (json) {
+            std::printf("%s\n", historyJson(record).constData());
+        } else if (csv) {
+            std::printf("%s\r\n", historyCsv(record).constData());
+        } else {
+            // Serials, versions and errors come from devices and tools: nothing may redraw the terminal.
+            const QString line = QStringLiteral("%1  %2 %3 port %4 serial %5 %6 -> %7 (package %8) %9")
+                                     .arg(record.started.toString(Qt::ISODate), record.program.leftJustified(7),
+                                          record.outcome.leftJustified(11), record.port.leftJustified(6),
+                                          record.serial.leftJustified(10), dashIfEmpty(record.before),
+                                          dashIfEmpty(record.after), record.version, record.error.simplified());
+            std::printf("%s\n", withVisibleControls(line).toLocal8Bit().constData());
+        }
+    }
+    return 0;
+}
+
+// --since takes a date or a date and time, read as UTC.
+QDateTime sinceDate(const QString &text)
+{
+    QDateTime when = QDateTime::fromString(text, Qt::ISODate);
+    if (!when.isValid())
+        when = QDate::fromString(text, Qt::ISODate).startOfDay(Qt::UTC);
+    if (when.isValid() && when.timeSpec() == Qt::LocalTime)
+        when.setTimeSpec(Qt::UTC);
+    return when;
+}
 } // namespace
 
 int main(int argc, char **argv)
@@ -52,15 +99,22 @@ int main(int argc, char **argv)
 
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
-        "Lists the Tessel NINEs that dfu-util sees, or flashes one of them unattended.\n"
+        "Lists the Tessel NINEs that dfu-util sees, flashes one of them or every one that comes, unattended,\n"
+        "and keeps a record of every flash.\n"
         "  list                          every Tessel NINE: port, mode, version, serial\n"
         "  flash [options] FIRMWARE      FIRMWARE: one file of a pair, or a folder (its newest)\n"
-        "Exit codes of flash: 0 flashed and verified, 2 failed, 1 stopped by SIGINT or SIGTERM,\n"
-        "64 a usage error."));
+        "  watch [options] FIRMWARE      flash every Tessel NINE that comes, until SIGTERM or SIGINT\n"
+        "  history [options]             the record of every flash, oldest first\n"
+        "Exit codes of flash and watch: 0 flashed and verified (watch: no unit failed), 2 failed,\n"
+        "1 stopped by SIGINT or SIGTERM, 64 a usage error."));
     parser.addHelpOption();
     const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("One JSON object per line, nothing else."));
+    const QCommandLineOption csv(QStringLiteral("csv"), QStringLiteral("history: CSV with a header row."));
     const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("The device on this USB port (dfu-util's path)."),
                                   QStringLiteral("PATH"));
+    const QCommandLineOption portList(QStringLiteral("ports"),
+                                      QStringLiteral("watch: only these ports, separated by commas (all without)."),
+                                      QStringLiteral("LIST"));
     const QCommandLineOption timeout(QStringLiteral("timeout"), QStringLiteral("Time limit of a flash."),
                                      QStringLiteral("SECONDS"), QStringLiteral("600"));
     const QCommandLineOption zip(QStringLiteral("zip"), QStringLiteral("Plain zip files, without signatures."));
@@ -69,8 +123,15 @@ int main(int argc, char **argv)
                                         QStringLiteral("BLFILE"));
     const QCommandLineOption log(QStringLiteral("log"), QStringLiteral("Write the run's log to this file."),
                                  QStringLiteral("FILE"));
-    parser.addOptions({json, port, timeout, zip, bootLoader, log});
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list or flash"));
+    const QCommandLineOption historyFile(
+        QStringLiteral("history"),
+        QStringLiteral("The history of flashes (default: %1).").arg(FlashHistory::defaultPath()), QStringLiteral("FILE"));
+    const QCommandLineOption serial(QStringLiteral("serial"), QStringLiteral("history: this unit only."),
+                                    QStringLiteral("S"));
+    const QCommandLineOption since(QStringLiteral("since"), QStringLiteral("history: flashes from this date (UTC) on."),
+                                   QStringLiteral("DATE"));
+    parser.addOptions({json, csv, port, portList, timeout, zip, bootLoader, log, historyFile, serial, since});
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, flash, watch or history"));
 
     if (!parser.parse(QCoreApplication::arguments()))
         return usageError(parser, parser.errorText());
@@ -80,14 +141,39 @@ int main(int argc, char **argv)
     }
     const QStringList words = parser.positionalArguments();
     const QString command = words.value(0);
+    const bool flash = command == QLatin1String("flash");
+    const bool watch = command == QLatin1String("watch");
+    // Each command takes its own options only: a misplaced one is a mistake, not a no-op.
+    QList<const QCommandLineOption *> allowed{&json, &log};
+    if (flash || watch)
+        allowed << &timeout << &zip << &historyFile;
+    if (flash)
+        allowed << &port << &bootLoader;
+    if (watch)
+        allowed << &portList;
+    if (command == QLatin1String("history"))
+        allowed = {&json, &csv, &historyFile, &serial, &since};
+    for (const QCommandLineOption *option : {&json, &csv, &port, &portList, &timeout, &zip, &bootLoader, &log,
+                                             &historyFile, &serial, &since}) {
+        if (parser.isSet(*option) && !allowed.contains(option))
+            return usageError(parser, QStringLiteral("%1 takes no --%2").arg(command, option->names().first()));
+    }
     bool timeoutOk = false;
     const int seconds = parser.value(timeout).toInt(&timeoutOk);
-    if (command == QLatin1String("list") && words.size() == 1) {
-        // list takes --json only
-    } else if (command != QLatin1String("flash") || words.size() != 2) {
-        return usageError(parser, QStringLiteral("say \"list\", or \"flash\" and one FIRMWARE"));
+    QStringList watchedPorts;
+    for (const QString &item : parser.value(portList).split(QLatin1Char(','), Qt::SkipEmptyParts))
+        watchedPorts << item.trimmed();
+    if ((command == QLatin1String("list") || command == QLatin1String("history")) && words.size() == 1) {
+        if (parser.isSet(json) && parser.isSet(csv))
+            return usageError(parser, QStringLiteral("say --json or --csv, not both"));
+        if (parser.isSet(since) && !sinceDate(parser.value(since)).isValid())
+            return usageError(parser, QStringLiteral("--since takes a date such as 2026-11-24"));
+    } else if (!(flash || watch) || words.size() != 2) {
+        return usageError(parser, QStringLiteral("say \"list\", \"history\", or \"flash\" or \"watch\" and one FIRMWARE"));
     } else if (!timeoutOk || seconds < 1 || seconds > maxTimeoutSeconds) {
         return usageError(parser, QStringLiteral("--timeout takes 1 to %1 seconds").arg(maxTimeoutSeconds));
+    } else if (parser.isSet(portList) && watchedPorts.isEmpty()) {
+        return usageError(parser, QStringLiteral("--ports takes ports such as 1-1,1-2"));
     }
 
     if (parser.isSet(log)) {
@@ -96,6 +182,19 @@ int main(int argc, char **argv)
     } else {
         qInstallMessageHandler(quietHandler);
     }
+
+    FlashHistory history;
+    if (command == QLatin1String("history") || flash || watch) {
+        const QString path = parser.isSet(historyFile) ? parser.value(historyFile) : FlashHistory::defaultPath();
+        if (!history.open(path)) {
+            // Production keeps a record of every unit: no flash goes unrecorded.
+            StationOutput(parser.isSet(json)).error(QStringLiteral("Cannot open the history %1: %2").arg(path, history.error()));
+            return 2;
+        }
+    }
+    if (command == QLatin1String("history"))
+        return printHistory(history, parser.isSet(json), parser.isSet(csv), parser.value(serial),
+                            sinceDate(parser.value(since)));
 
     StationOutput output(parser.isSet(json));
     Settings::setWarningHandler([&output](const QString &text) { output.error(text); });
@@ -117,11 +216,25 @@ int main(int argc, char **argv)
     output.setSigned(!parser.isSet(zip));
     options.zip = parser.isSet(zip);
     options.timeoutSeconds = seconds;
-    StationRun run(&settings, &output, options);
 
     StopSignals stopSignals;
     if (!stopSignals.isValid())
         return 2;
+    if (watch) {
+        StationWatch::Options watchOptions;
+        watchOptions.run = options;
+        watchOptions.ports = watchedPorts;
+        watchOptions.json = parser.isSet(json);
+        StationWatch station(&settings, &output, &history, watchOptions);
+        QObject::connect(&stopSignals, &StopSignals::stopRequested, &station, &StationWatch::stop);
+        QObject::connect(&station, &StationWatch::finished, &app, [](int code) {
+            std::fflush(stdout);
+            QCoreApplication::exit(code);
+        });
+        QTimer::singleShot(0, &station, &StationWatch::start);
+        return QCoreApplication::exec();
+    }
+    StationRun run(&settings, &output, &history, options);
     QObject::connect(&stopSignals, &StopSignals::stopRequested, &run, &StationRun::stop);
     QObject::connect(&run, &StationRun::finished, &app, [&run](int code) {
         // A thread held by a dead share would keep the process alive at its end.
@@ -131,6 +244,6 @@ int main(int argc, char **argv)
         }
         QCoreApplication::exit(code);
     });
-    QTimer::singleShot(0, &run, &StationRun::start);
+    QTimer::singleShot(0, &run, [&run] { run.start(); });
     return QCoreApplication::exec();
 }

@@ -4,6 +4,7 @@
 #include "firmware/devicelisting.h"
 #include "platform/platform.h"
 
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
@@ -27,8 +28,20 @@ StationOutput::StationOutput(bool json, FILE *out) : json(json), terminal(Platfo
 {
 }
 
-void StationOutput::emitEvent(const QJsonObject &event)
+void StationOutput::setUnit(const QString &port, const QString &serial, bool label)
 {
+    unitPort = port;
+    unitSerial = serial;
+    labelled = label;
+}
+
+void StationOutput::emitEvent(const QJsonObject &given)
+{
+    QJsonObject event = given;
+    if (!unitPort.isEmpty()) {
+        event.insert(QStringLiteral("port"), unitPort);
+        event.insert(QStringLiteral("serial"), textOrNull(unitSerial));
+    }
     std::fputs(QJsonDocument(event).toJson(QJsonDocument::Compact).constData(), out);
     std::fputc('\n', out);
     std::fflush(out);
@@ -44,21 +57,26 @@ void StationOutput::endProgressLine()
 void StationOutput::line(const QString &text)
 {
     endProgressLine();
-    std::fputs(oneLine(text).toLocal8Bit().constData(), out);
+    std::fputs(oneLine(labelled ? unitPort + QLatin1String(": ") + text : text).toLocal8Bit().constData(), out);
     std::fputc('\n', out);
     std::fflush(out);
 }
 
-void StationOutput::device(const ListedDevice &device)
+void StationOutput::device(const ListedDevice &device, bool arrived)
 {
     const QString mode = device.dfuMode ? QStringLiteral("dfu") : QStringLiteral("run-time");
     if (json) {
-        emitEvent({{"event", "device"}, {"port", device.port}, {"mode", mode}, {"version", textOrNull(device.version)},
-                   {"form", device.version.isEmpty() ? QJsonValue() : QJsonValue(device.hasV ? "V" : "plain")},
-                   {"serial", device.serial}, {"name", device.name}});
+        QJsonObject event{{"event", "device"}, {"port", device.port}, {"mode", mode},
+                          {"version", textOrNull(device.version)},
+                          {"form", device.version.isEmpty() ? QJsonValue() : QJsonValue(device.hasV ? "V" : "plain")},
+                          {"serial", device.serial}, {"name", device.name}};
+        if (arrived)
+            event.insert(QStringLiteral("arrived"), true);
+        emitEvent(event);
         return;
     }
-    line(QStringLiteral("%1  %2  %3  serial %4")
+    line(QStringLiteral("%1%2  %3  %4  serial %5")
+             .arg(arrived ? QStringLiteral("Arrived: ") : QString())
              .arg(device.port, -8)
              .arg(mode, -8)
              .arg(device.version.isEmpty() ? QStringLiteral("-") : device.version, -12)
@@ -107,7 +125,7 @@ void StationOutput::progress(int percent, long written, long total, bool bytes, 
                    {"unit", unit}, {"remaining", remainingSeconds < 0 ? QJsonValue() : QJsonValue(remainingSeconds)}});
         return;
     }
-    if (!terminal)
+    if (!terminal || labelled)
         return;
     const QString left = remainingSeconds < 0 ? QString()
                                               : QStringLiteral("   %1:%2 left")
@@ -129,25 +147,56 @@ void StationOutput::error(const QString &text)
         line(QStringLiteral("Error: ") + text);
 }
 
-void StationOutput::result(int exitCode, const QString &port, const QString &before, const QString &after,
+void StationOutput::result(int exitCode, const QString &outcome, const QString &before, const QString &after,
                            double seconds)
 {
     if (json) {
-        emitEvent({{"event", "result"}, {"exitCode", exitCode}, {"port", textOrNull(port)},
+        emitEvent({{"event", "result"}, {"exitCode", exitCode}, {"outcome", outcome}, {"port", textOrNull(unitPort)},
                    {"before", textOrNull(before)}, {"after", textOrNull(after)},
                    {"seconds", qRound(seconds * 10) / 10.0}, {"signed", signedPackage}});
         return;
     }
-    const QString how = exitCode == 0 ? QStringLiteral("Flashed and verified")
-                        : exitCode == 1 ? QStringLiteral("Stopped")
-                                        : QStringLiteral("Failed");
-    line(QStringLiteral("%1 (exit %2): port %3, version %4 before, %5 now, %6 s; %7")
-             .arg(how)
+    static const QHash<QString, QString> hows{{"flashed", "Flashed and verified"},
+                                              {"recovered", "Recovered from update mode, flashed and verified"},
+                                              {"current", "Already current, left alone"},
+                                              {"stopped", "Stopped"},
+                                              {"failed", "Failed"}};
+    line(QStringLiteral("%1 (exit %2): port %3, serial %4, version %5 before, %6 now, %7 s; %8")
+             .arg(hows.value(outcome, outcome))
              .arg(exitCode)
-             .arg(port.isEmpty() ? QStringLiteral("-") : port, before.isEmpty() ? QStringLiteral("-") : before,
-                  after.isEmpty() ? QStringLiteral("-") : after)
+             .arg(unitPort.isEmpty() ? QStringLiteral("-") : unitPort,
+                  unitSerial.isEmpty() ? QStringLiteral("-") : unitSerial,
+                  before.isEmpty() ? QStringLiteral("-") : before, after.isEmpty() ? QStringLiteral("-") : after)
              .arg(seconds, 0, 'f', 1)
              .arg(signedText()));
+}
+
+void StationOutput::skipped(const QString &port, const QString &serial, const QString &reason)
+{
+    if (json)
+        emitEvent({{"event", "skipped"}, {"port", port}, {"serial", textOrNull(serial)}, {"reason", reason}});
+    else
+        line(QStringLiteral("Skipped: port %1, serial %2: %3").arg(port, serial.isEmpty() ? QStringLiteral("-") : serial,
+                                                                  reason));
+}
+
+void StationOutput::summary(const Counts &counts, double seconds)
+{
+    const double tenths = qRound(seconds * 10) / 10.0;
+    if (json) {
+        emitEvent({{"event", "summary"}, {"flashed", counts.flashed}, {"recovered", counts.recovered},
+                   {"current", counts.current}, {"failed", counts.failed}, {"stopped", counts.stopped},
+                   {"skipped", counts.skipped}, {"seconds", tenths}});
+        return;
+    }
+    line(QStringLiteral("Summary: %1 flashed, %2 recovered, %3 current, %4 failed, %5 stopped, %6 skipped in %7 s")
+             .arg(counts.flashed)
+             .arg(counts.recovered)
+             .arg(counts.current)
+             .arg(counts.failed)
+             .arg(counts.stopped)
+             .arg(counts.skipped)
+             .arg(tenths, 0, 'f', 1));
 }
 
 QString StationOutput::signedText() const

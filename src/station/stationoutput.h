@@ -16,16 +16,28 @@ class StationOutput
 public:
     explicit StationOutput(bool json, FILE *out = stdout);
 
+    // The unit every following event is about; with `labelled`, plain lines start with
+    // its port, for output where several units interleave (and no progress line is drawn).
+    void setUnit(const QString &port, const QString &serial, bool labelled = false);
+    bool isLabelled() const { return labelled; }
+
     // Whether the run checks the package's signature: said at its start and its end.
     void setSigned(bool checked) { signedPackage = checked; }
-    void device(const ListedDevice &device);
+    // A device seen by "list", or one that arrived at a watching station.
+    void device(const ListedDevice &device, bool arrived = false);
+    void skipped(const QString &port, const QString &serial, const QString &reason);
     void start(const QString &port, const QStringList &firmware, const QString &packageVersion,
                const QString &deviceVersion);
     void stage(const QString &text);
     void file(const QString &stage, const QString &name, int number, int total);
     void progress(int percent, long written, long total, bool bytes, int remainingSeconds);
     void error(const QString &text);
-    void result(int exitCode, const QString &port, const QString &before, const QString &after, double seconds);
+    // outcome: flashed, recovered, current, failed or stopped.
+    void result(int exitCode, const QString &outcome, const QString &before, const QString &after, double seconds);
+    struct Counts {
+        int flashed = 0, recovered = 0, current = 0, failed = 0, stopped = 0, skipped = 0;
+    };
+    void summary(const Counts &counts, double seconds);
 
 private:
     void emitEvent(const QJsonObject &event);
@@ -37,6 +49,9 @@ private:
     bool terminal;
     FILE *out;
     bool signedPackage = true;
+    QString unitPort;
+    QString unitSerial;
+    bool labelled = false;
     bool progressShown = false;
     int lastPercent = -1;
 };

@@ -8,6 +8,7 @@
 #include "firmware/fileverify.h"
 #include "firmware/version.h"
 #include "flash/dfuthread.h"
+#include "history/flashrecorder.h"
 #include "platform/platform.h"
 
 #include <QCoreApplication>
@@ -39,8 +40,9 @@ bool isRegularFile(const QString &path)
     return QFileInfo(path).isFile();
 }
 
-// Runs on a thread of its own: every look at the firmware may hang on a dead share.
-StationRun::FirmwareChoice chooseFirmware(const StationRun::Options &options)
+} // namespace
+
+StationRun::FirmwareChoice StationRun::chooseFirmware(const Options &options)
 {
     StationRun::FirmwareChoice choice;
     QString path = options.firmware;
@@ -80,10 +82,9 @@ StationRun::FirmwareChoice chooseFirmware(const StationRun::Options &options)
     choice.version = Version::fileVersion(firmwareFile, Settings::getTesselNINEName(), &choice.hasV);
     return choice;
 }
-} // namespace
-
-StationRun::StationRun(Settings *settings, StationOutput *output, Options options, QObject *parent)
-    : QObject(parent), settings(settings), output(output), options(std::move(options))
+StationRun::StationRun(Settings *settings, StationOutput *output, FlashHistory *history, Options options,
+                       QObject *parent)
+    : QObject(parent), settings(settings), output(output), options(std::move(options)), history(history)
 {
     timeLimit.setSingleShot(true);
     connect(&timeLimit, &QTimer::timeout, this, [this] {
@@ -113,6 +114,7 @@ void StationRun::start()
     // From the first look at the firmware on: that look may be what hangs.
     timeLimit.start(options.timeoutSeconds * 1000);
     checking = true;
+    // Runs on a thread of its own: every look at the firmware may hang on a dead share.
     QPointer<StationRun> self(this);
     std::thread([self, options = options] {
         const FirmwareChoice choice = chooseFirmware(options);
@@ -124,6 +126,13 @@ void StationRun::start()
             },
             Qt::QueuedConnection);
     }).detach();
+}
+
+void StationRun::start(const FirmwareChoice &choice)
+{
+    clock.start();
+    timeLimit.start(options.timeoutSeconds * 1000);
+    firmwareChosen(choice);
 }
 
 void StationRun::firmwareChosen(const FirmwareChoice &choice)
@@ -143,7 +152,24 @@ void StationRun::firmwareChosen(const FirmwareChoice &choice)
         end(2);
         return;
     }
+    output->setUnit(port, serial, output->isLabelled());
     output->start(port, files, packageVersion, before);
+    if (history) {
+        recorder = new FlashRecorder(history, this);
+        FlashRecord unit;
+        unit.program = QStringLiteral("station");
+        unit.port = port;
+        unit.serial = serial;
+        unit.before = before;
+        unit.version = packageVersion;
+        unit.signedPackage = !options.zip;
+        if (!recorder->begin(unit)) {
+            // No unit goes unrecorded.
+            fail(recorder->error());
+            end(2);
+            return;
+        }
+    }
     if (!prepareWorkingFolder()) {
         end(2);
         return;
@@ -183,14 +209,16 @@ bool StationRun::chooseDevice()
         fail(ErrorTexts::deviceNotConnected(accessDenied));
         return false;
     }
-    if (!portLock.lock(chosen->port)) {
+    if (!options.portLocked && !portLock.lock(chosen->port)) {
         fail(portLock.error().isEmpty()
                  ? QStringLiteral("Another run is flashing the device on port %1").arg(chosen->port)
                  : QStringLiteral("Cannot lock port %1: %2").arg(chosen->port, portLock.error()));
         return false;
     }
     port = chosen->port;
+    serial = chosen->serial;
     before = chosen->version;
+    recovering = chosen->dfuMode;
     return true;
 }
 
@@ -238,6 +266,8 @@ void StationRun::startWorker()
         waitForDevice(restartMs, 0, [this](const ListedDevice &) { worker->continueFlashing(); });
     });
     connect(worker, &DFUThread::exitCode, this, &StationRun::workerExited);
+    if (recorder)
+        recorder->follow(worker);
     // The last of the worker's signals: whatever it said before comes before the result.
     connect(worker, &QThread::finished, this, [this] {
         workerGone = true;
@@ -307,6 +337,7 @@ void StationRun::deviceIsBack(const ListedDevice &device)
 void StationRun::fail(const QString &text)
 {
     errorShown = true;
+    lastError = text;
     output->error(text);
 }
 
@@ -338,6 +369,11 @@ void StationRun::finishWhenWorkerGone()
     ownedFolder.release();
     if (!workingFolder.isEmpty() && !Settings::removeFolder(workingFolder))
         output->error(QStringLiteral("Cannot remove the working folder %1").arg(workingFolder));
-    output->result(ending, port, before, after, clock.elapsed() / 1000.0);
+    outcomeWord = ending == 0   ? (recovering ? QStringLiteral("recovered") : QStringLiteral("flashed"))
+                  : ending == 1 ? QStringLiteral("stopped")
+                                : QStringLiteral("failed");
+    if (recorder && recorder->hasBegun() && !recorder->finish(outcomeWord, after, lastError))
+        output->error(recorder->error());
+    output->result(ending, outcomeWord, before, after, clock.elapsed() / 1000.0);
     emit finished(ending);
 }

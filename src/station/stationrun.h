@@ -12,6 +12,8 @@
 #include <functional>
 
 class DFUThread;
+class FlashHistory;
+class FlashRecorder;
 class Settings;
 class StationOutput;
 struct ListedDevice;
@@ -30,6 +32,7 @@ public:
         QString bootLoader; // flashed first, then the device is waited for
         bool zip = false;   // plain zip files, nothing to check with gpg
         int timeoutSeconds = 600;
+        bool portLocked = false; // the caller holds the port's lock
     };
 
     // The package's files and version, or why there is none.
@@ -40,17 +43,27 @@ public:
         QString error;
     };
 
-    StationRun(Settings *settings, StationOutput *output, Options options, QObject *parent = nullptr);
+    // Every flash goes into the history, when there is one.
+    StationRun(Settings *settings, StationOutput *output, FlashHistory *history, Options options,
+               QObject *parent = nullptr);
     ~StationRun() override;
 
+    // Looks at the firmware (on a thread of its own: it may hang on a dead share).
+    static FirmwareChoice chooseFirmware(const Options &options);
+
     void start();
+    // The firmware was looked at already.
+    void start(const FirmwareChoice &choice);
     // SIGINT or SIGTERM: the tool is killed and reaped, the working folder removed.
     void stop();
     // A thread of the run is still stuck in a kernel call (a dead share): the process
     // must end without waiting for it.
     bool leftThreadsBehind() const { return leftBehind; }
 
+    QString outcome() const { return outcomeWord; }
+
 signals:
+    // After the result event; outcome() tells how it ended.
     void finished(int exitCode);
 
 private:
@@ -73,6 +86,12 @@ private:
     QString packageVersion;
     bool packageHasV = false;
     QString port;
+    QString serial;
+    bool recovering = false; // the device waited in DFU mode
+    QString lastError;
+    QString outcomeWord;
+    FlashHistory *history;
+    FlashRecorder *recorder = nullptr;
     QString before;
     QString after;
     QString workingFolder;

@@ -100,6 +100,7 @@ QProcessEnvironment Sandbox::environment() const
 {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("HOME", home());
+    env.remove("XDG_DATA_HOME"); // the history goes into the sandbox's home
     env.insert("TMPDIR", tmp());
     env.insert("XDG_RUNTIME_DIR", tmp());
     env.insert("QT_QPA_PLATFORM", "xcb");

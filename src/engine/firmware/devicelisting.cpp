@@ -6,6 +6,7 @@
 #include "app/settings.h"
 #include "app/toolrun.h"
 
+#include <QMutex>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QtDebug>
@@ -54,14 +55,25 @@ QList<ListedDevice> parseDeviceListing(const QByteArray &output)
 
 namespace {
 std::atomic<DfuDialect> dialect{DfuDialect::Unknown};
+QMutex versionLock;
+QString version;
 }
 
 void noteDfuBanner(const QByteArray &output)
 {
     const QRegularExpressionMatch banner =
         QRegularExpression(QStringLiteral("^dfu-util (\\d+)\\.(\\d+)")).match(QString::fromLatin1(output));
-    if (banner.hasMatch())
-        dialect = banner.captured(1).toInt() > 0 || banner.captured(2).toInt() >= 9 ? DfuDialect::Newer : DfuDialect::Old;
+    if (!banner.hasMatch())
+        return;
+    dialect = banner.captured(1).toInt() > 0 || banner.captured(2).toInt() >= 9 ? DfuDialect::Newer : DfuDialect::Old;
+    const QMutexLocker locker(&versionLock);
+    version = banner.captured(1) + QLatin1Char('.') + banner.captured(2);
+}
+
+QString knownDfuVersion()
+{
+    const QMutexLocker locker(&versionLock);
+    return version;
 }
 
 DfuDialect knownDfuDialect()

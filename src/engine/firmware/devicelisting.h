@@ -27,6 +27,8 @@ struct ListedDevice {
 enum class DfuDialect { Unknown, Old, Newer };
 void noteDfuBanner(const QByteArray &output);
 DfuDialect knownDfuDialect();
+// The tool's version from the same banner ("0.11"), empty before one was seen.
+QString knownDfuVersion();
 
 // Every device the listing names, in its order.
 QList<ListedDevice> parseDeviceListing(const QByteArray &output);

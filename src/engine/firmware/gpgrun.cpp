@@ -64,8 +64,18 @@ bool signedByOurRing(const QByteArray &output)
     return plaintext && good && valid;
 }
 
+QString signerFingerprint(const QByteArray &output)
+{
+    for (const QByteArray &line : output.split('\n')) {
+        const QList<QByteArray> words = line.trimmed().split(' ');
+        if (words.size() > 2 && words.at(0) == "[GNUPG:]" && words.at(1) == "VALIDSIG")
+            return QString::fromLatin1(words.at(2));
+    }
+    return QString();
+}
+
 GpgOutcome runGpg(QProcess &process, const QString &gpgPath, const QStringList &arguments,
-                  const std::atomic<bool> &stop)
+                  const std::atomic<bool> &stop, QString *signer)
 {
     bool openError = false;
     bool overflow = false;
@@ -103,5 +113,7 @@ GpgOutcome runGpg(QProcess &process, const QString &gpgPath, const QStringList &
         return GpgOutcome::OpenFailed;
     if (!good)
         return GpgOutcome::BadSignature;
+    if (signer)
+        *signer = signerFingerprint(output);
     return GpgOutcome::Done;
 }

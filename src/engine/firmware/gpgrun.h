@@ -21,6 +21,10 @@ bool signedByOurRing(const QByteArray &statusOutput);
 
 enum class GpgOutcome { Done, StartFailed, OpenFailed, BadSignature };
 
+// The fingerprint of the key that made a valid signature, from gpg's status lines.
+QString signerFingerprint(const QByteArray &statusOutput);
+
 // One run of gpg on the calling thread; its output goes to the log. `stop` kills it.
+// When the signature is good, *signer gets the signing key's fingerprint.
 GpgOutcome runGpg(QProcess &process, const QString &gpgPath, const QStringList &arguments,
-                  const std::atomic<bool> &stop);
+                  const std::atomic<bool> &stop, QString *signer = nullptr);

@@ -8,6 +8,7 @@
 #include "firmware/devicelisting.h"
 #include "firmware/firmwarenames.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -77,6 +78,7 @@ void DFUThread::run()
         failFlash();
         return;
     }
+    reportPackage();
 
     if (flashMode == 1) {
         if (!flashFiles(QStringLiteral("#0"), FirmwareNames::stageBl, blFiles)) {
@@ -107,6 +109,27 @@ void DFUThread::run()
         return;
     }
     finishFlash();
+}
+
+// What is about to go onto the device, for the record: each file's SHA-256 as it lies
+// unpacked, and the keys that signed it.
+void DFUThread::reportPackage()
+{
+    QStringList names;
+    QStringList digests;
+    const QList<QPair<QString, const QStringList *>> stages{
+        {FirmwareNames::stageBl, &blFiles}, {FirmwareNames::stageOs, &osFiles}, {FirmwareNames::stagePr, &prFiles}};
+    for (const auto &stage : stages) {
+        for (const QString &file : *stage.second) {
+            QFile unpacked(preparation.stagePath(stage.first) + QLatin1Char('/') + file);
+            QCryptographicHash sha256(QCryptographicHash::Sha256);
+            names << file;
+            digests << (unpacked.open(QIODevice::ReadOnly) && sha256.addData(&unpacked)
+                            ? QString::fromLatin1(sha256.result().toHex())
+                            : QString());
+        }
+    }
+    emit packageReady(names, digests, preparation.signerFingerprints());
 }
 
 void DFUThread::finishFlash()

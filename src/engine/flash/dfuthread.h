@@ -60,6 +60,9 @@ signals:
     void breakFlashing();
     // A file's transfer has begun: its stage, name, and place among the run's files.
     void transferStarted(QString stage, QString file, int number, int total);
+    // Unpacked and about to be flashed: the .sys files, their SHA-256 (hex, empty if
+    // unreadable) and the fingerprints of the keys that signed the package.
+    void packageReady(QStringList files, QStringList sha256, QStringList signers);
 
 protected:
     void run() override;
@@ -98,6 +101,7 @@ private:
     void sendExternalProcessesFinished();
     void pause(int seconds);
 
+    void reportPackage();
     void finishFlash();
     void failFlash();
     void failFlashAborted();

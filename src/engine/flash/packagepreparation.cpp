@@ -115,10 +115,14 @@ bool PackagePreparation::decrypt(QStringList &files, QProcess &gpg, std::atomic<
         const QStringList arguments = gpgArguments(gpgFolder, temp, Settings::getExtractFolderName(),
                                                    QFileInfo(files.at(i)).fileName(), input);
         gpgRunning = true;
-        const GpgOutcome outcome = runGpg(gpg, gpgPath, arguments, finishedByUser);
+        QString signer;
+        const GpgOutcome outcome = runGpg(gpg, gpgPath, arguments, finishedByUser, &signer);
         gpgRunning = false;
-        if (outcome == GpgOutcome::Done)
+        if (outcome == GpgOutcome::Done) {
+            if (!signers.contains(signer))
+                signers << signer;
             continue;
+        }
         if (outcome == GpgOutcome::StartFailed) {
             const QString message = text("Error starting GPG, restart again");
             qWarning() << quoted(message);

@@ -39,6 +39,8 @@ public:
     // Unpacks each archive; afterEach runs after each good one (the pause, progress).
     bool unpack(const QStringList &archives, const QString &failure, const std::function<void()> &afterEach);
     bool stageList(const QString &stage, QStringList &list);
+    // The fingerprints of the keys that signed the decrypted files.
+    QStringList signerFingerprints() const { return signers; }
     // A warning in the log, the status line, and an Error box.
     void fail(const QString &text);
 
@@ -51,4 +53,5 @@ private:
     QString gpgPath;
     Report report;
     const std::atomic<bool> &finishedByUser;
+    QStringList signers;
 };

@@ -65,6 +65,14 @@ QStringList removableDrives(const QString &mountInfo = QStringLiteral("/proc/sel
 // Whether a block device (such as "/dev/sdb1") is removable or on USB, by sysfs.
 bool isRemovableDevice(const QString &device, const QString &sysfsRoot = QStringLiteral("/sys"));
 
+// Names this process for as long as it lives, across machines' restarts and reused
+// process ids: its boot, its id and its start time.
+QString processIdentity();
+// Whether the process so named still runs on this machine.
+bool processAlive(const QString &identity);
+// The login name of the user this process runs as (a service has no $USER).
+QString userName();
+
 } // namespace Platform
 
 // Marks a folder hidden. On Linux a leading dot in the name does that already.

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
+#include <pwd.h>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -300,4 +301,50 @@ QStringList Platform::removableDrives(const QString &mountInfo, const QString &s
 
 void setHiddenAttribute(const QString &)
 {
+}
+
+namespace {
+// Field 22 of /proc/PID/stat, the start time in clock ticks since boot; the command
+// name before it may hold blanks and brackets, so counting starts behind its last ")".
+QString processStartTime(qint64 pid)
+{
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return QString();
+    const QByteArray line = stat.read(4096);
+    const qsizetype close = line.lastIndexOf(')');
+    if (close < 0)
+        return QString();
+    const QList<QByteArray> fields = line.mid(close + 2).split(' ');
+    return QString::fromLatin1(fields.value(19));
+}
+
+QString bootId()
+{
+    QFile file(QStringLiteral("/proc/sys/kernel/random/boot_id"));
+    return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll().trimmed()) : QString();
+}
+} // namespace
+
+QString Platform::processIdentity()
+{
+    const qint64 pid = getpid();
+    return QStringLiteral("%1:%2:%3").arg(bootId()).arg(pid).arg(processStartTime(pid));
+}
+
+QString Platform::userName()
+{
+    const passwd *entry = getpwuid(getuid());
+    return entry ? QString::fromLocal8Bit(entry->pw_name) : QString::number(getuid());
+}
+
+bool Platform::processAlive(const QString &identity)
+{
+    const QStringList parts = identity.split(QLatin1Char(':'));
+    bool ok = false;
+    const qint64 pid = parts.value(1).toLongLong(&ok);
+    if (parts.size() != 3 || !ok || pid <= 0 || parts.at(0) != bootId())
+        return false;
+    const QString started = processStartTime(pid);
+    return !started.isEmpty() && started == parts.at(2);
 }

@@ -1,0 +1,244 @@
+#include "stationwatch.h"
+
+#include "app/settings.h"
+#include "history/flashrecorder.h"
+#include "platform/usbmonitor.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+
+#include <thread>
+
+namespace {
+// udev sends several events for one plug (device, interfaces): one look after them.
+constexpr int settleMs = 150;
+// Where udev cannot be listened to, the ports are looked at this often.
+constexpr int pollMs = 2000;
+} // namespace
+
+StationWatch::StationWatch(Settings *settings, StationOutput *output, FlashHistory *history, Options options,
+                           QObject *parent)
+    : QObject(parent), settings(settings), output(output), history(history), options(std::move(options))
+{
+    lookTimer.setSingleShot(true);
+    connect(&lookTimer, &QTimer::timeout, this, &StationWatch::look);
+    connect(&pollTimer, &QTimer::timeout, this, &StationWatch::look);
+}
+
+StationWatch::~StationWatch() = default;
+
+void StationWatch::start()
+{
+    clock.start();
+    for (const QString &port : options.ports) {
+        auto lock = std::make_unique<PortLock>();
+        if (!lock->lock(port)) {
+            output->error(lock->error().isEmpty()
+                              ? QStringLiteral("Port %1 is watched or flashed by another run: left to it").arg(port)
+                              : QStringLiteral("Cannot lock port %1: %2").arg(port, lock->error()));
+            continue;
+        }
+        ports[port].lock = std::move(lock);
+    }
+    if (!options.ports.isEmpty() && ports.empty()) {
+        ended = true;
+        output->summary(counts, clock.elapsed() / 1000.0);
+        emit finished(2);
+        return;
+    }
+    monitor = new UsbMonitor(this);
+    connect(monitor, &UsbMonitor::changed, this, &StationWatch::lookSoon);
+    if (!monitor->start()) {
+        output->error(monitor->error() + QStringLiteral(": the ports are looked at every %1 s").arg(pollMs / 1000));
+        pollTimer.start(pollMs);
+    }
+    QPointer<StationWatch> self(this);
+    std::thread([self, run = options.run] {
+        const StationRun::FirmwareChoice choice = StationRun::chooseFirmware(run);
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, choice] {
+                if (self)
+                    self->firmwareChosen(choice);
+            },
+            Qt::QueuedConnection);
+    }).detach();
+}
+
+void StationWatch::firmwareChosen(const StationRun::FirmwareChoice &choice)
+{
+    if (ended)
+        return;
+    if (!choice.error.isEmpty()) {
+        output->error(choice.error);
+        ended = true;
+        output->summary(counts, clock.elapsed() / 1000.0);
+        emit finished(2);
+        return;
+    }
+    firmware = choice;
+    ready = true;
+    output->stage(QStringLiteral("Watching %1 for Tessel NINEs to bring to version %2")
+                      .arg(options.ports.isEmpty() ? QStringLiteral("every port")
+                                                   : QStringLiteral("ports ") + watchedPorts().join(QLatin1String(", ")),
+                           firmware.version));
+    look();
+}
+
+QStringList StationWatch::watchedPorts() const
+{
+    QStringList list;
+    for (const auto &entry : ports)
+        list << entry.first;
+    return list;
+}
+
+void StationWatch::lookSoon()
+{
+    if (ready && !ended)
+        lookTimer.start(settleMs);
+}
+
+void StationWatch::look()
+{
+    if (!ready || ended)
+        return;
+    bool accessDenied = false;
+    QHash<QString, ListedDevice> seen;
+    for (const ListedDevice &device : listDfuDevices(*settings, &accessDenied)) {
+        if (device.isTesselNine() && !device.port.isEmpty())
+            seen.insert(device.port, device);
+    }
+    for (auto &[port, slot] : ports) {
+        // A port under a run of ours is the run's: its device comes and goes as it is flashed.
+        if (!slot.run && (!seen.contains(port) || seen.value(port).serial != slot.serial))
+            slot.present = false;
+    }
+    for (auto it = skippedPorts.begin(); it != skippedPorts.end();)
+        it = seen.contains(*it) ? std::next(it) : skippedPorts.erase(it);
+    for (const ListedDevice &device : std::as_const(seen)) {
+        if (!options.ports.isEmpty() && !ports.count(device.port)) {
+            if (!skippedPorts.contains(device.port)) {
+                skippedPorts.insert(device.port);
+                ++counts.skipped;
+                output->skipped(device.port, device.serial,
+                                options.ports.contains(device.port) ? QStringLiteral("another run watches the port")
+                                                                    : QStringLiteral("port not watched"));
+            }
+            continue;
+        }
+        Port &slot = ports[device.port];
+        if (slot.run || slot.present)
+            continue;
+        slot.present = true;
+        slot.serial = device.serial;
+        arrived(device);
+    }
+}
+
+void StationWatch::arrived(const ListedDevice &device)
+{
+    output->device(device, true);
+    const bool current = !device.dfuMode && device.version == firmware.version && device.hasV == firmware.hasV;
+    if (current && done.contains(device.serial))
+        return; // flashed by this watch, back after its own reset
+    if (stops > 0)
+        return;
+    Port &slot = ports[device.port];
+    slot.output = std::make_unique<StationOutput>(options.json);
+    slot.output->setSigned(!options.run.zip);
+    slot.output->setUnit(device.port, device.serial, true);
+    if (current) {
+        ++counts.current;
+        done.insert(device.serial);
+        if (history) {
+            FlashRecorder recorder(history);
+            FlashRecord unit;
+            unit.program = QStringLiteral("station");
+            unit.port = device.port;
+            unit.serial = device.serial;
+            unit.before = device.version;
+            unit.version = firmware.version;
+            unit.signedPackage = !options.run.zip;
+            if (!recorder.begin(unit) || !recorder.finish(QStringLiteral("current"), device.version, QString()))
+                slot.output->error(recorder.error());
+        }
+        slot.output->result(0, QStringLiteral("current"), device.version, device.version, 0);
+        return;
+    }
+    startRun(device, slot);
+}
+
+void StationWatch::startRun(const ListedDevice &device, Port &slot)
+{
+    if (!slot.lock) {
+        auto lock = std::make_unique<PortLock>();
+        if (!lock->lock(device.port)) {
+            ++counts.skipped;
+            output->skipped(device.port, device.serial, QStringLiteral("another run holds the port"));
+            return;
+        }
+        slot.lock = std::move(lock);
+    }
+    StationRun::Options run = options.run;
+    run.port = device.port;
+    run.portLocked = true;
+    slot.run = new StationRun(settings, slot.output.get(), history, run, this);
+    const QString port = device.port;
+    connect(slot.run, &StationRun::finished, this, [this, port] { runEnded(port); });
+    slot.run->start(firmware);
+}
+
+void StationWatch::runEnded(const QString &port)
+{
+    Port &slot = ports[port];
+    const QString outcome = slot.run->outcome();
+    slot.run->deleteLater();
+    slot.run = nullptr;
+    if (outcome == QLatin1String("flashed"))
+        ++counts.flashed;
+    else if (outcome == QLatin1String("recovered"))
+        ++counts.recovered;
+    else if (outcome == QLatin1String("stopped"))
+        ++counts.stopped;
+    else
+        ++counts.failed;
+    if (outcome == QLatin1String("flashed") || outcome == QLatin1String("recovered"))
+        done.insert(slot.serial);
+    // Watched on every port: the port is free again for other runs.
+    if (options.ports.isEmpty())
+        slot.lock.reset();
+    finishIfDone();
+    lookSoon();
+}
+
+void StationWatch::stop()
+{
+    ++stops;
+    if (ended)
+        return;
+    if (stops == 1) {
+        output->stage(QStringLiteral("Stopping: no new flash starts; the running ones end (a second signal stops them)"));
+    } else {
+        for (auto &entry : ports) {
+            if (entry.second.run)
+                entry.second.run->stop();
+        }
+    }
+    finishIfDone();
+}
+
+void StationWatch::finishIfDone()
+{
+    if (ended || stops == 0)
+        return;
+    for (const auto &entry : ports) {
+        if (entry.second.run)
+            return;
+    }
+    ended = true;
+    lookTimer.stop();
+    pollTimer.stop();
+    output->summary(counts, clock.elapsed() / 1000.0);
+    emit finished(counts.stopped > 0 ? 1 : counts.failed > 0 ? 2 : 0);
+}
