@@ -8,7 +8,9 @@
 #include "platform/platform.h"
 #include "platform/portlock.h"
 
+#include <QCryptographicHash>
 #include <QDir>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTest>
@@ -74,9 +76,17 @@ class TestStation : public QObject
         env.remove("QT_QPA_PLATFORM");
         if (!tmp.isEmpty())
             env.insert("TMPDIR", tmp);
+        // watch hears udev: on the emulated bus, through umockdev's preload library.
+        if (args.value(0) == "watch")
+            env.insert("LD_PRELOAD", TestSupport::binDir() + "/uevent-socket-preload.so:libumockdev-preload.so.0");
         run.process->setProcessEnvironment(env);
         run.process->start(sandbox.app() + "/morvanta-station", args);
         QVERIFY(run.process->waitForStarted());
+    }
+    static int countOf(const Run &run, const QString &event)
+    {
+        return int(std::count_if(run.events.cbegin(), run.events.cend(),
+                                 [&event](const QJsonObject &e) { return e["event"] == event; }));
     }
     // Reads the run's lines until one holds the text (an empty text: to its end).
     static bool finish(Run &run, int msecs = 90000, const QString &text = QString())
@@ -143,20 +153,22 @@ private slots:
     }
 
     // Controllers side by side, a run for each at once: each device gets its own files,
-    // and a fault on one port fails that run only.
+    // a fault on one port fails that run only, and the history holds every unit.
     void runsAtOnce()
     {
         const QString rec = sandbox.root() + "/received/";
         EmulatedBus bus({"record=" + rec + "good1", "port=2,record=" + rec + "good2", "port=3,scenario=stall",
-                         "port=4,scenario=pulled", "port=5,scenario=stays-old", "port=6,record=" + rec + "plain"});
+                         "port=4,scenario=pulled", "port=5,scenario=stays-old", "port=6,record=" + rec + "plain",
+                         "port=7,dfu,record=" + rec + "stuck", "port=8,serial==1+2"});
         QVERIFY(bus.isUp());
         const QString plainZips = sandbox.root() + "/plain";
         QDir().mkpath(plainZips);
         QCOMPARE(kit.makePackage(plainZips, "Tessel_NINE_V1_2_4", 1, 1, fileSize, false).size(), 2);
-        Run runs[6];
-        for (int i = 0; i < 5; ++i)
-            start(runs[i], {"flash", "--json", "--port", QString("1-%1").arg(i + 1), firmware});
-        start(runs[5], {"flash", "--json", "--zip", "--port", "1-6", plainZips});
+        const QString history = sandbox.root() + "/eight.sqlite";
+        Run runs[8];
+        for (int i = 0; i < 8; ++i)
+            start(runs[i], QStringList{"flash", "--json", "--history", history, "--port", QString("1-%1").arg(i + 1)} +
+                               (i == 5 ? QStringList{"--zip", plainZips} : QStringList{firmware}));
         for (Run &run : runs)
             QVERIFY(finish(run));
         QStringList results;
@@ -168,19 +180,169 @@ private slots:
             // Whether the signature was checked, at the start and at the end.
             QCOMPARE(result["signed"].toBool(), &run != &runs[5]);
             QCOMPARE(run.last("start")["signed"], result["signed"]);
-            results << QStringList{QString::number(run.process->exitCode()), result["port"].toString(),
-                                   result["before"].toString(), result["after"].toString(),
+            for (const QJsonObject &event : run.events) // every event names its unit
+                QVERIFY(event["port"] == result["port"] && event["serial"] == run.last("start")["serial"]);
+            results << QStringList{QString::number(run.process->exitCode()), result["outcome"].toString(),
+                                   result["port"].toString(), result["before"].toString(), result["after"].toString(),
                                    run.last("error")["text"].toString().simplified().left(44)}
                            .join(' ');
         }
-        QCOMPARE(results, (QStringList{"0 1-1 1_2_3 1_2_4 ", "0 1-2 1_2_3 1_2_4 ",
-                                       "2 1-3 1_2_3  Flashing not completed Error during download",
-                                       "2 1-4 1_2_3  Flashing not completed Error during download",
-                                       "2 1-5 1_2_3 1_2_3 The device on port 1-5 runs 1_2_3, not 1_2_4",
-                                       "0 1-6 1_2_3 1_2_4 "}));
+        const QStringList expected{"0 flashed 1-1 1_2_3 1_2_4 ",
+                                   "0 flashed 1-2 1_2_3 1_2_4 ",
+                                   "2 failed 1-3 1_2_3  Flashing not completed Error during download",
+                                   "2 failed 1-4 1_2_3  Flashing not completed Error during download",
+                                   "2 failed 1-5 1_2_3 1_2_3 The device on port 1-5 runs 1_2_3, not 1_2_4",
+                                   "0 flashed 1-6 1_2_3 1_2_4 ",
+                                   "0 recovered 1-7  1_2_4 ",
+                                   "0 flashed 1-8 1_2_3 1_2_4 "};
+        QCOMPARE(results, expected);
         QCOMPARE(received("good1"), flashed);
         QCOMPARE(received("good2"), flashed);
         QCOMPARE(received("plain"), flashed);
+        QCOMPARE(received("stuck"), flashed);
+        QCOMPARE(workingFolders(), QStringList{});
+
+        // Eight writers at once, no record lost; what a script and a spreadsheet read.
+        Run json;
+        start(json, {"history", "--json", "--history", history});
+        QVERIFY(finish(json));
+        QCOMPARE(json.events.size(), 8);
+        QStringList recorded;
+        for (const QJsonObject &record : json.events) {
+            QCOMPARE(record["program"].toString(), QString("station"));
+            QCOMPARE(record["tool"].toString(), QString("0.11"));
+            QVERIFY(!record["ended"].toString().isEmpty() && record["seconds"].toDouble() > 0);
+            const bool signedOne = record["port"] != QString("1-6");
+            QCOMPARE(record["signed"].toBool(), signedOne);
+            QCOMPARE(record["signer"].toString().size(), signedOne ? 40 : 0);
+            // The files as they went onto the device.
+            if (record["error"].isNull())
+                QCOMPARE(record["files"].toArray().last()["sha256"].toString(),
+                         QString(QCryptographicHash::hash(flashed.last(), QCryptographicHash::Sha256).toHex()));
+            recorded << QStringList{record["port"].toString(), record["serial"].toString(),
+                                    record["outcome"].toString(), record["before"].toString(),
+                                    record["after"].toString()}
+                            .join(' ');
+        }
+        recorded.sort();
+        QCOMPARE(recorded, (QStringList{"1-1 0000001 flashed 1_2_3 1_2_4", "1-2 0000002 flashed 1_2_3 1_2_4",
+                                        "1-3 0000003 failed 1_2_3 ", "1-4 0000004 failed 1_2_3 ",
+                                        "1-5 0000005 failed 1_2_3 1_2_3", "1-6 0000006 flashed 1_2_3 1_2_4",
+                                        "1-7 0000007 recovered  1_2_4", "1-8 =1+2 flashed 1_2_3 1_2_4"}));
+        Run csv;
+        start(csv, {"history", "--csv", "--serial", "=1+2", "--since", "2026-01-01", "--history", history});
+        QVERIFY(finish(csv));
+        QCOMPARE(csv.notJson.size(), 2);
+        QVERIFY(csv.notJson[0].startsWith("started,ended,host,user,program,port,serial,"));
+        // A serial that a spreadsheet would take for a formula stays text.
+        QVERIFY2(csv.notJson[1].contains(",\"1-8\",\"'=1+2\",\"1_2_3\",\"1_2_4\",\"1_2_4\","), qPrintable(csv.notJson[1]));
+    }
+
+    // A line's day: devices on the watched ports at the start and plugged in later, one
+    // in update mode, one current, one failing beside the good ones, one on a port
+    // nobody watches; a second station whose ports overlap leaves those to the first.
+    void watch()
+    {
+        const QString plug = sandbox.root() + "/plug6";
+        const QString replug = sandbox.root() + "/plug1";
+        TestSupport::writeFile(plug, "pulled\n");
+        TestSupport::writeFile(replug, "plugged\n");
+        const QString rec = sandbox.root() + "/received/";
+        EmulatedBus bus({"control=" + replug + ",record=" + rec + "w1", "port=2,dfu", "port=3,name=V1_2_4",
+                         "port=4,scenario=errwrite", "port=5", "port=6,control=" + plug + ",record=" + rec + "w6",
+                         "port=7,name=V1_2_4"});
+        QVERIFY(bus.isUp());
+        const QString history = sandbox.root() + "/watch.sqlite";
+        Run station;
+        start(station, {"watch", "--json", "--history", history, "--ports", "1-1,1-2,1-3,1-4,1-6", firmware});
+        QVERIFY(finish(station, 60000, "Watching ports 1-1, 1-2, 1-3, 1-4, 1-6"));
+        Run second;
+        start(second, {"watch", "--json", "--history", history, "--ports", "1-4,1-7", firmware});
+        QVERIFY(finish(second, 20000, "Watching ports 1-7"));
+        QVERIFY(second.has("Port 1-4 is watched or flashed by another run"));
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == 4), 60000);
+        TestSupport::writeFile(plug, "plugged\n");
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == 5), 60000);
+        // The flashed unit on 1-1 leaves and comes back: it is not flashed again.
+        TestSupport::writeFile(replug, "pulled\n");
+        QTest::qWait(500);
+        TestSupport::writeFile(replug, "plugged\n");
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "device") == 6), 20000);
+        QTest::qWait(1000);
+        for (Run *run : {&station, &second})
+            ::kill(pid_t(run->process->processId()), SIGTERM);
+        QVERIFY(finish(station, 20000) && finish(second, 20000));
+
+        QStringList outcomes;
+        for (const QJsonObject &e : std::as_const(station.events)) {
+            if (e["event"] == QString("result") || e["event"] == QString("skipped"))
+                outcomes << e["port"].toString() + " " + e["outcome"].toString() + e["reason"].toString();
+        }
+        outcomes.sort();
+        QCOMPARE(outcomes, (QStringList{"1-1 flashed", "1-2 recovered", "1-3 current", "1-4 failed",
+                                        "1-5 port not watched", "1-6 flashed", "1-7 port not watched"}));
+        const QJsonObject summary = station.events.last();
+        QCOMPARE(summary["event"].toString(), QString("summary"));
+        QCOMPARE(QStringList({QString::number(summary["flashed"].toInt()), QString::number(summary["recovered"].toInt()),
+                              QString::number(summary["current"].toInt()), QString::number(summary["failed"].toInt()),
+                              QString::number(summary["skipped"].toInt())}),
+                 (QStringList{"2", "1", "1", "1", "2"}));
+        QCOMPARE(station.process->exitCode(), 2); // a unit failed
+        QCOMPARE(second.last("summary")["current"].toInt(), 1);
+        QVERIFY(std::any_of(second.events.cbegin(), second.events.cend(), [](const QJsonObject &e) {
+            return e["port"] == QString("1-4") && e["reason"] == QString("another run watches the port");
+        }));
+        QCOMPARE(second.process->exitCode(), 0);
+        QCOMPARE(received("w1"), flashed);
+        QCOMPARE(received("w6"), flashed);
+        QCOMPARE(workingFolders(), QStringList{});
+    }
+
+    // Stopping a station while it flashes: the first signal lets the flash end, the
+    // second stops it; a station killed outright leaves a record that the next run
+    // marks interrupted.
+    void watchStops_data()
+    {
+        QTest::addColumn<int>("sigterms"); // 0: SIGKILL
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("outcome");
+        QTest::newRow("one SIGTERM: the flash ends") << 1 << 0 << "flashed";
+        QTest::newRow("two SIGTERMs: the flash stops") << 2 << 1 << "stopped";
+        QTest::newRow("SIGKILL") << 0 << 128 + SIGKILL << "interrupted";
+    }
+
+    void watchStops()
+    {
+        QFETCH(int, sigterms);
+        QFETCH(QString, outcome);
+        EmulatedBus bus({"scenario=busy,after=100"});
+        QVERIFY(bus.isUp());
+        const QString history = sandbox.root() + "/stops.sqlite";
+        QFile::remove(history);
+        Run station;
+        start(station, {"watch", "--json", "--history", history, firmware});
+        QVERIFY(finish(station, 60000, "Search for DFU USB device"));
+        for (int i = 0; i < sigterms; ++i) {
+            ::kill(pid_t(station.process->processId()), SIGTERM);
+            QTest::qWait(300);
+        }
+        if (sigterms == 0)
+            station.process->kill();
+        QVERIFY(finish(station, 60000));
+        QTEST(station.process->exitStatus() == QProcess::NormalExit ? station.process->exitCode() : 128 + SIGKILL,
+              "exitCode");
+        if (sigterms > 0) {
+            QCOMPARE(station.last("result")["outcome"].toString(), outcome);
+            QCOMPARE(station.events.last()["event"].toString(), QString("summary"));
+        }
+        Run records;
+        start(records, {"history", "--json", "--history", history});
+        QVERIFY(finish(records));
+        QCOMPARE(records.events.size(), 1);
+        QCOMPARE(records.events[0]["outcome"].toString(), outcome);
+        QTRY_COMPARE_WITH_TIMEOUT(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 0, 30000);
+        if (sigterms == 0) // the next run takes the folder of one killed outright
+            OwnedFolder::removeAbandoned(sandbox.workingRoot() + "/station-");
         QCOMPARE(workingFolders(), QStringList{});
     }
 
