@@ -93,6 +93,8 @@ private slots:
             {"/usr/lib/morvanta/gpg", "../../bin/gpg"},
             {"/usr/lib/morvanta/dfu-util", "../../bin/dfu-util"},
             {"/usr/lib/udev/rules.d/70-morvanta.rules", ""},
+            {"/usr/lib/systemd/system/morvanta-station.service", ""},
+            {"/etc/default/morvanta-station", ""},
             {"/usr/share/doc/morvanta-station/copyright", ""},
             {"/usr/share/doc/morvanta-station/changelog.gz", ""},
         };
@@ -111,6 +113,10 @@ private slots:
         // The links lead to the system's tools from where they stand.
         QCOMPARE(QFileInfo(stationRoot() + "/usr/lib/morvanta/gpg").symLinkTarget(), stationRoot() + "/usr/bin/gpg");
         QVERIFY(run("grep", {"-q", "libzip", stationRoot() + "/usr/share/doc/morvanta-station/copyright"}).exitCode == 0);
+        // The service's settings survive an upgrade; its user is made on installation.
+        QCOMPARE(run("dpkg-deb", {"-I", debs["morvanta-station"], "conffiles"}).output.trimmed(),
+                 QString("/etc/default/morvanta-station"));
+        QVERIFY(run("dpkg-deb", {"-I", debs["morvanta-station"], "postinst"}).output.contains("adduser --system --group"));
     }
 
     // The station needs no display: neither its package nor its program pulls in Qt's
@@ -118,7 +124,8 @@ private slots:
     void dependencies()
     {
         const QStringList station = dependsOf("morvanta-station");
-        for (const char *needed : {"gpg", "dfu-util", "libqt6core6", "libqt6network6", "libzip4", "libcurl4"})
+        for (const char *needed : {"gpg", "dfu-util", "adduser", "libqt6core6", "libqt6network6", "libqt6sql6-sqlite",
+                                   "libzip4", "libcurl4"})
             QVERIFY2(station.contains(needed), needed);
         const QRegularExpression display("^(libqt6gui|libqt6widgets|qt6-qpa|libx11|libxcb|libgl|libegl)");
         QCOMPARE(station.filter(display), QStringList{});
