@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks; prints figures, asserts nothing.
 #   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]
-#   sections: prepare parser download ftp usb emulated station speed
+#   sections: prepare parser download ftp usb emulated station speed watch
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 shift || true
-sections=${*:-prepare parser download ftp usb emulated station speed}
+sections=${*:-prepare parser download ftp usb emulated station speed watch}
 want() { [[ " $sections " == *" $1 "* ]]; }
 command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
 cmake --build "$build" -j2 --target benchmarks >/dev/null
@@ -255,4 +255,71 @@ done
 kill "$speedbus"
 wait "$speedbus" 2>/dev/null || true
 unset UMOCKDEV_DIR
+fi
+
+if want watch; then
+echo "== four Tessel NINEs plugged in at once: one watch against a shell loop that starts a flash per device seen"
+bash tools/make-firmware-kit.sh "$build/devkey" "$work/watchfw" Tessel_NINE_V1_2_4 3 2 16384 >/dev/null
+wapp=$work/watchapp
+mkdir -p "$wapp"
+cp "$bin/morvanta-station" "$wapp/"
+ln -s "$(command -v gpg)" "$wapp/gpg"
+ln -s "$bin/dfu-util-umockdev" "$wapp/dfu-util"
+ms() { echo $(( ($(date +%s%N) - $1) / 1000000 )); }
+# A bus of four unplugged devices; "plug" plugs them all in at once.
+bus_up() {
+    rm -f "$work/wbed"
+    devices=()
+    for p in 1 2 3 4; do echo pulled > "$work/plug$p"; devices+=(--device "port=$p,control=$work/plug$p"); done
+    "$bin/tessel-emulator" --announce "$work/wbed" "${devices[@]}" -- sleep 3600 &
+    wbus=$!
+    while [ ! -s "$work/wbed" ]; do sleep 0.1; done
+    export UMOCKDEV_DIR=$(cat "$work/wbed")
+}
+bus_down() { kill "$wbus"; wait "$wbus" 2>/dev/null || true; unset UMOCKDEV_DIR; }
+plug() { for p in 1 2 3 4; do echo plugged > "$work/plug$p"; done; }
+trap 'kill "${wbus:-}" 2>/dev/null || true; wait "${wbus:-}" 2>/dev/null || true; rm -rf "$work"' EXIT
+declare -a looped
+for round in 1 2; do
+    bus_up
+    rm -f "$work/w.sqlite"
+    LD_PRELOAD="$bin/uevent-socket-preload.so:libumockdev-preload.so.0" /usr/bin/time -o "$work/wtime" -f "%M" \
+        "$wapp/morvanta-station" watch --json --history "$work/w.sqlite" "$work/watchfw" > "$work/watch.out" &
+    watcher=$!
+    until grep -q Watching "$work/watch.out"; do sleep 0.05; done
+    start=$(date +%s%N)
+    plug
+    until [ "$(grep -c '"event":"result"' "$work/watch.out")" -ge 4 ]; do sleep 0.05; done
+    watched=$(ms "$start")
+    pkill -TERM -f "^$wapp/morvanta-station watch" || true
+    wait "$watcher" || echo "  the watch ended $?"
+    flashed=$(grep -o '"flashed":[0-9]*' "$work/watch.out" | cut -d: -f2)
+    bus_down
+
+    # The loop as a script runs it, and once more with its runs under umockdev's preload
+    # library, as the watch must be to hear the emulated bus's udev events (its gpg and
+    # unpacking go through that library too).
+    for preload in "" "$bin/uevent-socket-preload.so:libumockdev-preload.so.0"; do
+        bus_up
+        start=$(date +%s%N)
+        plug
+        started=()
+        while [ ${#started[@]} -lt 4 ]; do
+            for port in $("$wapp/morvanta-station" list --json | grep -o '"port":"[^"]*"' | cut -d'"' -f4); do
+                [[ " ${started[*]} " == *" $port "* ]] && continue
+                started+=("$port")
+                LD_PRELOAD=$preload "$wapp/morvanta-station" flash --port "$port" --history "$work/l.sqlite" \
+                    "$work/watchfw" >/dev/null &
+            done
+            sleep 0.1
+        done
+        for job in $(jobs -p); do [ "$job" = "$wbus" ] || wait "$job" || echo "  a run failed"; done
+        looped[${#preload}]=$(ms "$start")
+        bus_down
+    done
+    echo "  round $round: watch $watched ms for 4 units ($flashed flashed, $(( 4 * 3600000 / watched )) units/h)," \
+        "shell loop ${looped[0]} ms ($(( 4 * 3600000 / looped[0] )) units/h), the loop under the preload library" \
+        "${looped[-1]} ms ($(( 4 * 3600000 / looped[-1] )) units/h); peak memory of the watch $(cat "$work/wtime") KiB"
+done
+kill "$wbus" 2>/dev/null || true
 fi

@@ -128,8 +128,9 @@ void StationRun::start()
     }).detach();
 }
 
-void StationRun::start(const FirmwareChoice &choice)
+void StationRun::start(const FirmwareChoice &choice, const ListedDevice &device)
 {
+    seenDevice = device;
     clock.start();
     timeLimit.start(options.timeoutSeconds * 1000);
     firmwareChosen(choice);
@@ -188,7 +189,9 @@ void StationRun::stop()
 bool StationRun::chooseDevice()
 {
     bool accessDenied = false;
-    const QList<ListedDevice> devices = listDfuDevices(*settings, &accessDenied);
+    // A device just seen by the caller needs no second listing.
+    const QList<ListedDevice> devices = seenDevice ? QList<ListedDevice>{*seenDevice}
+                                                   : listDfuDevices(*settings, &accessDenied);
     const ListedDevice *chosen = nullptr;
     if (!options.port.isEmpty()) {
         for (const ListedDevice &device : devices) {
@@ -307,12 +310,35 @@ void StationRun::waitForDevice(int firstLookMs, int patienceMs, std::function<vo
     devicePoll.start(firstLookMs);
 }
 
+// The listing runs on a thread of its own: runs that share a process (watch) must not
+// wait for each other's looks.
 void StationRun::lookForDevice()
 {
-    if (ending >= 0)
+    if (ending >= 0 || looking)
         return;
-    bool accessDenied = false;
-    for (const ListedDevice &device : listDfuDevices(*settings, &accessDenied)) {
+    looking = true;
+    QPointer<StationRun> self(this);
+    std::thread([self, dfuUtil = settings->getDfuUtilPath()] {
+        bool accessDenied = false;
+        const QList<ListedDevice> devices = listDfuDevices(dfuUtil, &accessDenied);
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [self, devices] {
+                if (self)
+                    self->devicesListed(devices);
+            },
+            Qt::QueuedConnection);
+    }).detach();
+}
+
+void StationRun::devicesListed(const QList<ListedDevice> &devices)
+{
+    looking = false;
+    if (ending >= 0) {
+        finishWhenWorkerGone();
+        return;
+    }
+    for (const ListedDevice &device : devices) {
         if (device.port == port && device.isTesselNine() && !device.dfuMode) {
             deviceIsBack(device);
             return;
@@ -362,7 +388,7 @@ void StationRun::end(int exitCode)
 
 void StationRun::finishWhenWorkerGone()
 {
-    if (ending < 0 || reported || (worker && !workerGone && !leftBehind))
+    if (ending < 0 || reported || (worker && !workerGone && !leftBehind) || looking)
         return;
     workerGrace.stop();
     reported = true;

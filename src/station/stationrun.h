@@ -1,5 +1,6 @@
 #pragma once
 
+#include "firmware/devicelisting.h"
 #include "platform/ownedfolder.h"
 #include "platform/portlock.h"
 
@@ -10,13 +11,13 @@
 #include <QTimer>
 
 #include <functional>
+#include <optional>
 
 class DFUThread;
 class FlashHistory;
 class FlashRecorder;
 class Settings;
 class StationOutput;
-struct ListedDevice;
 
 // One flash of morvanta-station, from the firmware to the device's new version, with
 // nothing that waits for a person: the package is checked, unpacked and flashed by the
@@ -52,8 +53,8 @@ public:
     static FirmwareChoice chooseFirmware(const Options &options);
 
     void start();
-    // The firmware was looked at already.
-    void start(const FirmwareChoice &choice);
+    // The firmware was looked at and the device seen on the port already.
+    void start(const FirmwareChoice &choice, const ListedDevice &device);
     // SIGINT or SIGTERM: the tool is killed and reaped, the working folder removed.
     void stop();
     // A thread of the run is still stuck in a kernel call (a dead share): the process
@@ -74,6 +75,7 @@ private:
     void workerExited(int code);
     void waitForDevice(int firstLookMs, int patienceMs, std::function<void(const ListedDevice &)> back);
     void lookForDevice();
+    void devicesListed(const QList<ListedDevice> &devices);
     void deviceIsBack(const ListedDevice &device);
     void fail(const QString &text);
     void end(int exitCode);
@@ -88,6 +90,7 @@ private:
     QString port;
     QString serial;
     bool recovering = false; // the device waited in DFU mode
+    std::optional<ListedDevice> seenDevice;
     QString lastError;
     QString outcomeWord;
     FlashHistory *history;
@@ -113,5 +116,6 @@ private:
     bool workerGone = false;  // its thread has finished
     bool reported = false;
     bool checking = false;   // the firmware is being looked at
+    bool looking = false;    // a listing is under way
     bool leftBehind = false;
 };

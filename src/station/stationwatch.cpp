@@ -47,7 +47,7 @@ void StationWatch::start()
         return;
     }
     monitor = new UsbMonitor(this);
-    connect(monitor, &UsbMonitor::changed, this, &StationWatch::lookSoon);
+    connect(monitor, &UsbMonitor::changed, this, &StationWatch::changed);
     if (!monitor->start()) {
         output->error(monitor->error() + QStringLiteral(": the ports are looked at every %1 s").arg(pollMs / 1000));
         pollTimer.start(pollMs);
@@ -91,6 +91,15 @@ QStringList StationWatch::watchedPorts() const
     for (const auto &entry : ports)
         list << entry.first;
     return list;
+}
+
+void StationWatch::changed(const QString &port)
+{
+    // A device under a run of ours comes and goes as it is flashed: the run looks after
+    // it, and a listing for it would only take time from the flashes.
+    const auto slot = ports.find(port);
+    if (slot == ports.end() || !slot->second.run)
+        lookSoon();
 }
 
 void StationWatch::lookSoon()
@@ -183,10 +192,13 @@ void StationWatch::startRun(const ListedDevice &device, Port &slot)
     StationRun::Options run = options.run;
     run.port = device.port;
     run.portLocked = true;
-    slot.run = new StationRun(settings, slot.output.get(), history, run, this);
+    // Each run its own settings, for its own working folder; they go with the run.
+    auto *own = new Settings(static_cast<QObject *>(nullptr));
+    slot.run = new StationRun(own, slot.output.get(), history, run, this);
+    own->setParent(slot.run);
     const QString port = device.port;
     connect(slot.run, &StationRun::finished, this, [this, port] { runEnded(port); });
-    slot.run->start(firmware);
+    slot.run->start(firmware, device);
 }
 
 void StationWatch::runEnded(const QString &port)

@@ -55,6 +55,7 @@ private:
     };
 
     void firmwareChosen(const StationRun::FirmwareChoice &choice);
+    void changed(const QString &port);
     void lookSoon();
     void look();
     void arrived(const ListedDevice &device);

@@ -83,10 +83,15 @@ DfuDialect knownDfuDialect()
 
 QList<ListedDevice> listDfuDevices(const Settings &settings, bool *accessDenied, int timeoutMs)
 {
+    return listDfuDevices(settings.getDfuUtilPath(), accessDenied, timeoutMs);
+}
+
+QList<ListedDevice> listDfuDevices(const QString &dfuUtilPath, bool *accessDenied, int timeoutMs)
+{
     QProcess process;
     QByteArray output;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    startTool(process, settings.getDfuUtilPath(), {QStringLiteral("-l")});
+    startTool(process, dfuUtilPath, {QStringLiteral("-l")});
     if (!process.waitForFinished(timeoutMs) && process.state() != QProcess::NotRunning) {
         process.kill();
         process.waitForFinished(1000);
