@@ -70,5 +70,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         plain = plain || line.kind == Plain;
     }
     FUZZ_ASSERT(signedByOurRing(output) == (!refused && good && valid && plain));
+    // The record's signer: the key of the first valid signature, whatever follows it.
+    FUZZ_ASSERT(signerFingerprint(output) ==
+                (valid ? QStringLiteral("0123456789ABCDEF0123456789ABCDEF01234567") : QString()));
     return 0;
 }

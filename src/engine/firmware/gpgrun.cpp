@@ -6,6 +6,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QtDebug>
 
 QStringList gpgArguments(const QString &homeDir, const QString &tempPath, const QString &extractName,
@@ -66,10 +67,13 @@ bool signedByOurRing(const QByteArray &output)
 
 QString signerFingerprint(const QByteArray &output)
 {
+    // A fingerprint is hex (40 digits for v4 keys, 64 for v5): nothing else goes into a record.
+    static const QRegularExpression hex(QStringLiteral("^[0-9A-F]{40,64}$"));
     for (const QByteArray &line : output.split('\n')) {
-        const QList<QByteArray> words = line.trimmed().split(' ');
-        if (words.size() > 2 && words.at(0) == "[GNUPG:]" && words.at(1) == "VALIDSIG")
-            return QString::fromLatin1(words.at(2));
+        if (!line.startsWith("[GNUPG:] VALIDSIG "))
+            continue;
+        const QString fingerprint = QString::fromLatin1(line.mid(18).split(' ').value(0).trimmed());
+        return hex.match(fingerprint).hasMatch() ? fingerprint : QString();
     }
     return QString();
 }
