@@ -95,6 +95,7 @@ private slots:
             {"/usr/lib/udev/rules.d/70-morvanta.rules", ""},
             {"/usr/lib/systemd/system/morvanta-station.service", ""},
             {"/etc/default/morvanta-station", ""},
+            {"/usr/share/man/man1/morvanta-station.1.gz", ""},
             {"/usr/share/doc/morvanta-station/copyright", ""},
             {"/usr/share/doc/morvanta-station/changelog.gz", ""},
         };
@@ -105,6 +106,7 @@ private slots:
             {"/usr/share/metainfo/com.zelko.morvanta.metainfo.xml", ""},
             {"/usr/share/icons/hicolor/scalable/apps/com.zelko.morvanta.svg", ""},
             {"/usr/share/icons/hicolor/128x128/apps/com.zelko.morvanta.png", ""},
+            {"/usr/share/man/man1/morvanta.1.gz", ""},
             {"/usr/share/doc/morvanta/copyright", ""},
             {"/usr/share/doc/morvanta/changelog.gz", ""},
         };
@@ -152,11 +154,11 @@ private slots:
         QVERIFY(QFileInfo(windowRoot() + folder + "/morvanta").isExecutable());
     }
 
-    // Debian's own checker finds no error in either package.
+    // Debian's own checker finds neither an error nor a warning in either package.
     void lintianPasses()
     {
-        const Result checked = run("lintian", {"--fail-on", "error", debs["morvanta"], debs["morvanta-station"]});
-        QVERIFY2(checked.exitCode == 0 && !checked.output.contains(QRegularExpression("^E:", QRegularExpression::MultilineOption)),
+        const Result checked = run("lintian", {"--fail-on", "error,warning", debs["morvanta"], debs["morvanta-station"]});
+        QVERIFY2(checked.exitCode == 0 && !checked.output.contains(QRegularExpression("^[EW]:", QRegularExpression::MultilineOption)),
                  qPrintable(checked.output));
     }
 
