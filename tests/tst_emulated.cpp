@@ -7,6 +7,7 @@
 #include "ui/wizard/wizardbootloader.h"
 
 #include "firmwarekit.h"
+#include "history/flashhistory.h"
 #include "windowsupport.h"
 
 #include <QAbstractButton>
@@ -68,7 +69,7 @@ private slots:
         QTest::addColumn<QStringList>("devices");
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QString>("logged"); // the error the ERROR box showed
+        QTest::addColumn<QString>("logged"); // the error the ERROR box showed, or a line of a good run
         const QStringList flash{"-a", "-p", firmware};
         QTest::newRow("final reset re-enumerates") << QStringList{"record=" + record("1")} << flash << 0 << "";
         QTest::newRow("final reset succeeds") << QStringList{"scenario=reset-ok,record=" + record("2")} << flash << 0
@@ -96,6 +97,9 @@ private slots:
             << QStringList{"port=1,record=" + record("8"), "port=2,vendor=0483,product=df11"} << flash << 0 << "";
         QTest::newRow("a node the user may not open") << QStringList{"closed"} << flash << 2
                                                       << "\"" + ErrorTexts::noPermission() + "\"";
+        // A flash that was cut left it in DFU mode: flashed without a question, and said so.
+        QTest::newRow("waiting in update mode") << QStringList{"dfu,record=" + record("9")} << flash << 0
+                                                << "The device is in update mode: the selected firmware is flashed";
     }
 
     void unattended()
@@ -103,6 +107,7 @@ private slots:
         QFETCH(QStringList, devices);
         QFETCH(QStringList, args);
         QFETCH(QString, logged);
+        QFETCH(int, exitCode);
         TestSupport::Sandbox program;
         program.writeConfig({{"mode", "internal"}});
         program.installProgram({"gpg"});
@@ -123,16 +128,27 @@ private slots:
             env.insert("QT_QPA_PLATFORM", "offscreen");
         }
         TestSupport::ProgramRun run(program, command, QString(), env, runner);
-        if (!logged.isEmpty())
+        if (exitCode != 0)
             QVERIFY2(TestSupport::answerBox("ERROR", 60000), qPrintable(program.log().right(800)));
         QVERIFY2(run.waitForExit(90000), qPrintable(program.log().right(800)));
         QTEST(run.exitCode(), "exitCode");
-        QFETCH(int, exitCode);
         QVERIFY2(program.log().contains(logged), qPrintable(program.log().right(800)));
         if (exitCode == 0) {
             const QString folder = devices.first().section("record=", 1);
             QCOMPARE(EmulatedBus::received(folder), args.contains("-b") ? FirmwareKit::flashedImages({"bl"}, 1, fileSize)
                                                            : flashed);
+        }
+        // A cable flash is recorded as the station's are.
+        if (exitCode == 0 && !args.contains("-b")) {
+            FlashHistory history;
+            QVERIFY(history.open(program.home() + "/.local/share/morvanta/history.sqlite"));
+            const QList<FlashRecord> records = history.records();
+            QCOMPARE(records.size(), 1);
+            const FlashRecord &unit = records.first();
+            QCOMPARE(QStringList({unit.program, unit.outcome, unit.port, unit.serial, unit.version}).join(' '),
+                     QString("window %1 1-1 0000001 1_2_4").arg(devices.first().startsWith("dfu") ? "recovered" : "flashed"));
+            QCOMPARE(unit.files.size(), 5);
+            QCOMPARE(unit.signer.size(), 40);
         }
         QCOMPARE(TestSupport::liveProcessesWith(program.instanceFolder() + "/ZelkoExtract/"), 0);
     }
@@ -151,6 +167,9 @@ private slots:
         QTest::newRow("newer device") << "name=V1_2_5" << "Current version   Tessel_NINE.1_2_5"
                                       << "Selected version is older than current version.\nDo you want to "
                                          "continue?\nPress 'Yes' to perform flashing or 'No' to cancel";
+        QTest::newRow("waiting in update mode") << "dfu" << "The device waits in update mode: an earlier flash did not end"
+                                                << "The device is in update mode: an earlier flash did not end. Flash "
+                                                   "the selected firmware now?";
     }
 
     void deviceCheck()

@@ -592,6 +592,10 @@ Bitte einen USB-Stick einstecken, auf den die Firmware geschrieben werden kann.<
         <source>Unable to create destination directory!</source>
         <translation>Zielverzeichnis kann nicht angelegt werden!</translation>
     </message>
+    <message>
+        <source>The device waits in update mode: an earlier flash did not end</source>
+        <translation>Das Gerät wartet im Update-Modus: Ein früherer Flashvorgang wurde nicht beendet</translation>
+    </message>
 </context>
 <context>
     <name>DialogQuestions</name>
@@ -686,6 +690,10 @@ Press &apos;Yes&apos; to download or &apos;No&apos; to cancel</source>
 Press &apos;Yes&apos; to download or &apos;No&apos; to cancel</source>
         <translation>Möchten Sie die Firmware-Datei der Version %1 herunterladen?
 &apos;Ja&apos; zum Herunterladen, &apos;Nein&apos; zum Abbrechen</translation>
+    </message>
+    <message>
+        <source>The device is in update mode: an earlier flash did not end. Flash the selected firmware now?</source>
+        <translation>Das Gerät ist im Update-Modus: Ein früherer Flashvorgang wurde nicht beendet. Die ausgewählte Firmware jetzt flashen?</translation>
     </message>
 </context>
 <context>
@@ -1171,6 +1179,10 @@ Datei oder existiert nicht!</translation>
     <message>
         <source>KBytes written </source>
         <translation>KBytes geschrieben </translation>
+    </message>
+    <message>
+        <source>The device waits in update mode: an earlier flash did not end</source>
+        <translation>Das Gerät wartet im Update-Modus: Ein früherer Flashvorgang wurde nicht beendet</translation>
     </message>
 </context>
 <context>

@@ -40,6 +40,8 @@ DeviceReply parseDeviceReply(const QByteArray &chunk, const QString &family)
     static const QRegularExpression banner(QStringLiteral("dfu-util (\\d+)\\.(\\d+)"));
     const QRegularExpressionMatch tool = banner.match(text);
     reply.newerTool = tool.hasMatch() && (tool.captured(1).toInt() > 0 || tool.captured(2).toInt() >= 8);
+    // Only our device: another maker's DFU device is no Tessel NINE to recover.
+    reply.updateMode = text.contains(QLatin1String("Found DFU: [2675:0001]"));
     if (text.contains(QLatin1String("No DFU capable USB device found"))) {
         reply.kind = DeviceReply::NoDevice;
         return reply;
@@ -86,6 +88,8 @@ QString Version::getDeviceVersion(bool *found, bool *hasV)
 {
     deviceVersion.clear();
     accessDenied = false;
+    updateMode = false;
+    listing.clear();
     newerTool = false;
     foundInReply = false;
     startTool(*process, settings->getDfuUtilPath(), {QStringLiteral("-l")});
@@ -101,6 +105,8 @@ QString Version::getDeviceVersion(bool *found, bool *hasV)
     qWarning() << "Device is not connected";
     if (accessDenied)
         qWarning() << quoted(ErrorTexts::noPermission());
+    if (updateMode)
+        qWarning() << "A Tessel NINE waits in update mode (DFU): an earlier flash did not end";
     *found = false;
     *hasV = deviceHasV;
     return QString();
@@ -109,9 +115,12 @@ QString Version::getDeviceVersion(bool *found, bool *hasV)
 void Version::readVersion()
 {
     const QByteArray chunk = process->readAll();
+    if (listing.size() < (1 << 16))
+        listing += chunk;
     noteDfuBanner(chunk);
     const DeviceReply reply = parseDeviceReply(chunk, Settings::getTesselNINEName());
     accessDenied = accessDenied || reply.accessDenied;
+    updateMode = updateMode || reply.updateMode;
     newerTool = newerTool || reply.newerTool;
     switch (reply.kind) {
     case DeviceReply::NoDevice:
@@ -138,6 +147,16 @@ void Version::readVersion()
         qDebug() << "Found bootloader rev." << bootLoaderRev << "\n";
         break;
     }
+}
+
+ListedDevice Version::listedTesselNine() const
+{
+    QList<ListedDevice> tessels;
+    for (const ListedDevice &device : parseDeviceListing(listing)) {
+        if (device.isTesselNine())
+            tessels << device;
+    }
+    return tessels.size() == 1 ? tessels.first() : ListedDevice();
 }
 
 QString Version::fileVersion(QString &file, const QString &family, bool *hasV)

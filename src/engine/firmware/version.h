@@ -4,6 +4,8 @@
 #include <QProcess>
 #include <QString>
 
+#include "devicelisting.h"
+
 class Settings;
 
 // What one chunk of "dfu-util -l" says.
@@ -14,6 +16,7 @@ struct DeviceReply {
     int bootLoaderRev = 0;
     bool accessDenied = false; // a device is there, but the newer tool may not open it
     bool newerTool = false;    // the banner of dfu-util 0.8 or later
+    bool updateMode = false;   // a Tessel NINE waits in DFU mode: an earlier flash did not end
 };
 DeviceReply parseDeviceReply(const QByteArray &chunk, const QString &family);
 
@@ -29,6 +32,11 @@ public:
     int getBootLoaderRev() const { return bootLoaderRev; }
     // The last query found a device that this user may not open.
     bool isAccessDenied() const { return accessDenied; }
+    // The last query found no Tessel NINE running, but one waiting in DFU mode.
+    bool isInUpdateMode() const { return updateMode; }
+    // The one Tessel NINE of the last query's listing with its port and serial (the newer
+    // tool names them), or an empty one.
+    ListedDevice listedTesselNine() const;
 
     static QString fileVersion(QString &file, const QString &family, bool *hasV);
     static QString filePreName(const QString &name, const QString &family);
@@ -47,6 +55,8 @@ private:
     bool deviceHasV = false;
     int bootLoaderRev = 0;
     bool accessDenied = false;
+    bool updateMode = false;
+    QByteArray listing; // the last query's whole output
     bool newerTool = false;       // of the current reply
     bool foundInReply = false;    // the current reply named a device
 };

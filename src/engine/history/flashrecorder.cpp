@@ -28,6 +28,11 @@ void FlashRecorder::follow(DFUThread *worker)
                 if (record.tool.isEmpty())
                     record.tool = knownDfuVersion();
             });
+    connect(worker, &DFUThread::errorOutputSignal, this, [this](const QString &text) { workerError = text; });
+    connect(worker, &DFUThread::msgboxErrorSignal, this, [this](ErrorTexts::errorLevel level, const QString &text) {
+        if (level == ErrorTexts::Error)
+            workerError = text;
+    });
 }
 
 bool FlashRecorder::finish(const QString &outcome, const QString &after, const QString &error)
@@ -36,7 +41,7 @@ bool FlashRecorder::finish(const QString &outcome, const QString &after, const Q
         return false;
     record.outcome = outcome;
     record.after = after;
-    record.error = error;
+    record.error = error.isEmpty() ? workerError : error;
     record.ended = QDateTime::currentDateTimeUtc();
     record.seconds = clock.elapsed() / 1000.0;
     const bool written = history->finish(record);

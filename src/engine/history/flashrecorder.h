@@ -21,7 +21,8 @@ public:
     bool begin(const FlashRecord &unit);
     // The worker's package report goes into the record.
     void follow(DFUThread *worker);
-    // Completes the record; false when it cannot be written.
+    // Completes the record; false when it cannot be written. Without an error of the
+    // caller's the worker's last one goes in.
     bool finish(const QString &outcome, const QString &after, const QString &error);
     bool hasBegun() const { return record.id != 0; }
     QString error() const;
@@ -30,4 +31,5 @@ private:
     FlashHistory *history;
     FlashRecord record;
     QElapsedTimer clock;
+    QString workerError;
 };

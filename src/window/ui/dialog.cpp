@@ -11,6 +11,7 @@
 #include "flash/usbdetector.h"
 #include "flash/usbwritethread.h"
 #include "flash/xmodemthread.h"
+#include "history/flashrecorder.h"
 #include "platform/platform.h"
 #include "update/swcheck.h"
 #include "wizard/wizardbootloader.h"
@@ -440,8 +441,10 @@ void Dialog::exitInternalAutomatic(int err)
 {
     if (!options.automatic)
         return;
-    // Workers first, so the verdict is the log's last line for the calling script.
+    // Workers first, so the verdict is the log's last line for the calling script; the
+    // record of the flash is completed before the process ends.
     stopWorkers();
+    endRecord(err);
     qDebug() << quoted(QStringLiteral("%1 exit %2").arg(QStringLiteral("Morvanta")).arg(err));
     std::exit(err);
 }

@@ -8,6 +8,7 @@
 #include <QDialog>
 
 #include <functional>
+#include <memory>
 #include <QPointer>
 #include <QStringList>
 
@@ -15,6 +16,8 @@ namespace Ui {
 class Dialog;
 }
 class DFUThread;
+class FlashHistory;
+class FlashRecorder;
 class MyMenu;
 class MySelectionList;
 class SWCheck;
@@ -133,6 +136,9 @@ private:
     void startFlash();
     void startOrAbortFlash();
     void startDfuWorker();
+    // The history's record of a cable flash: begun with the worker, completed at its end.
+    void beginRecord();
+    void endRecord(int exitCode);
     void disposeDfuThread();
     void finishAborted();
     void flashNotCompleted();
@@ -168,6 +174,10 @@ private:
     QString deviceVersion;
     QStringList firmwareFiles;
     int versionCompare = 0;
+    bool deviceInUpdateMode = false; // no version to compare: the device waits in DFU mode
+    std::unique_ptr<FlashHistory> history; // opened at the first flash
+    std::unique_ptr<FlashRecorder> record;  // the running flash's
+    bool flashAborted = false;              // by the user
     bool flashing = false;
     bool downloading = false;
     bool usbWriting = false;

@@ -5,11 +5,13 @@
 #include "dialogquestions.h"
 #include "flash/retireworker.h"
 
+#include "app/logstream.h"
 #include "app/settings.h"
 #include "firmware/fileverify.h"
 #include "firmware/firmwarechoice.h"
 #include "firmware/version.h"
 #include "flash/dfuthread.h"
+#include "history/flashrecorder.h"
 
 void Dialog::slotLocalSearchTesselNINE()
 {
@@ -93,9 +95,13 @@ bool Dialog::askDevice()
     bool currentHasV = false;
     deviceVersion = version->getDeviceVersion(&found, &currentHasV);
     bootLoaderRev = version->getBootLoaderRev();
+    // A flash that was cut leaves the device waiting in DFU mode: it is there to be flashed.
+    deviceInUpdateMode = !found && version->isInUpdateMode();
     if (found)
         showDeviceVersion(selected, selectedHasV, deviceVersion, currentHasV);
-    return found;
+    else if (deviceInUpdateMode)
+        ui->statusLabel->setText(tr("The device waits in update mode: an earlier flash did not end"));
+    return found || deviceInUpdateMode;
 }
 
 void Dialog::showDeviceVersion(const QString &selected, bool selectedHasV, const QString &current, bool currentHasV)
@@ -118,8 +124,10 @@ void Dialog::slotUpdateTesselNINE()
 
 void Dialog::startOrAbortFlash()
 {
-    if (dfuThread && dfuThread->isRunning())
+    if (dfuThread && dfuThread->isRunning()) {
+        flashAborted = true;
         dfuThread->abortByUser();
+    }
     else if (!jobRunning())
         startFlash();
 }
@@ -130,7 +138,8 @@ void Dialog::startFlash()
     ui->progressBar->show();
     if (!recheckDevice())
         return;
-    if (!DialogQuestions::questionFlash(options.automatic, versionCompare))
+    if (!(deviceInUpdateMode ? DialogQuestions::questionRecoverDevice(options.automatic)
+                             : DialogQuestions::questionFlash(options.automatic, versionCompare)))
         return;
     setDefaultNetSearchText();
     startDfuWorker();
@@ -172,7 +181,53 @@ void Dialog::startDfuWorker()
     connect(dfuThread, &DFUThread::sigenableAbort, this, &Dialog::lenableAbort);
     connect(dfuThread, &DFUThread::sigdisableAbort, this, &Dialog::ldisableAbort);
     connect(dfuThread, &DFUThread::externalProcessesFinished, this, &Dialog::externProcessesFinished);
+    beginRecord();
+    if (record) {
+        record->follow(dfuThread);
+        connect(dfuThread, &DFUThread::exitCode, this, &Dialog::endRecord);
+    }
     dfuThread->start(QThread::InheritPriority);
+}
+
+void Dialog::beginRecord()
+{
+    flashAborted = false;
+    record.reset();
+    if (!history) {
+        history = std::make_unique<FlashHistory>();
+        // The window shows nothing of its history: a history it cannot write is a log line.
+        if (!history->open(FlashHistory::defaultPath()))
+            qWarning() << "No history of flashes:" << quoted(history->error());
+    }
+    if (!history->isOpen())
+        return;
+    FlashRecord unit;
+    unit.program = QStringLiteral("window");
+    const ListedDevice device = version->listedTesselNine();
+    unit.port = device.port;
+    unit.serial = device.serial;
+    unit.before = deviceInUpdateMode ? QString() : deviceVersion;
+    QString file = firmwareFiles.value(0);
+    bool hasV = false;
+    unit.version = Version::fileVersion(file, Settings::getTesselNINEName(), &hasV);
+    unit.signedPackage = settings->isGpgAvailable() && !usedZipSearch;
+    record = std::make_unique<FlashRecorder>(history.get());
+    if (!record->begin(unit)) {
+        qWarning() << quoted(record->error());
+        record.reset();
+    }
+}
+
+void Dialog::endRecord(int exitCode)
+{
+    if (!record)
+        return;
+    const QString outcome = exitCode == 0 ? (deviceInUpdateMode ? QStringLiteral("recovered") : QStringLiteral("flashed"))
+                            : flashAborted ? QStringLiteral("stopped")
+                                           : QStringLiteral("failed");
+    if (!record->finish(outcome, QString(), QString()))
+        qWarning() << quoted(record->error());
+    record.reset();
 }
 
 void Dialog::disposeDfuThread()

@@ -1,5 +1,7 @@
 #include "dialogquestions.h"
 
+#include <QtDebug>
+
 #include <QMessageBox>
 
 bool DialogQuestions::ask(const QString &text)
@@ -31,6 +33,15 @@ bool DialogQuestions::questionFlash(bool automatic, int compare)
     default:
         return ask(QString());
     }
+}
+
+bool DialogQuestions::questionRecoverDevice(bool automatic)
+{
+    if (automatic) {
+        qWarning() << "The device is in update mode: the selected firmware is flashed without a question";
+        return true;
+    }
+    return ask(tr("The device is in update mode: an earlier flash did not end. Flash the selected firmware now?"));
 }
 
 bool DialogQuestions::questionAbortDownload()

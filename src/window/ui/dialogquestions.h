@@ -9,6 +9,8 @@ class DialogQuestions : public QObject
     Q_OBJECT
 public:
     static bool questionFlash(bool automatic, int compare);
+    // A Tessel NINE waits in DFU mode: flash it? Unattended runs do, and say so in the log.
+    static bool questionRecoverDevice(bool automatic);
     static bool questionAbortDownload();
     static bool questionClose(const QString &hint);
     static bool questionAbortFlash();

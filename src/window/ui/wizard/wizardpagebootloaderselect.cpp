@@ -164,12 +164,15 @@ void WizardPageBootLoaderSelect::checkFiles()
     const QString firmwareVersion = Version::fileVersion(firmwareName, Settings::getTesselNINEName(), &hasV);
     bool found = false;
     version->getDeviceVersion(&found, &hasV);
+    inUpdateMode = !found && version->isInUpdateMode();
+    found = found || inUpdateMode;
     ui->fileLabel->setText(tr("Selected Boot Loader version  ") + bootLoaderVersion);
     ui->writtenStatus->setText(tr("Selected Firmware version       ") + firmwareVersion);
     waitingForDevice = !found;
     ui->buttonUpdate->setEnabled(found);
     if (found) {
-        ui->statusLabel->setText(tr("Device is connected"));
+        ui->statusLabel->setText(inUpdateMode ? tr("The device waits in update mode: an earlier flash did not end")
+                                              : tr("Device is connected"));
         ui->buttonSelect->setText(tr("Select..."));
         if (automatic)
             Update();
@@ -200,6 +203,8 @@ void WizardPageBootLoaderSelect::toggleFlash()
         return;
     }
     if (flashing)
+        return;
+    if (inUpdateMode && !DialogQuestions::questionRecoverDevice(automatic))
         return;
     disposeWorker();
     startFlashing();

@@ -66,6 +66,7 @@ private:
     Settings *settings;
     bool flashing = false;
     bool waitingForDevice = false;
+    bool inUpdateMode = false; // the device waits in DFU mode
     Version *version;
     DFUThread *worker = nullptr;
     QPointer<DFUThread> retiring; // told to stop, may still be leaving the extract folder
