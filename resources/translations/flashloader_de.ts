@@ -594,7 +594,7 @@ Bitte einen USB-Stick einstecken, auf den die Firmware geschrieben werden kann.<
     </message>
     <message>
         <source>The device waits in update mode: an earlier flash did not end</source>
-        <translation>Das Gerät wartet im Update-Modus: Ein früherer Flashvorgang wurde nicht beendet</translation>
+        <translation>Gerät im Update-Modus: ein früheres Flashen endete nicht</translation>
     </message>
 </context>
 <context>
@@ -1182,7 +1182,7 @@ Datei oder existiert nicht!</translation>
     </message>
     <message>
         <source>The device waits in update mode: an earlier flash did not end</source>
-        <translation>Das Gerät wartet im Update-Modus: Ein früherer Flashvorgang wurde nicht beendet</translation>
+        <translation>Gerät im Update-Modus: ein früheres Flashen endete nicht</translation>
     </message>
 </context>
 <context>
