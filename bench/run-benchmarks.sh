@@ -17,6 +17,17 @@ trap 'rm -rf "$work"' EXIT
 export HOME=$work/home TMPDIR=$work/tmp DFU_SIM_HASH_MS=0
 mkdir -p "$HOME" "$TMPDIR"
 
+# A program folder as the package makes it: the programs named, gpg, and Debian's
+# dfu-util on the emulated bus.
+program_folder() {
+    local folder=$1
+    shift
+    mkdir -p "$folder"
+    for program in "$@"; do cp "$bin/$program" "$folder/"; done
+    ln -s "$(command -v gpg)" "$folder/gpg"
+    ln -s "$bin/dfu-util-umockdev" "$folder/dfu-util"
+}
+
 # Checks and unpacks the signed V1_2_4 pair of a kit folder, as gpg and unzip do by hand.
 unpack_kit() {
     local gh=$work/gnupg-$(basename "$1")
@@ -169,10 +180,7 @@ if want station; then
 echo "== morvanta-station: four emulated Tessel NINEs, four runs at once against one after another"
 bash tools/make-firmware-kit.sh "$build/devkey" "$work/stationfw" Tessel_NINE_V1_2_4 1 1 16384 >/dev/null
 station=$work/station
-mkdir -p "$station"
-cp "$bin/morvanta-station" "$station/"
-ln -s "$(command -v gpg)" "$station/gpg"
-ln -s "$bin/dfu-util-umockdev" "$station/dfu-util"
+program_folder "$station" morvanta-station
 # One bus with four devices for the whole section; the runs reach it through UMOCKDEV_DIR.
 "$bin/tessel-emulator" --announce "$work/testbed" --device port=1 --device port=2 --device port=3 --device port=4 \
     -- sleep 3600 &
@@ -209,10 +217,7 @@ echo "== five files of 16 KiB onto one emulated Tessel NINE with Debian's dfu-ut
 bash tools/make-firmware-kit.sh "$build/devkey" "$work/speedfw" Tessel_NINE_V1_2_4 3 2 16384 >/dev/null
 unpack_kit "$work/speedfw" "$work/speedsys"
 app=$work/speedapp
-mkdir -p "$app"
-cp "$bin/morvanta" "$bin/morvanta-station" "$app/"
-ln -s "$(command -v gpg)" "$app/gpg"
-ln -s "$bin/dfu-util-umockdev" "$app/dfu-util"
+program_folder "$app" morvanta morvanta-station
 printf '[General]\nmode=internal\n' > "$HOME/Morvanta_config.ini"
 "$bin/tessel-emulator" --announce "$work/speedbed" --device port=1 -- sleep 3600 &
 speedbus=$!
@@ -261,10 +266,7 @@ if want watch; then
 echo "== four Tessel NINEs plugged in at once: one watch against a shell loop that starts a flash per device seen"
 bash tools/make-firmware-kit.sh "$build/devkey" "$work/watchfw" Tessel_NINE_V1_2_4 3 2 16384 >/dev/null
 wapp=$work/watchapp
-mkdir -p "$wapp"
-cp "$bin/morvanta-station" "$wapp/"
-ln -s "$(command -v gpg)" "$wapp/gpg"
-ln -s "$bin/dfu-util-umockdev" "$wapp/dfu-util"
+program_folder "$wapp" morvanta-station
 ms() { echo $(( ($(date +%s%N) - $1) / 1000000 )); }
 # A bus of four unplugged devices; "plug" plugs them all in at once.
 bus_up() {

@@ -114,18 +114,9 @@ void StationRun::start()
     // From the first look at the firmware on: that look may be what hangs.
     timeLimit.start(options.timeoutSeconds * 1000);
     checking = true;
-    // Runs on a thread of its own: every look at the firmware may hang on a dead share.
-    QPointer<StationRun> self(this);
-    std::thread([self, options = options] {
-        const FirmwareChoice choice = chooseFirmware(options);
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, choice] {
-                if (self)
-                    self->firmwareChosen(choice);
-            },
-            Qt::QueuedConnection);
-    }).detach();
+    runOffThread<FirmwareChoice>(
+        this, [options = options] { return chooseFirmware(options); },
+        [this](const FirmwareChoice &choice) { firmwareChosen(choice); });
 }
 
 void StationRun::start(const FirmwareChoice &choice, const ListedDevice &device)
@@ -317,18 +308,13 @@ void StationRun::lookForDevice()
     if (ending >= 0 || looking)
         return;
     looking = true;
-    QPointer<StationRun> self(this);
-    std::thread([self, dfuUtil = settings->getDfuUtilPath()] {
-        bool accessDenied = false;
-        const QList<ListedDevice> devices = listDfuDevices(dfuUtil, &accessDenied);
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, devices] {
-                if (self)
-                    self->devicesListed(devices);
-            },
-            Qt::QueuedConnection);
-    }).detach();
+    runOffThread<QList<ListedDevice>>(
+        this,
+        [dfuUtil = settings->getDfuUtilPath()] {
+            bool accessDenied = false;
+            return listDfuDevices(dfuUtil, &accessDenied);
+        },
+        [this](const QList<ListedDevice> &devices) { devicesListed(devices); });
 }
 
 void StationRun::devicesListed(const QList<ListedDevice> &devices)

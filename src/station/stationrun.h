@@ -10,8 +10,29 @@
 #include <QStringList>
 #include <QTimer>
 
+#include <QCoreApplication>
+
 #include <functional>
+#include <thread>
 #include <optional>
+
+// Runs work on a thread of its own (a look at a share or at the bus may hang) and hands
+// its result to done on the receiver's thread, unless the receiver is gone by then.
+template <typename Result>
+void runOffThread(QObject *receiver, std::function<Result()> work, std::function<void(const Result &)> done)
+{
+    QPointer<QObject> guard(receiver);
+    std::thread([guard, work = std::move(work), done = std::move(done)] {
+        const Result result = work();
+        QMetaObject::invokeMethod(
+            QCoreApplication::instance(),
+            [guard, done, result] {
+                if (guard)
+                    done(result);
+            },
+            Qt::QueuedConnection);
+    }).detach();
+}
 
 class DFUThread;
 class FlashHistory;

@@ -4,10 +4,6 @@
 #include "history/flashrecorder.h"
 #include "platform/usbmonitor.h"
 
-#include <QCoreApplication>
-#include <QPointer>
-
-#include <thread>
 
 namespace {
 // udev sends several events for one plug (device, interfaces): one look after them.
@@ -52,17 +48,9 @@ void StationWatch::start()
         output->error(monitor->error() + QStringLiteral(": the ports are looked at every %1 s").arg(pollMs / 1000));
         pollTimer.start(pollMs);
     }
-    QPointer<StationWatch> self(this);
-    std::thread([self, run = options.run] {
-        const StationRun::FirmwareChoice choice = StationRun::chooseFirmware(run);
-        QMetaObject::invokeMethod(
-            QCoreApplication::instance(),
-            [self, choice] {
-                if (self)
-                    self->firmwareChosen(choice);
-            },
-            Qt::QueuedConnection);
-    }).detach();
+    runOffThread<StationRun::FirmwareChoice>(
+        this, [run = options.run] { return StationRun::chooseFirmware(run); },
+        [this](const StationRun::FirmwareChoice &choice) { firmwareChosen(choice); });
 }
 
 void StationWatch::firmwareChosen(const StationRun::FirmwareChoice &choice)
