@@ -138,16 +138,19 @@ private slots:
             QCOMPARE(EmulatedBus::received(folder), args.contains("-b") ? FirmwareKit::flashedImages({"bl"}, 1, fileSize)
                                                            : flashed);
         }
-        // A cable flash is recorded as the station's are.
-        if (exitCode == 0 && !args.contains("-b")) {
+        // A flash of the window is recorded as the station's are.
+        if (exitCode == 0) {
+            const bool bootLoaderOnly = args.contains("-b");
             FlashHistory history;
             QVERIFY(history.open(program.home() + "/.local/share/morvanta/history.sqlite"));
             const QList<FlashRecord> records = history.records();
             QCOMPARE(records.size(), 1);
             const FlashRecord &unit = records.first();
             QCOMPARE(QStringList({unit.program, unit.outcome, unit.port, unit.serial, unit.version}).join(' '),
-                     QString("window %1 1-1 0000001 1_2_4").arg(devices.first().startsWith("dfu") ? "recovered" : "flashed"));
-            QCOMPARE(unit.files.size(), 5);
+                     QString("window %1 1-1 0000001 %2")
+                         .arg(devices.first().startsWith("dfu") ? "recovered" : "flashed",
+                              bootLoaderOnly ? "2_0_1" : "1_2_4"));
+            QCOMPARE(unit.files.size(), bootLoaderOnly ? 1 : 5);
             QCOMPARE(unit.signer.size(), 40);
         }
         QCOMPARE(TestSupport::liveProcessesWith(program.instanceFolder() + "/ZelkoExtract/"), 0);

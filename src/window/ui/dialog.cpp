@@ -11,7 +11,6 @@
 #include "flash/usbdetector.h"
 #include "flash/usbwritethread.h"
 #include "flash/xmodemthread.h"
-#include "history/flashrecorder.h"
 #include "platform/platform.h"
 #include "update/swcheck.h"
 #include "wizard/wizardbootloader.h"
@@ -444,7 +443,7 @@ void Dialog::exitInternalAutomatic(int err)
     // Workers first, so the verdict is the log's last line for the calling script; the
     // record of the flash is completed before the process ends.
     stopWorkers();
-    endRecord(err);
+    recording.end(err, false);
     qDebug() << quoted(QStringLiteral("%1 exit %2").arg(QStringLiteral("Morvanta")).arg(err));
     std::exit(err);
 }

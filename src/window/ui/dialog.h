@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/errortexts.h"
+#include "app/flashrecording.h"
 #include "app/searchoptions.h"
 #include "download/filedownloader.h"
 #include "windowquestions.h"
@@ -16,8 +17,6 @@ namespace Ui {
 class Dialog;
 }
 class DFUThread;
-class FlashHistory;
-class FlashRecorder;
 class MyMenu;
 class MySelectionList;
 class SWCheck;
@@ -136,9 +135,6 @@ private:
     void startFlash();
     void startOrAbortFlash();
     void startDfuWorker();
-    // The history's record of a cable flash: begun with the worker, completed at its end.
-    void beginRecord();
-    void endRecord(int exitCode);
     void disposeDfuThread();
     void finishAborted();
     void flashNotCompleted();
@@ -175,9 +171,8 @@ private:
     QStringList firmwareFiles;
     int versionCompare = 0;
     bool deviceInUpdateMode = false; // no version to compare: the device waits in DFU mode
-    std::unique_ptr<FlashHistory> history; // opened at the first flash
-    std::unique_ptr<FlashRecorder> record;  // the running flash's
-    bool flashAborted = false;              // by the user
+    FlashRecording recording;  // the running cable flash's record
+    bool flashAborted = false; // by the user
     bool flashing = false;
     bool downloading = false;
     bool usbWriting = false;

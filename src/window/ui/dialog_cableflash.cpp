@@ -5,13 +5,11 @@
 #include "dialogquestions.h"
 #include "flash/retireworker.h"
 
-#include "app/logstream.h"
 #include "app/settings.h"
 #include "firmware/fileverify.h"
 #include "firmware/firmwarechoice.h"
 #include "firmware/version.h"
 #include "flash/dfuthread.h"
-#include "history/flashrecorder.h"
 
 void Dialog::slotLocalSearchTesselNINE()
 {
@@ -181,53 +179,11 @@ void Dialog::startDfuWorker()
     connect(dfuThread, &DFUThread::sigenableAbort, this, &Dialog::lenableAbort);
     connect(dfuThread, &DFUThread::sigdisableAbort, this, &Dialog::ldisableAbort);
     connect(dfuThread, &DFUThread::externalProcessesFinished, this, &Dialog::externProcessesFinished);
-    beginRecord();
-    if (record) {
-        record->follow(dfuThread);
-        connect(dfuThread, &DFUThread::exitCode, this, &Dialog::endRecord);
-    }
-    dfuThread->start(QThread::InheritPriority);
-}
-
-void Dialog::beginRecord()
-{
     flashAborted = false;
-    record.reset();
-    if (!history) {
-        history = std::make_unique<FlashHistory>();
-        // The window shows nothing of its history: a history it cannot write is a log line.
-        if (!history->open(FlashHistory::defaultPath()))
-            qWarning() << "No history of flashes:" << quoted(history->error());
-    }
-    if (!history->isOpen())
-        return;
-    FlashRecord unit;
-    unit.program = QStringLiteral("window");
-    const ListedDevice device = version->listedTesselNine();
-    unit.port = device.port;
-    unit.serial = device.serial;
-    unit.before = deviceInUpdateMode ? QString() : deviceVersion;
-    QString file = firmwareFiles.value(0);
-    bool hasV = false;
-    unit.version = Version::fileVersion(file, Settings::getTesselNINEName(), &hasV);
-    unit.signedPackage = settings->isGpgAvailable() && !usedZipSearch;
-    record = std::make_unique<FlashRecorder>(history.get());
-    if (!record->begin(unit)) {
-        qWarning() << quoted(record->error());
-        record.reset();
-    }
-}
-
-void Dialog::endRecord(int exitCode)
-{
-    if (!record)
-        return;
-    const QString outcome = exitCode == 0 ? (deviceInUpdateMode ? QStringLiteral("recovered") : QStringLiteral("flashed"))
-                            : flashAborted ? QStringLiteral("stopped")
-                                           : QStringLiteral("failed");
-    if (!record->finish(outcome, QString(), QString()))
-        qWarning() << quoted(record->error());
-    record.reset();
+    recording.begin(dfuThread, *version, deviceVersion, firmwareFiles.value(0),
+                    settings->isGpgAvailable() && !usedZipSearch, deviceInUpdateMode);
+    connect(dfuThread, &DFUThread::exitCode, this, [this](int code) { recording.end(code, flashAborted); });
+    dfuThread->start(QThread::InheritPriority);
 }
 
 void Dialog::disposeDfuThread()

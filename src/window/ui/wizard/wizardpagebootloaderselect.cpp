@@ -199,6 +199,7 @@ void WizardPageBootLoaderSelect::Update()
 void WizardPageBootLoaderSelect::toggleFlash()
 {
     if (worker && worker->isRunning()) {
+        userAborted = true;
         worker->abortByUser();
         return;
     }
@@ -226,6 +227,11 @@ void WizardPageBootLoaderSelect::startFlashing()
     disposeWorker();
     // Revision 0: the small transfer size for both stages of a boot loader run.
     worker = new DFUThread(settings, 1, flashFiles, 0, useZipSearch, automatic, nullptr);
+    // Recorded first: an automatic run ends the program in the next slot of the exit code.
+    userAborted = false;
+    recording.begin(worker, *version, QString(), flashFiles.value(0), settings->isGpgAvailable() && !useZipSearch,
+                    inUpdateMode);
+    connect(worker, &DFUThread::exitCode, this, [this](int code) { recording.end(code, userAborted); });
     connect(worker, &DFUThread::sigenableAbort, this, &WizardPageBootLoaderSelect::enableAbort);
     connect(worker, &DFUThread::sigdisableAbort, this, &WizardPageBootLoaderSelect::disableAbort);
     connect(worker, &DFUThread::externalProcessesFinished, this, &WizardPageBootLoaderSelect::externProcessesFinished);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/errortexts.h"
+#include "app/flashrecording.h"
 
 #include <QPointer>
 #include <QStringList>
@@ -67,6 +68,8 @@ private:
     bool flashing = false;
     bool waitingForDevice = false;
     bool inUpdateMode = false; // the device waits in DFU mode
+    FlashRecording recording;
+    bool userAborted = false;
     Version *version;
     DFUThread *worker = nullptr;
     QPointer<DFUThread> retiring; // told to stop, may still be leaving the extract folder
