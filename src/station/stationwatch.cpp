@@ -2,6 +2,8 @@
 
 #include "app/settings.h"
 #include "history/flashrecorder.h"
+#include "platform/ownedfolder.h"
+#include "platform/platform.h"
 #include "platform/usbmonitor.h"
 
 
@@ -26,6 +28,8 @@ StationWatch::~StationWatch() = default;
 void StationWatch::start()
 {
     clock.start();
+    // Folders of runs that were killed outright (SIGKILL, power cut) go now.
+    OwnedFolder::removeAbandoned(Platform::workingRoot() + QLatin1String("/station-"));
     for (const QString &port : options.ports) {
         auto lock = std::make_unique<PortLock>();
         if (!lock->lock(port)) {
