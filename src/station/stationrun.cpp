@@ -148,14 +148,7 @@ void StationRun::firmwareChosen(const FirmwareChoice &choice)
     output->start(port, files, packageVersion, before);
     if (history) {
         recorder = new FlashRecorder(history, this);
-        FlashRecord unit;
-        unit.program = QStringLiteral("station");
-        unit.port = port;
-        unit.serial = serial;
-        unit.before = before;
-        unit.version = packageVersion;
-        unit.signedPackage = !options.zip;
-        if (!recorder->begin(unit)) {
+        if (!recorder->begin(flashUnit(QStringLiteral("station"), port, serial, before, packageVersion, !options.zip))) {
             // No unit goes unrecorded.
             fail(recorder->error());
             end(2);
@@ -381,9 +374,7 @@ void StationRun::finishWhenWorkerGone()
     ownedFolder.release();
     if (!workingFolder.isEmpty() && !Settings::removeFolder(workingFolder))
         output->error(QStringLiteral("Cannot remove the working folder %1").arg(workingFolder));
-    outcomeWord = ending == 0   ? (recovering ? QStringLiteral("recovered") : QStringLiteral("flashed"))
-                  : ending == 1 ? QStringLiteral("stopped")
-                                : QStringLiteral("failed");
+    outcomeWord = flashOutcome(ending, recovering, ending == 1);
     if (recorder && recorder->hasBegun() && !recorder->finish(outcomeWord, after, lastError))
         output->error(recorder->error());
     output->result(ending, outcomeWord, before, after, clock.elapsed() / 1000.0);

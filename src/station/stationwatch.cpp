@@ -6,7 +6,6 @@
 #include "platform/platform.h"
 #include "platform/usbmonitor.h"
 
-
 namespace {
 // udev sends several events for one plug (device, interfaces): one look after them.
 constexpr int settleMs = 150;
@@ -154,14 +153,9 @@ void StationWatch::arrived(const ListedDevice &device)
         done.insert(device.serial);
         if (history) {
             FlashRecorder recorder(history);
-            FlashRecord unit;
-            unit.program = QStringLiteral("station");
-            unit.port = device.port;
-            unit.serial = device.serial;
-            unit.before = device.version;
-            unit.version = firmware.version;
-            unit.signedPackage = !options.run.zip;
-            if (!recorder.begin(unit) || !recorder.finish(QStringLiteral("current"), device.version, QString()))
+            if (!recorder.begin(flashUnit(QStringLiteral("station"), device.port, device.serial, device.version,
+                                          firmware.version, !options.run.zip)) ||
+                !recorder.finish(QStringLiteral("current"), device.version, QString()))
                 slot.output->error(recorder.error());
         }
         slot.output->result(0, QStringLiteral("current"), device.version, device.version, 0);

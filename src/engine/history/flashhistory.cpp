@@ -14,9 +14,6 @@
 #include <QVariant>
 
 namespace {
-// Long enough for eight stations that finish at once; a history that stays locked
-// longer is someone else's trouble, and the flash goes on without its record.
-constexpr int busyTimeoutMs = 15000;
 
 const char *const columns = "id, started, ended, host, user, program, port, serial, before, after, version, files, "
                             "signed, signer, tool, outcome, error, seconds";
@@ -67,7 +64,7 @@ QString FlashHistory::defaultPath()
            QLatin1String("/morvanta/history.sqlite");
 }
 
-bool FlashHistory::open(const QString &path)
+bool FlashHistory::open(const QString &path, int busyTimeoutMs)
 {
     file = path;
     if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE"))) {

@@ -43,7 +43,9 @@ public:
     // $XDG_DATA_HOME/morvanta/history.sqlite
     static QString defaultPath();
 
-    bool open(const QString &path);
+    // busyTimeoutMs: how long a write waits for another writer; 15 s lets eight stations
+    // that finish at once all write.
+    bool open(const QString &path, int busyTimeoutMs = 15000);
     bool isOpen() const;
     QString error() const { return lastError; }
     QString path() const { return file; }

@@ -3,6 +3,26 @@
 #include "firmware/devicelisting.h"
 #include "flash/dfuthread.h"
 
+QString flashOutcome(int exitCode, bool recovering, bool stopped)
+{
+    if (exitCode == 0)
+        return recovering ? QStringLiteral("recovered") : QStringLiteral("flashed");
+    return stopped ? QStringLiteral("stopped") : QStringLiteral("failed");
+}
+
+FlashRecord flashUnit(const QString &program, const QString &port, const QString &serial, const QString &before,
+                      const QString &packageVersion, bool signedPackage)
+{
+    FlashRecord unit;
+    unit.program = program;
+    unit.port = port;
+    unit.serial = serial;
+    unit.before = before;
+    unit.version = packageVersion;
+    unit.signedPackage = signedPackage;
+    return unit;
+}
+
 FlashRecorder::FlashRecorder(FlashHistory *history, QObject *parent) : QObject(parent), history(history)
 {
 }

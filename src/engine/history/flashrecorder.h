@@ -7,6 +7,15 @@
 
 class DFUThread;
 
+// How a flash ended, in the history's and the station's words: exit code 0 is "flashed"
+// ("recovered" for a device that waited in DFU mode); otherwise "stopped" when stopped
+// by the user or a signal, else "failed".
+QString flashOutcome(int exitCode, bool recovering, bool stopped);
+
+// The record of a unit about to be flashed, as both front ends begin it.
+FlashRecord flashUnit(const QString &program, const QString &port, const QString &serial, const QString &before,
+                      const QString &packageVersion, bool signedPackage);
+
 // Keeps the history's record of one flash: begun before the worker starts, told by the
 // worker what it unpacked and who signed it, completed with the outcome. Both front
 // ends record through it.

@@ -16,7 +16,8 @@ FlashHistory *windowHistory()
 {
     static FlashHistory *const history = [] {
         auto *opened = new FlashHistory;
-        if (!opened->open(FlashHistory::defaultPath()))
+        // The window writes on its GUI thread: it waits for another writer a moment only.
+        if (!opened->open(FlashHistory::defaultPath(), 1000))
             qWarning() << "No history of flashes:" << quoted(opened->error());
         return opened;
     }();
@@ -35,18 +36,13 @@ void FlashRecording::begin(DFUThread *worker, const Version &version, const QStr
     FlashHistory *history = windowHistory();
     if (!history)
         return;
-    FlashRecord unit;
-    unit.program = QStringLiteral("window");
     const ListedDevice device = version.listedTesselNine();
-    unit.port = device.port;
-    unit.serial = device.serial;
-    unit.before = recovering ? QString() : deviceVersion;
     QString file = firmwareFile;
     bool hasV = false;
-    unit.version = Version::fileVersion(file, Settings::getTesselNINEName(), &hasV);
-    unit.signedPackage = signedPackage;
+    const QString packageVersion = Version::fileVersion(file, Settings::getTesselNINEName(), &hasV);
     record = std::make_unique<FlashRecorder>(history);
-    if (!record->begin(unit)) {
+    if (!record->begin(flashUnit(QStringLiteral("window"), device.port, device.serial,
+                                 recovering ? QString() : deviceVersion, packageVersion, signedPackage))) {
         qWarning() << quoted(record->error());
         record.reset();
         return;
@@ -58,10 +54,7 @@ void FlashRecording::end(int exitCode, bool aborted)
 {
     if (!record)
         return;
-    const QString outcome = exitCode == 0 ? (recovering ? QStringLiteral("recovered") : QStringLiteral("flashed"))
-                            : aborted     ? QStringLiteral("stopped")
-                                          : QStringLiteral("failed");
-    if (!record->finish(outcome, QString(), QString()))
+    if (!record->finish(flashOutcome(exitCode, recovering, aborted), QString(), QString()))
         qWarning() << quoted(record->error());
     record.reset();
 }
