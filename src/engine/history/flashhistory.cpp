@@ -3,6 +3,8 @@
 #include "platform/platform.h"
 
 #include <QDir>
+#include <QElapsedTimer>
+#include <QThread>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -83,14 +85,24 @@ bool FlashHistory::open(const QString &path, int busyTimeoutMs)
         lastError = db.lastError().text();
         return false;
     }
-    if (!exec(QStringLiteral("PRAGMA journal_mode=WAL")) ||
-        !exec(QStringLiteral("CREATE TABLE IF NOT EXISTS flashes (id INTEGER PRIMARY KEY, started TEXT NOT NULL, "
-                             "ended TEXT, host TEXT, user TEXT, program TEXT, process TEXT, port TEXT, serial TEXT, "
-                             "before TEXT, after TEXT, version TEXT, files TEXT, signed INTEGER, signer TEXT, "
-                             "tool TEXT, outcome TEXT NOT NULL, error TEXT, seconds REAL)")) ||
-        !exec(QStringLiteral("CREATE INDEX IF NOT EXISTS flashes_serial ON flashes (serial)"))) {
-        db.close();
-        return false;
+    // Runs that open a new file at once meet in its first changes (journal mode, schema):
+    // there SQLite may answer "locked" without waiting, so they are tried again until the timeout.
+    const auto setUp = [this] {
+        return exec(QStringLiteral("PRAGMA journal_mode=WAL")) &&
+               exec(QStringLiteral("CREATE TABLE IF NOT EXISTS flashes (id INTEGER PRIMARY KEY, started TEXT NOT NULL, "
+                                   "ended TEXT, host TEXT, user TEXT, program TEXT, process TEXT, port TEXT, "
+                                   "serial TEXT, before TEXT, after TEXT, version TEXT, files TEXT, signed INTEGER, "
+                                   "signer TEXT, tool TEXT, outcome TEXT NOT NULL, error TEXT, seconds REAL)")) &&
+               exec(QStringLiteral("CREATE INDEX IF NOT EXISTS flashes_serial ON flashes (serial)"));
+    };
+    QElapsedTimer waited;
+    waited.start();
+    while (!setUp()) {
+        if (!lastBusy || waited.elapsed() > busyTimeoutMs) {
+            db.close();
+            return false;
+        }
+        QThread::msleep(20);
     }
     markInterrupted();
     return true;
@@ -107,6 +119,9 @@ bool FlashHistory::exec(const QString &statement)
     if (query.exec(statement))
         return true;
     lastError = query.lastError().text();
+    // SQLITE_BUSY, SQLITE_LOCKED
+    const QString code = query.lastError().nativeErrorCode();
+    lastBusy = code == QLatin1String("5") || code == QLatin1String("6");
     return false;
 }
 

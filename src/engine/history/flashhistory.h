@@ -63,6 +63,7 @@ private:
     QString connection;
     QString file;
     QString lastError;
+    bool lastBusy = false; // the last failed statement met another writer
 };
 
 // The record as one JSON object, and as CSV (its header row and one row).
