@@ -1,3 +1,4 @@
+#include "catalogues.h"
 #include "startupboxes.h"
 
 #include "app/buildidentity.h"
@@ -12,7 +13,6 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
-#include <QTranslator>
 #include <QtDebug>
 
 namespace {
@@ -47,14 +47,7 @@ int runPass(int &argc, char **argv)
     if (!instance.acquire())
         showAlreadyRunning();
 
-    QTranslator translator;
-    QTranslator qtTranslator;
-    if (languageName == QLatin1String("German")) {
-        (void)translator.load(QStringLiteral(":/translations/translations/flashloader_de"));
-        (void)qtTranslator.load(QStringLiteral(":/translations/translations/qt_de"));
-        QCoreApplication::installTranslator(&translator);
-        QCoreApplication::installTranslator(&qtTranslator);
-    }
+    const Catalogues catalogues(languageName);
 
     Log::setFolder(Platform::instanceFolder());
     clearLogFile();
