@@ -190,6 +190,14 @@ private slots:
         answerer.plannedButtons = {QMessageBox::No};
         dialog.findChild<QPushButton *>("lupdateButton_tessel_nine")->click();
         QTEST(answerer.texts.value(0), "question");
+        if (device != "dfu")
+            return;
+        // Yes to a device in update mode flashes the selected firmware as any other.
+        answerer.clear();
+        answerer.plannedButtons = {QMessageBox::Yes};
+        dialog.findChild<QPushButton *>("lupdateButton_tessel_nine")->click();
+        QTRY_VERIFY_WITH_TIMEOUT(answerer.texts.size() >= 2, 120000);
+        QCOMPARE(answerer.texts.value(1), QString("Flashing completed\nPlease perform Tessel restart!"));
     }
 
     // Boot loader, the restart (the device unplugged and plugged in as a person does,
