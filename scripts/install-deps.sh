@@ -14,6 +14,7 @@ packages=(
   dosfstools fusefat
   libudev-dev libqt6sql6-sqlite
   dfu-util umockdev libumockdev-dev dpkg-dev file appstream desktop-file-utils lintian
+  fonts-dejavu-core poppler-utils
   clang libfuzzer-14-dev
 )
 

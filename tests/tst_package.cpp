@@ -102,6 +102,8 @@ private slots:
         const QMap<QString, QString> window{
             {"/usr/bin/morvanta", "../lib/morvanta/morvanta"},
             {"/usr/lib/morvanta/morvanta", ""},
+            {"/usr/lib/morvanta/Manual_en.pdf", ""},
+            {"/usr/lib/morvanta/Manual_de.pdf", ""},
             {"/usr/share/applications/com.zelko.morvanta.desktop", ""},
             {"/usr/share/metainfo/com.zelko.morvanta.metainfo.xml", ""},
             {"/usr/share/icons/hicolor/scalable/apps/com.zelko.morvanta.svg", ""},
@@ -152,6 +154,77 @@ private slots:
         const QString folder = QRegularExpression("^Path=(.*)$", QRegularExpression::MultilineOption).match(entry).captured(1);
         QCOMPARE(folder, QString("/usr/lib/morvanta"));
         QVERIFY(QFileInfo(windowRoot() + folder + "/morvanta").isExecutable());
+    }
+
+    // Each manual as a PDF reader sees it: its pages, a picture of the window for every
+    // figure, its language declared and its text in that language.
+    void manuals_data()
+    {
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QString>("code");
+        QTest::addColumn<QStringList>("words");
+        QTest::newRow("English") << "Manual_en.pdf" << "en" << QStringList{"Figure 12", "USB Cable", "exit code"};
+        QTest::newRow("German") << "Manual_de.pdf" << "de" << QStringList{"Abbildung 12", "USB-Kabel", "Rückgabewert"};
+    }
+
+    void manuals()
+    {
+        QFETCH(QString, file);
+        const QString pdf = windowRoot() + "/usr/lib/morvanta/" + file;
+        const Result info = run("pdfinfo", {pdf});
+        QCOMPARE(info.exitCode, 0);
+        const int pages = QRegularExpression("^Pages: +(\\d+)$", QRegularExpression::MultilineOption).match(info.output).captured(1).toInt();
+        QVERIFY2(pages >= 8, qPrintable(info.output));
+        QFETCH(QString, code);
+        const Result metadata = run("pdfinfo", {"-meta", pdf});
+        QVERIFY2(metadata.output.contains("<dc:language><rdf:Bag><rdf:li>" + code + "</rdf:li></rdf:Bag></dc:language>"),
+                 qPrintable(metadata.output));
+        // One row per picture below the list's two header lines; each a grab of the window.
+        const QStringList images = run("pdfimages", {"-list", pdf}).output.split('\n', Qt::SkipEmptyParts).mid(2);
+        QCOMPARE(images.size(), 12);
+        const QString text = run("pdftotext", {pdf, "-"}).output;
+        QFETCH(QStringList, words);
+        for (const QString &word : words)
+            QVERIFY2(text.contains(word), qPrintable(word));
+    }
+
+    // F1 in the installed window, started in its folder as the desktop entry starts it,
+    // opens the manual of the window's language from there.
+    void manualBehindF1_data()
+    {
+        QTest::addColumn<QString>("language");
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<QString>("welcome");
+        QTest::newRow("English") << "English" << "Manual_en.pdf" << "WELCOME";
+        QTest::newRow("German") << "German" << "Manual_de.pdf" << "WILLKOMMEN";
+    }
+
+    void manualBehindF1()
+    {
+        QFETCH(QString, language);
+        QFETCH(QString, file);
+        Sandbox sandbox;
+        sandbox.writeConfig({{"language", language}});
+        // A stand-in for the desktop's opener records what it was asked to open.
+        const QString opener = sandbox.root() + "/opener";
+        QVERIFY(QDir().mkpath(opener));
+        const QString asked = sandbox.root() + "/asked.txt";
+        TestSupport::writeFile(opener + "/xdg-open", "#!/bin/sh\nprintf '%s\\n' \"$@\" >> '" + asked.toUtf8() + "'\n");
+        QVERIFY(QFile::setPermissions(opener + "/xdg-open", QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QProcessEnvironment env;
+        env.insert("PATH", opener + ":" + qEnvironmentVariable("PATH"));
+        const QString folder = windowRoot() + "/usr/lib/morvanta";
+
+        ProgramRun program(sandbox, {}, folder, env, folder + "/morvanta");
+        const QString title = "Morvanta.03.20260616.0";
+        QFETCH(QString, welcome);
+        QVERIFY(TestSupport::answerBox(welcome));
+        QVERIFY(!TestSupport::waitForWindow(title).isEmpty());
+        QVERIFY(TestSupport::typeInto(title, "F1"));
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(asked), 15000);
+        QCOMPARE(QString::fromUtf8(TestSupport::readFile(asked)), "file://" + folder + "/" + file + "\n");
+        QVERIFY(TestSupport::closeWindow(title));
+        QVERIFY(program.waitForExit());
     }
 
     // Debian's own checker finds neither an error nor a warning in either package.
