@@ -153,13 +153,14 @@ private slots:
     void transferFaults_data()
     {
         QTest::addColumn<QString>("dialect");
+        QTest::addColumn<int>("split");        // the tool's output in pieces of this many bytes
         QTest::addColumn<QString>("line");     // printed by the tool
         QTest::addColumn<QString>("errorAt");  // after how many fiftieths of the file
         QTest::addColumn<QString>("exitCode"); // empty: the tool's own
         QTest::addColumn<QStringList>("errors"); // what the window is told
         const QString d = "Device is not connected";
-        const auto row = [](const char *dialect, const char *name) -> QTestData & {
-            return QTest::addRow("%s %s", dialect, name) << QString(dialect);
+        const auto row = [](const char *dialect, const char *name, int split = 0) -> QTestData & {
+            return QTest::addRow("%s %s", dialect, name) << QString(dialect) << split;
         };
         row("0.7", "lost device mid-file") << "Lost device after RESET?" << "17" << ""
                                            << QStringList{d + " - Lost device after RESET"};
@@ -173,7 +174,12 @@ private slots:
         // Ended without a mark of the table: still a failed file, with the tool's last words.
         row("0.7", "a message we do not know, exit 1") << "Unexpected trouble" << "20" << "1"
                                                        << QStringList{"dfu-util ended with exit code 1\nUnexpected trouble"};
+        row("0.7", "a message in pieces in the bar, exit 1", 4) << "Unexpected trouble" << "20" << "1"
+                                                       << QStringList{"dfu-util ended with exit code 1\nUnexpected trouble"};
         row("0.11", "killed after a message we do not know") << "Unexpected trouble" << "-1" << "137"
+                                       << QStringList{"dfu-util was ended by a signal\ndfu-util: Unexpected trouble"};
+        // The last line is whole although it came in pieces.
+        row("0.11", "killed after a message in pieces", 3) << "Unexpected trouble" << "-1" << "137"
                                        << QStringList{"dfu-util was ended by a signal\ndfu-util: Unexpected trouble"};
         row("0.11", "opening error before the download")
             << "Cannot open DFU device 2675:0001 found on devnum 5 (LIBUSB_ERROR_ACCESS)" << "-1" << ""
@@ -188,6 +194,8 @@ private slots:
     {
         QFETCH(QString, dialect);
         qputenv("DFU_SIM_DIALECT", dialect.toUtf8());
+        QFETCH(int, split);
+        qputenv("DFU_SIM_SPLIT", QByteArray::number(split));
         QFETCH(QString, line);
         QFETCH(QString, exitCode);
         if (line == "absent")

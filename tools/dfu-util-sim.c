@@ -49,7 +49,7 @@ static void out(const char *text)
 /* Standard error is unbuffered: the line overtakes buffered standard output. */
 static void err(const char *text)
 {
-    write_fd(STDERR_FILENO, text, strlen(text));
+    emit_split_fd(STDERR_FILENO, text, split_bytes, 2);
 }
 
 static void finish(int code)

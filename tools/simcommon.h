@@ -53,18 +53,23 @@ static inline void write_all(const char *data, size_t len)
 
 /* One record or mark in one write, or in pieces of `split` bytes when a scenario
  * wants the reader to see it torn apart. */
-static inline void emit_split(const char *text, long split, long pause_ms)
+static inline void emit_split_fd(int fd, const char *text, long split, long pause_ms)
 {
     size_t len = strlen(text);
     if (split <= 0 || (size_t)split >= len) {
-        write_all(text, len);
+        write_fd(fd, text, len);
         return;
     }
     for (size_t off = 0; off < len; off += (size_t)split) {
         size_t piece = len - off < (size_t)split ? len - off : (size_t)split;
-        write_all(text + off, piece);
+        write_fd(fd, text + off, piece);
         sleep_ms(pause_ms);
     }
+}
+
+static inline void emit_split(const char *text, long split, long pause_ms)
+{
+    emit_split_fd(STDOUT_FILENO, text, split, pause_ms);
 }
 
 static inline void hang_forever(void)

@@ -464,6 +464,7 @@ bool DFUThread::runDfu(const QStringList &args)
 {
     sawOutput = false;
     lastToolLine.clear();
+    unfinishedToolLine.clear();
     ToolResult result;
     if (!runAbortable(args, [this](const QByteArray &chunk) { readProgram(chunk); }, &result))
         return false;
@@ -495,12 +496,27 @@ bool DFUThread::runDfu(const QStringList &args)
 
 void DFUThread::keepLastLine(const QByteArray &chunk)
 {
-    // Progress bars redraw with carriage returns: each piece counts as a line.
-    const QList<QByteArray> lines = QByteArray(chunk).replace('\r', '\n').split('\n');
+    // Progress bars redraw with carriage returns: each piece counts as a line. A line may
+    // come in several chunks (the tool writes its name and its message apart).
+    QByteArray text = unfinishedToolLine + chunk;
+    text.replace('\r', '\n');
+    unfinishedToolLine = text.mid(text.lastIndexOf('\n') + 1).right(400);
+    const QList<QByteArray> lines = text.split('\n');
     for (auto line = lines.crbegin(); line != lines.crend(); ++line) {
-        const QString text = QString::fromLocal8Bit(line->trimmed()).left(200);
-        if (!text.isEmpty()) {
-            lastToolLine = withVisibleControls(text);
+        QByteArray words = line->trimmed();
+        // A message that interrupts the old tool's bar ("Starting download: [####") is
+        // what the tool said, not the bar.
+        const qsizetype bar = words.lastIndexOf("[#");
+        if (bar >= 0) {
+            qsizetype end = bar + 1;
+            while (end < words.size() && words.at(end) == '#')
+                ++end;
+            if (end < words.size() && words.at(end) != ']')
+                words = words.mid(end).trimmed();
+        }
+        const QString shown = QString::fromLocal8Bit(words).left(200);
+        if (!shown.isEmpty()) {
+            lastToolLine = withVisibleControls(shown);
             return;
         }
     }

@@ -129,6 +129,7 @@ private:
     bool flashOk = true;
     bool sawOutput = false;
     QString lastToolLine;     // of the current run, shown when it fails without a mark
+    QByteArray unfinishedToolLine; // its start, while the rest of it is still to come
     bool fileStarted = false; // the current file's download was announced
     bool resetsToRuntime = false; // the tool said it resets the device to run-time mode
     DfuOutputParser parser;   // of the current file's transfer
