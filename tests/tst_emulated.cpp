@@ -170,7 +170,8 @@ private slots:
         QTest::newRow("newer device") << "name=V1_2_5" << "Current version   Tessel_NINE.1_2_5"
                                       << "Selected version is older than current version.\nDo you want to "
                                          "continue?\nPress 'Yes' to perform flashing or 'No' to cancel";
-        QTest::newRow("waiting in update mode") << "dfu" << "The device waits in update mode: an earlier flash did not end"
+        QTest::newRow("waiting in update mode") << "dfu,record=" + record("recovered")
+                                                << "The device waits in update mode: an earlier flash did not end"
                                                 << "The device is in update mode: an earlier flash did not end. Flash "
                                                    "the selected firmware now?";
     }
@@ -190,7 +191,7 @@ private slots:
         answerer.plannedButtons = {QMessageBox::No};
         dialog.findChild<QPushButton *>("lupdateButton_tessel_nine")->click();
         QTEST(answerer.texts.value(0), "question");
-        if (device != "dfu")
+        if (!device.startsWith("dfu"))
             return;
         // Yes to a device in update mode flashes the selected firmware as any other.
         answerer.clear();
@@ -198,6 +199,7 @@ private slots:
         dialog.findChild<QPushButton *>("lupdateButton_tessel_nine")->click();
         QTRY_VERIFY_WITH_TIMEOUT(answerer.texts.size() >= 2, 120000);
         QCOMPARE(answerer.texts.value(1), QString("Flashing completed\nPlease perform Tessel restart!"));
+        QCOMPARE(EmulatedBus::received(record("recovered")), flashed);
     }
 
     // Boot loader, the restart (the device unplugged and plugged in as a person does,

@@ -9,6 +9,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QProcessEnvironment>
 #include <QTemporaryDir>
 
 #include <cstdio>
@@ -51,6 +52,15 @@ int main(int argc, char **argv)
         return fail(QStringLiteral("no scratch folder: ") + home.errorString());
     for (const char *name : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "TMPDIR"})
         qputenv(name, QFile::encodeName(home.path()));
+    // Nothing of the builder's session changes the pictures: no scenario of the device
+    // stand-in, no desktop theme, style or font size.
+    for (const QString &entry : QProcessEnvironment::systemEnvironment().keys()) {
+        if (entry.startsWith(QLatin1String("DFU_SIM_")))
+            qunsetenv(entry.toLatin1().constData());
+    }
+    for (const char *name : {"QT_QPA_PLATFORMTHEME", "QT_STYLE_OVERRIDE", "QT_SCREEN_SCALE_FACTORS", "QT_FONT_DPI",
+                             "QT_ENABLE_HIGHDPI_SCALING", "LANGUAGE"})
+        qunsetenv(name);
     const QString runtime = home.path() + QStringLiteral("/runtime");
     if (!QDir().mkdir(runtime) || !QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner))
         return fail(QStringLiteral("cannot prepare ") + runtime);
@@ -64,7 +74,8 @@ int main(int argc, char **argv)
     qputenv("DFU_SIM_NAME", "V1_2_3");
     qputenv("DFU_SIM_HASH_MS", "10");
 
-    const QString firmware = home.path() + QStringLiteral("/Firmware");
+    // The path field shows the end of the path: the same words at every build.
+    const QString firmware = home.path() + QStringLiteral("/home/technician/Firmware");
     if (!QDir().mkpath(firmware) ||
         !writeFile(home.path() + QStringLiteral("/Morvanta_config.ini"),
                    "[General]\nlanguage=" + language.toLatin1() + "\n"))
@@ -74,9 +85,12 @@ int main(int argc, char **argv)
             return fail(QStringLiteral("cannot prepare ") + firmware);
     }
 
+    QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
     QApplication app(argc, argv);
     qInstallMessageHandler(quietHandler);
     const Catalogues catalogues(language);
+    if (language == QLatin1String("German") && !catalogues.loaded())
+        return fail(QStringLiteral("the German catalogue did not load"));
 
     WindowPictures window(firmware);
     if (!window.take())

@@ -110,6 +110,10 @@ bool ManualPrinter::print(const QString &textFile, const QString &pdfFile)
     }
 
     document.print(&writer);
+    if (out.pos() == 0) {
+        failure = pdfFile + QStringLiteral(": nothing was printed");
+        return false;
+    }
     if (!out.commit()) {
         failure = pdfFile + QStringLiteral(": ") + out.errorString();
         return false;

@@ -20,6 +20,8 @@
 #include <QTabWidget>
 #include <QTimer>
 
+#include <cstdio>
+
 namespace {
 
 const int patienceMs = 30000;
@@ -39,28 +41,44 @@ void settle(int ms = 300)
 
 } // namespace
 
-WindowPictures::WindowPictures(const QString &firmwareFolder, QObject *parent) : QObject(parent), folder(firmwareFolder)
+WindowPictures::WindowPictures(const QString &firmwareFolder, QObject *parent)
+    : QObject(parent), folder(firmwareFolder), stuck(patienceMs)
 {
     startTimer(50);
 }
 
 void WindowPictures::timerEvent(QTimerEvent *)
 {
+    // Modal windows run their own event loops, under any wait of ours: the time limit
+    // of a modal window nobody takes lives here.
     QWidget *modal = QApplication::activeModalWidget();
-    if (!modal || !modal->isVisible())
+    if (!modal || !modal->isVisible()) {
+        stuck.setRemainingTime(patienceMs);
         return;
-    if (handlers.isEmpty()) {
-        // A box the pictures did not plan for: say what it was, and leave.
-        if (auto *box = qobject_cast<QMessageBox *>(modal))
-            failure = QStringLiteral("unexpected box: ") + box->text();
+    }
+    auto *box = qobject_cast<QMessageBox *>(modal);
+    if (handlers.isEmpty() && box && tolerateBoxes) {
+        std::fprintf(stderr, "manualmaker: answered a box nobody planned for: %s\n", qPrintable(box->text()));
+        if (QAbstractButton *answer = box->escapeButton() ? box->escapeButton() : box->defaultButton())
+            answer->click();
         else
-            failure = QStringLiteral("unexpected window: ") + modal->metaObject()->className();
-        modal->close();
+            box->accept();
+        return;
+    }
+    if (handlers.isEmpty() || stuck.hasExpired()) {
+        failure = (handlers.isEmpty() ? QStringLiteral("unexpected ") : QStringLiteral("left standing: ")) +
+                  (box ? QStringLiteral("box ") + box->text() : QLatin1String(modal->metaObject()->className()));
+        if (auto *dialog = qobject_cast<QDialog *>(modal))
+            dialog->done(QDialog::Rejected);
+        else
+            modal->close();
         return;
     }
     // The handler is taken off first: it may open the next modal window itself.
     const ModalHandler handler = handlers.takeFirst();
-    if (!handler(modal))
+    if (handler(modal))
+        stuck.setRemainingTime(patienceMs);
+    else
         handlers.prepend(handler);
 }
 
@@ -167,8 +185,11 @@ bool WindowPictures::take()
     modes->setCurrentWidget(child<QWidget>(&window, "tab_tessel_nine_download"));
     keep(QStringLiteral("download"), &window);
     expectModal([this](QWidget *modal) {
-        keep(QStringLiteral("expert"), modal);
-        qobject_cast<QDialog *>(modal)->reject();
+        auto *dialog = qobject_cast<QDialog *>(modal);
+        if (!dialog || qobject_cast<QMessageBox *>(modal))
+            return false;
+        keep(QStringLiteral("expert"), dialog);
+        dialog->reject();
         return true;
     });
     auto *expert = child<QCheckBox>(&window, "expertMode_tessel_nine");
@@ -208,7 +229,9 @@ bool WindowPictures::take()
         keep(QStringLiteral("restart"), &restart);
     }
 
-    // Internal mode: the Brio Mel beside the Tessel NINE.
+    // Internal mode: the Brio Mel beside the Tessel NINE. Its look for a new program
+    // version on the maker's share may put a box up on a machine that has the share.
+    tolerateBoxes = true;
     SearchOptions internal;
     internal.internal = true;
     expectModal(grabBox(QString(), 0));

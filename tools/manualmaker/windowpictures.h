@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDeadlineTimer>
 #include <QImage>
 #include <QList>
 #include <QMap>
@@ -40,6 +41,8 @@ private:
 
     QString folder;
     QList<ModalHandler> handlers;
+    QDeadlineTimer stuck;       // a modal window no handler takes is closed when it runs out
+    bool tolerateBoxes = false; // boxes nobody planned for are answered with their escape button
     QMap<QString, QImage> taken;
     QString failure;
 };

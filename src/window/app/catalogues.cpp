@@ -6,17 +6,15 @@ Catalogues::Catalogues(const QString &language)
 {
     if (language != QLatin1String("German"))
         return;
-    (void)translator.load(QStringLiteral(":/translations/translations/flashloader_de"));
+    windowTexts = translator.load(QStringLiteral(":/translations/translations/flashloader_de"));
     (void)qtTranslator.load(QStringLiteral(":/translations/translations/qt_de"));
     QCoreApplication::installTranslator(&translator);
     QCoreApplication::installTranslator(&qtTranslator);
-    installed = true;
 }
 
 Catalogues::~Catalogues()
 {
-    if (!installed)
-        return;
+    // Removing a translator that was never installed does nothing.
     QCoreApplication::removeTranslator(&qtTranslator);
     QCoreApplication::removeTranslator(&translator);
 }

@@ -12,9 +12,11 @@ public:
     ~Catalogues();
     Catalogues(const Catalogues &) = delete;
     Catalogues &operator=(const Catalogues &) = delete;
+    // Whether the window's own German texts are in place.
+    bool loaded() const { return windowTexts; }
 
 private:
     QTranslator translator;
     QTranslator qtTranslator;
-    bool installed = false;
+    bool windowTexts = false;
 };
