@@ -13,7 +13,6 @@
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QFileDialog>
-#include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
@@ -89,9 +88,10 @@ bool WindowPictures::waitUntil(const std::function<bool()> &done, const QString 
         if (deadline.hasExpired() || !failure.isEmpty()) {
             if (failure.isEmpty()) {
                 QWidget *modal = QApplication::activeModalWidget();
-                failure = QStringLiteral("timed out waiting for ") + what +
-                          (modal ? QStringLiteral(" (open: %1 \"%2\")").arg(QLatin1String(modal->metaObject()->className()), modal->windowTitle())
-                                 : QString());
+                failure = QStringLiteral("timed out waiting for ") + what;
+                if (modal)
+                    failure += QStringLiteral(" (open: %1 \"%2\")")
+                                   .arg(QLatin1String(modal->metaObject()->className()), modal->windowTitle());
             }
             return false;
         }
