@@ -1,15 +1,14 @@
 // Wall time and peak memory of preparing a firmware package (hashes, gpg, unzip, file
-// lists, sizes) in DFUThread, without its fixed one-second pauses.
+// lists, sizes) in a flash job, without its fixed one-second pauses.
 // Usage: bench_prepare OS_FILE PR_FILE [--plain]
 #include "app/settings.h"
-#include "flash/dfuthread.h"
+#include "flash/flashjob.h"
+#include "flash/flashtexts.h"
 
 #include "peakmemory.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QFile>
-#include <QTimer>
 
 #include <cstdio>
 
@@ -21,27 +20,34 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "usage: bench_prepare OS_FILE PR_FILE [--plain]\n");
         return 64;
     }
-    const bool plain = args.contains("--plain");
     Settings settings(static_cast<QObject *>(nullptr));
     settings.createExtractFolder();
     if (settings.isGpgAvailable())
         settings.prepareGpgFolder();
 
-    DFUThread thread(&settings, 0, {args[1], args[2]}, 0, plain, false, nullptr);
+    FlashJob::Options options;
+    options.files = {args[1], args[2]};
+    options.plainZips = args.contains("--plain");
+    // The device the tool finds by itself: the preparation ends where it is looked for.
+    ListedDevice device;
+    device.vendorProduct = QStringLiteral("2675:0001");
+    options.seen = QList<ListedDevice>{device};
+    FlashJob job(&settings, options);
     QElapsedTimer clock;
     qint64 prepared = -1;
-    QObject::connect(&thread, &DFUThread::updateStatus, &app, [&](const QString &status) {
-        if (status.startsWith("Calculate MD5"))
+    QObject::connect(&job, &FlashJob::stageChanged, &app, [&](FlashStage stage) {
+        if (stage == FlashStage::Hashing)
             clock.start();
-        if (status.startsWith("Search for DFU USB device") && prepared < 0) {
+        if (stage == FlashStage::Searching && prepared < 0) {
             prepared = clock.elapsed();
-            thread.abortByUser();
+            job.stop();
         }
     });
-    QObject::connect(&thread, &DFUThread::msgboxErrorSignal, &app,
-                     [](ErrorTexts::errorLevel, const QString &text) { std::fprintf(stderr, "%s\n", qPrintable(text)); });
-    QObject::connect(&thread, &QThread::finished, &app, &QCoreApplication::quit);
-    thread.start();
+    QObject::connect(&job, &FlashJob::errorOccurred, &app, [](const FlashError &error) {
+        std::fprintf(stderr, "%s\n", qPrintable(FlashTexts::errorBox(error)));
+    });
+    QObject::connect(&job, &FlashJob::finished, &app, &QCoreApplication::quit);
+    job.start();
     app.exec();
     if (prepared < 0)
         return 1;

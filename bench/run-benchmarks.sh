@@ -47,7 +47,7 @@ os=$work/fw/Tessel_NINE_V9_9_9.OS.zip.gpg
 pr=$work/fw/Tessel_NINE_V9_9_9.PR.zip.gpg
 ls -l "$os" "$pr" | awk '{print "  " $5 " bytes  " $9}'
 
-echo "== Morvanta: DFUThread preparation (hashes, gpg, unzip, lists, sizes)"
+echo "== Morvanta: a flash job's preparation (hashes, gpg, unzip, lists, sizes)"
 for i in 1 2 3; do
     /usr/bin/time -o "$work/time" -f "  whole process: %e s wall, max RSS %M KiB" \
         "$bin/bench_prepare" "$os" "$pr" 2>/dev/null | sed 's/^/  /'

@@ -5,6 +5,7 @@
 #include "app/settings.h"
 #include "firmware/version.h"
 #include "flash/dfuoutputparser.h"
+#include "flash/flashtexts.h"
 
 #include "testsupport.h"
 
@@ -26,8 +27,8 @@ QStringList describe(const DfuChunk &chunk)
 {
     QStringList out;
     for (const DfuEvent &e : chunk.events)
-        out << (e.kind == DfuEvent::Status             ? "status:" + e.text
-                : e.kind == DfuEvent::Error            ? "error:" + e.text
+        out << (e.kind == DfuEvent::Searching          ? "status:" + FlashTexts::stage(FlashStage::Searching)
+                : e.kind == DfuEvent::Error            ? "error:" + FlashTexts::error(e.error)
                 : e.kind == DfuEvent::StartingDownload ? QString("start")
                 : e.kind == DfuEvent::Percent          ? "percent:" + QString::number(e.count)
                                                        : "hash:" + QString::number(e.count));

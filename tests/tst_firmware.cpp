@@ -47,14 +47,16 @@ private slots:
     {
         QTest::addColumn<QString>("selected");
         QTest::addColumn<QStringList>("existing");
-        QTest::addColumn<int>("result");
+        QTest::addColumn<Fileverify::Result>("result");
         QTest::addColumn<QStringList>("flashFiles");
         const QString os = "fw/Tessel_NINE_01_02_03.OS.zip", pr = "fw/Tessel_NINE_01_02_03.PR.zip";
-        QTest::newRow("PR selected, signed") << pr + ".gpg" << QStringList{os + ".gpg", pr + ".gpg"} << 1
+        using R = Fileverify::Result;
+        QTest::newRow("PR selected, signed") << pr + ".gpg" << QStringList{os + ".gpg", pr + ".gpg"} << R::FilesFound
                                              << QStringList{pr + ".gpg", os + ".gpg"};
-        QTest::newRow("partner missing") << os << QStringList{os} << 2 << QStringList{os, pr};
-        QTest::newRow("neither exists") << os << QStringList{} << 3 << QStringList{os, pr};
-        QTest::newRow("not firmware") << "fw/readme.txt" << QStringList{"fw/readme.txt"} << 0 << QStringList{};
+        QTest::newRow("partner missing") << os << QStringList{os} << R::CounterPartMissing << QStringList{os, pr};
+        QTest::newRow("neither exists") << os << QStringList{} << R::NoFirmwareFile << QStringList{os, pr};
+        QTest::newRow("not firmware") << "fw/readme.txt" << QStringList{"fw/readme.txt"} << R::NotFirmwareKind
+                                      << QStringList{};
     }
 
     void verifyTesselNINE()
@@ -66,7 +68,7 @@ private slots:
         for (const QString &f : existing)
             touch(base + "/" + f);
         Fileverify verify(base + "/" + selected);
-        QTEST(verify.verify(Fileverify::TesselNINE), "result");
+        QTEST(verify.verify(Fileverify::Device::TesselNINE), "result");
         for (QString &f : flashFiles)
             f.prepend(base + "/");
         QCOMPARE(verify.getFlashFiles(), flashFiles);

@@ -48,255 +48,6 @@ Nach dem Neustart im Flash-Modus
     </message>
 </context>
 <context>
-    <name>DFUThread</name>
-    <message>
-        <source>Search for DFU USB device - This might take a few seconds</source>
-        <translation>Suche DFU USB-Gerät - Dies kann einige Sekunden dauern</translation>
-    </message>
-    <message>
-        <source>No DFU capable USB device found</source>
-        <translation>Kein DFU-fähiges USB-Gerät gefunden</translation>
-    </message>
-    <message>
-        <source>More than one DFU capable USB device found</source>
-        <translation>Mehr als ein DFU-fähiges USB-Gerät gefunden</translation>
-    </message>
-    <message>
-        <source>Lost device after RESET</source>
-        <translation>Gerät nach RESET verloren</translation>
-    </message>
-    <message>
-        <source> - Functional descriptor</source>
-        <translation> - Funktionaler Deskriptor</translation>
-    </message>
-    <message>
-        <source> - Opening error</source>
-        <translation> - Fehler beim öffnen</translation>
-    </message>
-    <message>
-        <source> - Configuration error</source>
-        <translation> - Konfigurationsfehler</translation>
-    </message>
-    <message>
-        <source> - Alt interface error</source>
-        <translation> - Fehler der alternativen Schnittstelle</translation>
-    </message>
-    <message>
-        <source> - Get status error</source>
-        <translation> - Fehler beim Statusabruf</translation>
-    </message>
-    <message>
-        <source> - Detaching error</source>
-        <translation> - Fehler beim Trennen</translation>
-    </message>
-    <message>
-        <source> - Clear status error</source>
-        <translation> - Fehler beim Zurücksetzen des Status</translation>
-    </message>
-    <message>
-        <source> - Interface error</source>
-        <translation> - Schnittstellenfehler</translation>
-    </message>
-    <message>
-        <source> - In Runtime Mode error</source>
-        <translation> - Fehler im Laufzeitmodus</translation>
-    </message>
-    <message>
-        <source>Error during download</source>
-        <translation>Fehler während der Übertragung</translation>
-    </message>
-    <message>
-        <source>Device&apos;s firmware is corrupt</source>
-        <translation>Fehler beim Übertragen der Firmware</translation>
-    </message>
-    <message>
-        <source>Program memory function failed</source>
-        <translation>Programmspeicherfunktion fehlgeschlagen</translation>
-    </message>
-    <message>
-        <source>Flashing completed</source>
-        <translation>Flashen abgeschlossen</translation>
-    </message>
-    <message>
-        <source>
-Please perform Tessel restart!</source>
-        <translation>
-Bitte Tessel neu starten!</translation>
-    </message>
-    <message>
-        <source>Calculate MD5 Hashes</source>
-        <translation>MD5-Prüfsummen werden berechnet</translation>
-    </message>
-    <message>
-        <source>Error calculating MD5 Hash</source>
-        <translation>Fehler beim Berechnen der MD5-Prüfsumme</translation>
-    </message>
-    <message>
-        <source>Extracting firmware</source>
-        <translation>Firmware wird entpackt</translation>
-    </message>
-    <message>
-        <source>
-
-The selected firmware files are corrupted or
-this version of %1 does not match with these files.
-Try again and be sure that
-the latest version of this software is installed</source>
-        <translation>
-
-Die ausgewählten Firmware-Dateien sind beschädigt oder
-diese Version von %1 passt nicht zu diesen Dateien.
-Versuchen Sie es erneut und stellen Sie sicher,
-dass die neueste Version dieser Software installiert ist</translation>
-    </message>
-    <message>
-        <source>File can&apos;t be opened</source>
-        <translation>Datei kann nicht geöffnet werden</translation>
-    </message>
-    <message>
-        <source>
-
-The selected firmware file
-%1
-can&apos;t be opened</source>
-        <translation>
-
-Die ausgewählte Firmware-Datei
-%1
-kann nicht geöffnet werden</translation>
-    </message>
-    <message>
-        <source>Unable to open gpg file</source>
-        <translation>Gpg-Datei kann nicht geöffnet werden</translation>
-    </message>
-    <message>
-        <source>Invalid digital signature</source>
-        <translation>Ungültige digitale Signatur</translation>
-    </message>
-    <message>
-        <source>Error starting GPG, restart again</source>
-        <translation>Fehler beim Starten von GPG, bitte neu starten</translation>
-    </message>
-    <message>
-        <source>Failed to copy file %1</source>
-        <translation>Fehler beim Kopieren von %1</translation>
-    </message>
-    <message>
-        <source>Failed to copy file
-%1
-to
-%2</source>
-        <translation>Fehler beim Kopieren von
-%1
-nach
-%2</translation>
-    </message>
-    <message>
-        <source>Error in firmware extraction</source>
-        <translation>Fehler beim Entpacken der Firmware</translation>
-    </message>
-    <message>
-        <source>Package contains no firmware files</source>
-        <translation>Paket enthält keine Firmware-Dateien</translation>
-    </message>
-    <message>
-        <source>Building sys file lists</source>
-        <translation>sys-Dateilisten werden erstellt</translation>
-    </message>
-    <message>
-        <source>Calculating total file size</source>
-        <translation>Gesamtgröße wird berechnet</translation>
-    </message>
-    <message>
-        <source>Packages contain zero sized files</source>
-        <translation>Pakete enthalten Dateien der Größe null</translation>
-    </message>
-    <message>
-        <source>Package is too large to flash</source>
-        <translation>Paket ist zu groß zum Flashen</translation>
-    </message>
-    <message>
-        <source>Unable to start %1</source>
-        <translation>%1 kann nicht gestartet werden</translation>
-    </message>
-    <message>
-        <source>%1 ended without any output</source>
-        <translation>%1 wurde ohne jede Ausgabe beendet</translation>
-    </message>
-    <message>
-        <source>%1 was ended by a signal</source>
-        <translation>%1 wurde durch ein Signal beendet</translation>
-    </message>
-    <message>
-        <source>%1 ended with exit code %2</source>
-        <translation>%1 wurde mit dem Rückgabewert %2 beendet</translation>
-    </message>
-    <message>
-        <source> - File </source>
-        <translation> - Datei </translation>
-    </message>
-    <message>
-        <source>No error condition is present</source>
-        <translation>Kein Fehler</translation>
-    </message>
-    <message>
-        <source>File is not targeted for use by this device</source>
-        <translation>Die Datei ist nicht für dieses Gerät bestimmt</translation>
-    </message>
-    <message>
-        <source>File is for this device but fails some vendor-specific test</source>
-        <translation>Die Datei ist für dieses Gerät, besteht aber eine herstellerspezifische Prüfung nicht</translation>
-    </message>
-    <message>
-        <source>Device is unable to write memory</source>
-        <translation>Das Gerät kann den Speicher nicht beschreiben</translation>
-    </message>
-    <message>
-        <source>Memory erase function failed</source>
-        <translation>Löschen des Speichers fehlgeschlagen</translation>
-    </message>
-    <message>
-        <source>Memory erase check failed</source>
-        <translation>Prüfung des gelöschten Speichers fehlgeschlagen</translation>
-    </message>
-    <message>
-        <source>Programmed memory failed verification</source>
-        <translation>Überprüfung des beschriebenen Speichers fehlgeschlagen</translation>
-    </message>
-    <message>
-        <source>Cannot program memory due to received address that is out of range</source>
-        <translation>Speicher kann nicht beschrieben werden: die empfangene Adresse liegt außerhalb des Bereichs</translation>
-    </message>
-    <message>
-        <source>Received DFU_DNLOAD with wLength = 0, but device does not think that it has all data yet</source>
-        <translation>DFU_DNLOAD mit wLength = 0 empfangen, aber dem Gerät fehlen noch Daten</translation>
-    </message>
-    <message>
-        <source>Device&apos;s firmware is corrupt. It cannot return to run-time (non-DFU) operations</source>
-        <translation>Die Firmware des Geräts ist beschädigt. Es kann nicht in den Normalbetrieb (ohne DFU) zurückkehren</translation>
-    </message>
-    <message>
-        <source>iString indicates a vendor specific error</source>
-        <translation>iString meldet einen herstellerspezifischen Fehler</translation>
-    </message>
-    <message>
-        <source>Device detected unexpected USB reset signaling</source>
-        <translation>Das Gerät hat einen unerwarteten USB-Reset erkannt</translation>
-    </message>
-    <message>
-        <source>Device detected unexpected power on reset</source>
-        <translation>Das Gerät hat einen unerwarteten Einschalt-Reset erkannt</translation>
-    </message>
-    <message>
-        <source>Something went wrong, but the device does not know what it was</source>
-        <translation>Etwas ist schiefgegangen, aber das Gerät weiß nicht, was</translation>
-    </message>
-    <message>
-        <source>Device stalled an unexpected request</source>
-        <translation>Das Gerät hat eine unerwartete Anfrage abgewiesen</translation>
-    </message>
-</context>
-<context>
     <name>Dialog</name>
     <message>
         <source>Installation corrupted! Please uninstall and install again!</source>
@@ -873,6 +624,279 @@ Dateien können nicht geladen werden</translation>
     </message>
 </context>
 <context>
+    <name>FlashTexts</name>
+    <message>
+        <source>Search for DFU USB device - This might take a few seconds</source>
+        <translation>Suche DFU USB-Gerät - Dies kann einige Sekunden dauern</translation>
+    </message>
+    <message>
+        <source>No DFU capable USB device found</source>
+        <translation>Kein DFU-fähiges USB-Gerät gefunden</translation>
+    </message>
+    <message>
+        <source>More than one DFU capable USB device found</source>
+        <translation>Mehr als ein DFU-fähiges USB-Gerät gefunden</translation>
+    </message>
+    <message>
+        <source>Lost device after RESET</source>
+        <translation>Gerät nach RESET verloren</translation>
+    </message>
+    <message>
+        <source> - Functional descriptor</source>
+        <translation> - Funktionaler Deskriptor</translation>
+    </message>
+    <message>
+        <source> - Opening error</source>
+        <translation> - Fehler beim öffnen</translation>
+    </message>
+    <message>
+        <source> - Configuration error</source>
+        <translation> - Konfigurationsfehler</translation>
+    </message>
+    <message>
+        <source> - Alt interface error</source>
+        <translation> - Fehler der alternativen Schnittstelle</translation>
+    </message>
+    <message>
+        <source> - Get status error</source>
+        <translation> - Fehler beim Statusabruf</translation>
+    </message>
+    <message>
+        <source> - Detaching error</source>
+        <translation> - Fehler beim Trennen</translation>
+    </message>
+    <message>
+        <source> - Clear status error</source>
+        <translation> - Fehler beim Zurücksetzen des Status</translation>
+    </message>
+    <message>
+        <source> - Interface error</source>
+        <translation> - Schnittstellenfehler</translation>
+    </message>
+    <message>
+        <source> - In Runtime Mode error</source>
+        <translation> - Fehler im Laufzeitmodus</translation>
+    </message>
+    <message>
+        <source>Error during download</source>
+        <translation>Fehler während der Übertragung</translation>
+    </message>
+    <message>
+        <source>Device&apos;s firmware is corrupt</source>
+        <translation>Fehler beim Übertragen der Firmware</translation>
+    </message>
+    <message>
+        <source>Program memory function failed</source>
+        <translation>Programmspeicherfunktion fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Flashing completed</source>
+        <translation>Flashen abgeschlossen</translation>
+    </message>
+    <message>
+        <source>
+Please perform Tessel restart!</source>
+        <translation>
+Bitte Tessel neu starten!</translation>
+    </message>
+    <message>
+        <source>Calculate MD5 Hashes</source>
+        <translation>MD5-Prüfsummen werden berechnet</translation>
+    </message>
+    <message>
+        <source>Error calculating MD5 Hash</source>
+        <translation>Fehler beim Berechnen der MD5-Prüfsumme</translation>
+    </message>
+    <message>
+        <source>Extracting firmware</source>
+        <translation>Firmware wird entpackt</translation>
+    </message>
+    <message>
+        <source>
+
+The selected firmware files are corrupted or
+this version of %1 does not match with these files.
+Try again and be sure that
+the latest version of this software is installed</source>
+        <translation>
+
+Die ausgewählten Firmware-Dateien sind beschädigt oder
+diese Version von %1 passt nicht zu diesen Dateien.
+Versuchen Sie es erneut und stellen Sie sicher,
+dass die neueste Version dieser Software installiert ist</translation>
+    </message>
+    <message>
+        <source>File can&apos;t be opened</source>
+        <translation>Datei kann nicht geöffnet werden</translation>
+    </message>
+    <message>
+        <source>
+
+The selected firmware file
+%1
+can&apos;t be opened</source>
+        <translation>
+
+Die ausgewählte Firmware-Datei
+%1
+kann nicht geöffnet werden</translation>
+    </message>
+    <message>
+        <source>Unable to open gpg file</source>
+        <translation>Gpg-Datei kann nicht geöffnet werden</translation>
+    </message>
+    <message>
+        <source>Invalid digital signature</source>
+        <translation>Ungültige digitale Signatur</translation>
+    </message>
+    <message>
+        <source>Error starting GPG, restart again</source>
+        <translation>Fehler beim Starten von GPG, bitte neu starten</translation>
+    </message>
+    <message>
+        <source>Failed to copy file %1</source>
+        <translation>Fehler beim Kopieren von %1</translation>
+    </message>
+    <message>
+        <source>Failed to copy file
+%1
+to
+%2</source>
+        <translation>Fehler beim Kopieren von
+%1
+nach
+%2</translation>
+    </message>
+    <message>
+        <source>Error in firmware extraction</source>
+        <translation>Fehler beim Entpacken der Firmware</translation>
+    </message>
+    <message>
+        <source>Package contains no firmware files</source>
+        <translation>Paket enthält keine Firmware-Dateien</translation>
+    </message>
+    <message>
+        <source>Building sys file lists</source>
+        <translation>sys-Dateilisten werden erstellt</translation>
+    </message>
+    <message>
+        <source>Calculating total file size</source>
+        <translation>Gesamtgröße wird berechnet</translation>
+    </message>
+    <message>
+        <source>Packages contain zero sized files</source>
+        <translation>Pakete enthalten Dateien der Größe null</translation>
+    </message>
+    <message>
+        <source>Package is too large to flash</source>
+        <translation>Paket ist zu groß zum Flashen</translation>
+    </message>
+    <message>
+        <source>Unable to start %1</source>
+        <translation>%1 kann nicht gestartet werden</translation>
+    </message>
+    <message>
+        <source>%1 ended without any output</source>
+        <translation>%1 wurde ohne jede Ausgabe beendet</translation>
+    </message>
+    <message>
+        <source>%1 was ended by a signal</source>
+        <translation>%1 wurde durch ein Signal beendet</translation>
+    </message>
+    <message>
+        <source>%1 ended with exit code %2</source>
+        <translation>%1 wurde mit dem Rückgabewert %2 beendet</translation>
+    </message>
+    <message>
+        <source> - File </source>
+        <translation> - Datei </translation>
+    </message>
+    <message>
+        <source>No error condition is present</source>
+        <translation>Kein Fehler</translation>
+    </message>
+    <message>
+        <source>File is not targeted for use by this device</source>
+        <translation>Die Datei ist nicht für dieses Gerät bestimmt</translation>
+    </message>
+    <message>
+        <source>File is for this device but fails some vendor-specific test</source>
+        <translation>Die Datei ist für dieses Gerät, besteht aber eine herstellerspezifische Prüfung nicht</translation>
+    </message>
+    <message>
+        <source>Device is unable to write memory</source>
+        <translation>Das Gerät kann den Speicher nicht beschreiben</translation>
+    </message>
+    <message>
+        <source>Memory erase function failed</source>
+        <translation>Löschen des Speichers fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Memory erase check failed</source>
+        <translation>Prüfung des gelöschten Speichers fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Programmed memory failed verification</source>
+        <translation>Überprüfung des beschriebenen Speichers fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Cannot program memory due to received address that is out of range</source>
+        <translation>Speicher kann nicht beschrieben werden: die empfangene Adresse liegt außerhalb des Bereichs</translation>
+    </message>
+    <message>
+        <source>Received DFU_DNLOAD with wLength = 0, but device does not think that it has all data yet</source>
+        <translation>DFU_DNLOAD mit wLength = 0 empfangen, aber dem Gerät fehlen noch Daten</translation>
+    </message>
+    <message>
+        <source>Device&apos;s firmware is corrupt. It cannot return to run-time (non-DFU) operations</source>
+        <translation>Die Firmware des Geräts ist beschädigt. Es kann nicht in den Normalbetrieb (ohne DFU) zurückkehren</translation>
+    </message>
+    <message>
+        <source>iString indicates a vendor specific error</source>
+        <translation>iString meldet einen herstellerspezifischen Fehler</translation>
+    </message>
+    <message>
+        <source>Device detected unexpected USB reset signaling</source>
+        <translation>Das Gerät hat einen unerwarteten USB-Reset erkannt</translation>
+    </message>
+    <message>
+        <source>Device detected unexpected power on reset</source>
+        <translation>Das Gerät hat einen unerwarteten Einschalt-Reset erkannt</translation>
+    </message>
+    <message>
+        <source>Something went wrong, but the device does not know what it was</source>
+        <translation>Etwas ist schiefgegangen, aber das Gerät weiß nicht, was</translation>
+    </message>
+    <message>
+        <source>Device stalled an unexpected request</source>
+        <translation>Das Gerät hat eine unerwartete Anfrage abgewiesen</translation>
+    </message>
+    <message>
+        <source>Another run is flashing the device on port %1</source>
+        <translation>Ein anderer Lauf flasht das Gerät an Port %1</translation>
+    </message>
+    <message>
+        <source>Cannot lock port %1: %2</source>
+        <translation>Port %1 kann nicht gesperrt werden: %2</translation>
+    </message>
+    <message>
+        <source>The device did not come back on port %1</source>
+        <translation>Das Gerät ist nicht an Port %1 zurückgekehrt</translation>
+    </message>
+    <message>
+        <source>The device on port %1 runs %2, not %3</source>
+        <translation>Das Gerät an Port %1 läuft mit %2, nicht mit %3</translation>
+    </message>
+    <message>
+        <source>Time limit of %1 s reached</source>
+        <translation>Zeitlimit von %1 s erreicht</translation>
+    </message>
+    <message>
+        <source>Cannot write the history %1: %2</source>
+        <translation>Der Verlauf %1 kann nicht geschrieben werden: %2</translation>
+    </message>
+</context>
+<context>
     <name>HttpRequester</name>
     <message>
         <source>Network Timeout Error</source>
@@ -968,78 +992,6 @@ nicht im automatischen Modus läuft!</translation>
 </context>
 <context>
     <name>USBWriteThread</name>
-    <message>
-        <source>Calculate MD5 Hashes</source>
-        <translation>MD5-Prüfsummen werden berechnet</translation>
-    </message>
-    <message>
-        <source>Error calculating MD5 Hash</source>
-        <translation>Fehler beim Berechnen der MD5-Prüfsumme</translation>
-    </message>
-    <message>
-        <source>Extracting firmware</source>
-        <translation>Firmware wird entpackt</translation>
-    </message>
-    <message>
-        <source>File can&apos;t be opened</source>
-        <translation>Datei kann nicht geöffnet werden</translation>
-    </message>
-    <message>
-        <source>
-
-The selected firmware file
-%1
-can&apos;t be opened</source>
-        <translation>
-
-Die ausgewählte Firmware-Datei
-%1
-kann nicht geöffnet werden</translation>
-    </message>
-    <message>
-        <source>Unable to open gpg file</source>
-        <translation>Gpg-Datei kann nicht geöffnet werden</translation>
-    </message>
-    <message>
-        <source>Invalid digital signature</source>
-        <translation>Ungültige digitale Signatur</translation>
-    </message>
-    <message>
-        <source>
-
-The selected firmware files are corrupted or
-this version of %1 does not match with these files.
-Try again and be sure that
-the latest version of this software is installed</source>
-        <translation>
-
-Die ausgewählten Firmware-Dateien sind beschädigt oder
-diese Version von %1 passt nicht zu diesen Dateien.
-Versuchen Sie es erneut und stellen Sie sicher,
-dass die neueste Version dieser Software installiert ist</translation>
-    </message>
-    <message>
-        <source>Error starting GPG, restart again</source>
-        <translation>Fehler beim Starten von GPG, bitte neu starten</translation>
-    </message>
-    <message>
-        <source>Failed to copy file %1</source>
-        <translation>Fehler beim Kopieren von %1</translation>
-    </message>
-    <message>
-        <source>Failed to copy file
-%1
-to
-%2</source>
-        <translation>Fehler beim Kopieren von
-%1
-nach
-%2</translation>
-    </message>
-    <message>
-        <source>Package contains no firmware files</source>
-        <translation>Paket enthält keine Firmware-Dateien</translation>
-    </message>
     <message>
         <source>Writing firmware files</source>
         <translation>Firmware-Dateien werden geschrieben</translation>

@@ -7,6 +7,7 @@
 #include "stationwatch.h"
 
 #include "app/errortexts.h"
+#include "app/exitcode.h"
 #include "app/log.h"
 #include "app/logstream.h"
 #include "app/settings.h"
@@ -33,7 +34,7 @@ void quietHandler(QtMsgType, const QMessageLogContext &, const QString &)
 int usageError(const QCommandLineParser &parser, const QString &message)
 {
     std::fprintf(stderr, "morvanta-station: %s\n\n%s", qPrintable(message), qPrintable(parser.helpText()));
-    return 64;
+    return toInt(ExitCode::Usage);
 }
 
 int list(Settings &settings, StationOutput &output)
@@ -45,7 +46,7 @@ int list(Settings &settings, StationOutput &output)
     }
     if (accessDenied)
         output.error(ErrorTexts::noPermission());
-    return 0;
+    return toInt(ExitCode::Success);
 }
 
 QString dashIfEmpty(const QString &text)
@@ -58,7 +59,7 @@ int printHistory(FlashHistory &history, bool json, bool csv, const QString &seri
     const QList<FlashRecord> records = history.records(serial, since);
     if (!history.error().isEmpty() && records.isEmpty()) {
         std::fprintf(stderr, "morvanta-station: %s\n", qPrintable(history.error()));
-        return 2;
+        return toInt(ExitCode::Failed);
     }
     if (csv)
         std::printf("%s\r\n", historyCsvHeader().constData());
@@ -77,7 +78,7 @@ int printHistory(FlashHistory &history, bool json, bool csv, const QString &seri
             std::printf("%s\n", withVisibleControls(line).toLocal8Bit().constData());
         }
     }
-    return 0;
+    return toInt(ExitCode::Success);
 }
 
 // --since takes a date or a date and time, read as UTC.
@@ -137,7 +138,7 @@ int main(int argc, char **argv)
         return usageError(parser, parser.errorText());
     if (parser.isSet(QStringLiteral("help"))) {
         std::fputs(qPrintable(parser.helpText()), stdout);
-        return 0;
+        return toInt(ExitCode::Success);
     }
     const QStringList words = parser.positionalArguments();
     const QString command = words.value(0);
@@ -189,7 +190,7 @@ int main(int argc, char **argv)
         if (!history.open(path)) {
             // Production keeps a record of every unit: no flash goes unrecorded.
             StationOutput(parser.isSet(json)).error(QStringLiteral("Cannot open the history %1: %2").arg(path, history.error()));
-            return 2;
+            return toInt(ExitCode::Failed);
         }
     }
     if (command == QLatin1String("history"))
@@ -211,7 +212,7 @@ int main(int argc, char **argv)
         output.error(QStringLiteral("No %1 beside morvanta-station (%2): signatures cannot be checked. "
                                     "Give --zip to flash plain zip packages.")
                          .arg(Settings::toolName(QStringLiteral("gpg")), unquotedProgram(settings.getGpgPath())));
-        return 2;
+        return toInt(ExitCode::Failed);
     }
     output.setSigned(!parser.isSet(zip));
     options.zip = parser.isSet(zip);
@@ -219,7 +220,7 @@ int main(int argc, char **argv)
 
     StopSignals stopSignals;
     if (!stopSignals.isValid())
-        return 2;
+        return toInt(ExitCode::Failed);
     if (watch) {
         StationWatch::Options watchOptions;
         watchOptions.run = options;
@@ -227,22 +228,22 @@ int main(int argc, char **argv)
         watchOptions.json = parser.isSet(json);
         StationWatch station(&settings, &output, &history, watchOptions);
         QObject::connect(&stopSignals, &StopSignals::stopRequested, &station, &StationWatch::stop);
-        QObject::connect(&station, &StationWatch::finished, &app, [](int code) {
+        QObject::connect(&station, &StationWatch::finished, &app, [](ExitCode code) {
             std::fflush(stdout);
-            QCoreApplication::exit(code);
+            QCoreApplication::exit(toInt(code));
         });
         QTimer::singleShot(0, &station, &StationWatch::start);
         return QCoreApplication::exec();
     }
     StationRun run(&settings, &output, &history, options);
     QObject::connect(&stopSignals, &StopSignals::stopRequested, &run, &StationRun::stop);
-    QObject::connect(&run, &StationRun::finished, &app, [&run](int code) {
+    QObject::connect(&run, &StationRun::finished, &app, [&run](ExitCode code) {
         // A thread held by a dead share would keep the process alive at its end.
         if (run.leftThreadsBehind()) {
             std::fflush(stdout);
-            std::_Exit(code);
+            std::_Exit(toInt(code));
         }
-        QCoreApplication::exit(code);
+        QCoreApplication::exit(toInt(code));
     });
     QTimer::singleShot(0, &run, [&run] { run.start(); });
     return QCoreApplication::exec();

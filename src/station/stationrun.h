@@ -1,8 +1,8 @@
 #pragma once
 
 #include "firmware/devicelisting.h"
+#include "flash/flashtypes.h"
 #include "platform/ownedfolder.h"
-#include "platform/portlock.h"
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -13,8 +13,8 @@
 #include <QCoreApplication>
 
 #include <functional>
-#include <thread>
 #include <optional>
+#include <thread>
 
 // Runs work on a thread of its own (a look at a share or at the bus may hang) and hands
 // its result to done on the receiver's thread, unless the receiver is gone by then.
@@ -34,27 +34,28 @@ void runOffThread(QObject *receiver, std::function<Result()> work, std::function
     }).detach();
 }
 
-class DFUThread;
+struct FlashError;
 class FlashHistory;
-class FlashRecorder;
+class FlashJob;
 class Settings;
 class StationOutput;
 
-// One flash of morvanta-station, from the firmware to the device's new version, with
-// nothing that waits for a person: the package is checked, unpacked and flashed by the
-// window's own worker, in a working folder of this run's own, bound to one USB port;
-// afterwards the device must come back on that port with the package's version.
+// One flash of morvanta-station, with nothing that waits for a person: the firmware is
+// chosen, a working folder of this run's own made, and the engine's flash job run on
+// it, bound to one USB port; the device must come back with the package's version.
+// Everything the job says goes to the output, in the station's words.
 class StationRun : public QObject
 {
     Q_OBJECT
 public:
     struct Options {
         QString firmware;   // one file of a pair, or a folder (its newest firmware)
-        QString port;       // empty: the one DFU device there is
+        QString port;       // empty: the one Tessel NINE there is
         QString bootLoader; // flashed first, then the device is waited for
         bool zip = false;   // plain zip files, nothing to check with gpg
         int timeoutSeconds = 600;
-        bool portLocked = false; // the caller holds the port's lock
+        bool portLocked = false;   // the caller holds the port's lock
+        bool leaveCurrent = false; // a unit that runs the package's version is left alone
     };
 
     // The package's files and version, or why there is none.
@@ -80,63 +81,37 @@ public:
     void stop();
     // A thread of the run is still stuck in a kernel call (a dead share): the process
     // must end without waiting for it.
-    bool leftThreadsBehind() const { return leftBehind; }
+    bool leftThreadsBehind() const;
 
-    QString outcome() const { return outcomeWord; }
+    FlashOutcome outcome() const { return ending; }
 
 signals:
     // After the result event; outcome() tells how it ended.
-    void finished(int exitCode);
+    void finished(ExitCode code);
 
 private:
     void firmwareChosen(const FirmwareChoice &choice);
-    bool chooseDevice();
     bool prepareWorkingFolder();
-    void startWorker();
-    void workerExited(int code);
-    void waitForDevice(int firstLookMs, int patienceMs, std::function<void(const ListedDevice &)> back);
-    void lookForDevice();
-    void devicesListed(const QList<ListedDevice> &devices);
-    void deviceIsBack(const ListedDevice &device);
+    void startJob(const FirmwareChoice &choice);
+    void showStage(FlashStage stage);
+    QString errorText(const FlashError &error) const;
     void fail(const QString &text);
-    void end(int exitCode);
-    void finishWhenWorkerGone();
+    void end(FlashOutcome outcome);
 
     Settings *settings;
     StationOutput *output;
-    const Options options;
-    QStringList files;
-    QString packageVersion;
-    bool packageHasV = false;
-    QString port;
-    QString serial;
-    bool recovering = false; // the device waited in DFU mode
-    std::optional<ListedDevice> seenDevice;
-    QString lastError;
-    QString outcomeWord;
     FlashHistory *history;
-    FlashRecorder *recorder = nullptr;
+    const Options options;
+    std::optional<ListedDevice> seenDevice;
+    QString workingFolder;
+    OwnedFolder ownedFolder;
+    FlashJob *job = nullptr;
+    QString port;
     QString before;
     QString after;
-    QString workingFolder;
-    QPointer<DFUThread> worker;
     QTimer timeLimit;
-    QTimer devicePoll;
-    QTimer workerGrace; // how long an ended run waits for its worker
-    PortLock portLock;
-    OwnedFolder ownedFolder;
     QElapsedTimer clock;
-    QElapsedTimer waited;
-    int patience = 0; // how long the device may stay away, 0: up to the time limit
-    std::function<void(const ListedDevice &)> onDeviceBack;
-    int percent = 0;
-    int remaining = -1;
-    bool errorShown = false;
-    int ending = -1; // the exit code once the run ends
-    bool workerEnded = false; // it sent its exit code
-    bool workerGone = false;  // its thread has finished
+    FlashOutcome ending = FlashOutcome::Failed;
+    bool checking = false; // the firmware is being looked at
     bool reported = false;
-    bool checking = false;   // the firmware is being looked at
-    bool looking = false;    // a listing is under way
-    bool leftBehind = false;
 };

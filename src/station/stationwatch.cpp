@@ -1,7 +1,6 @@
 #include "stationwatch.h"
 
 #include "app/settings.h"
-#include "history/flashrecorder.h"
 #include "platform/ownedfolder.h"
 #include "platform/platform.h"
 #include "platform/usbmonitor.h"
@@ -42,7 +41,7 @@ void StationWatch::start()
     if (!options.ports.isEmpty() && ports.empty()) {
         ended = true;
         output->summary(counts, clock.elapsed() / 1000.0);
-        emit finished(2);
+        emit finished(ExitCode::Failed);
         return;
     }
     monitor = new UsbMonitor(this);
@@ -64,7 +63,7 @@ void StationWatch::firmwareChosen(const StationRun::FirmwareChoice &choice)
         output->error(choice.error);
         ended = true;
         output->summary(counts, clock.elapsed() / 1000.0);
-        emit finished(2);
+        emit finished(ExitCode::Failed);
         return;
     }
     firmware = choice;
@@ -148,19 +147,6 @@ void StationWatch::arrived(const ListedDevice &device)
     slot.output = std::make_unique<StationOutput>(options.json);
     slot.output->setSigned(!options.run.zip);
     slot.output->setUnit(device.port, device.serial, true);
-    if (current) {
-        ++counts.current;
-        done.insert(device.serial);
-        if (history) {
-            FlashRecorder recorder(history);
-            if (!recorder.begin(flashUnit(QStringLiteral("station"), device.port, device.serial, device.version,
-                                          firmware.version, !options.run.zip)) ||
-                !recorder.finish(QStringLiteral("current"), device.version, QString()))
-                slot.output->error(recorder.error());
-        }
-        slot.output->result(0, QStringLiteral("current"), device.version, device.version, 0);
-        return;
-    }
     startRun(device, slot);
 }
 
@@ -178,6 +164,7 @@ void StationWatch::startRun(const ListedDevice &device, Port &slot)
     StationRun::Options run = options.run;
     run.port = device.port;
     run.portLocked = true;
+    run.leaveCurrent = true;
     // Each run its own settings, for its own working folder; they go with the run.
     auto *own = new Settings(static_cast<QObject *>(nullptr));
     slot.run = new StationRun(own, slot.output.get(), history, run, this);
@@ -190,18 +177,27 @@ void StationWatch::startRun(const ListedDevice &device, Port &slot)
 void StationWatch::runEnded(const QString &port)
 {
     Port &slot = ports[port];
-    const QString outcome = slot.run->outcome();
+    const FlashOutcome outcome = slot.run->outcome();
     slot.run->deleteLater();
     slot.run = nullptr;
-    if (outcome == QLatin1String("flashed"))
+    switch (outcome) {
+    case FlashOutcome::Flashed:
         ++counts.flashed;
-    else if (outcome == QLatin1String("recovered"))
+        break;
+    case FlashOutcome::Recovered:
         ++counts.recovered;
-    else if (outcome == QLatin1String("stopped"))
+        break;
+    case FlashOutcome::Current:
+        ++counts.current;
+        break;
+    case FlashOutcome::Stopped:
         ++counts.stopped;
-    else
+        break;
+    case FlashOutcome::Failed:
         ++counts.failed;
-    if (outcome == QLatin1String("flashed") || outcome == QLatin1String("recovered"))
+        break;
+    }
+    if (isSuccess(outcome))
         done.insert(slot.serial);
     // Watched on every port: the port is free again for other runs.
     if (options.ports.isEmpty())
@@ -238,5 +234,8 @@ void StationWatch::finishIfDone()
     lookTimer.stop();
     pollTimer.stop();
     output->summary(counts, clock.elapsed() / 1000.0);
-    emit finished(counts.stopped > 0 ? 1 : counts.failed > 0 ? 2 : 0);
+    const ExitCode code = counts.stopped > 0  ? ExitCode::Stopped
+                          : counts.failed > 0 ? ExitCode::Failed
+                                              : ExitCode::Success;
+    emit finished(code);
 }

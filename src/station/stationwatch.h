@@ -4,6 +4,7 @@
 #include "stationrun.h"
 
 #include "firmware/devicelisting.h"
+#include "app/exitcode.h"
 #include "platform/portlock.h"
 
 #include <QElapsedTimer>
@@ -43,7 +44,7 @@ public:
     void stop();
 
 signals:
-    void finished(int exitCode);
+    void finished(ExitCode code);
 
 private:
     struct Port {

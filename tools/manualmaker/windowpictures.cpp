@@ -224,7 +224,7 @@ bool WindowPictures::take()
 
     // The restart between the wizard's two stages.
     {
-        BreakFlash restart(window.findChild<Settings *>(), nullptr);
+        BreakFlash restart(nullptr);
         restart.show();
         keep(QStringLiteral("restart"), &restart);
     }

@@ -11,19 +11,19 @@ Fileverify::Fileverify(const QString &path) : path(path)
 {
 }
 
-int Fileverify::verify(int device)
+Fileverify::Result Fileverify::verify(Device device)
 {
-    return device == BrioMel ? verifyBrioMel() : verifyTesselNINE();
+    return device == Device::BrioMel ? verifyBrioMel() : verifyTesselNINE();
 }
 
-int Fileverify::verifyTesselNINE()
+Fileverify::Result Fileverify::verifyTesselNINE()
 {
     if (path.contains(QLatin1String("OS.zip")))
         counterPartPath = QString(path).replace(QLatin1String("OS.zip"), QLatin1String("PR.zip"));
     else if (path.contains(QLatin1String("PR.zip")))
         counterPartPath = QString(path).replace(QLatin1String("PR.zip"), QLatin1String("OS.zip"));
     else
-        return NotFirmwareKind;
+        return Result::NotFirmwareKind;
 
     qDebug() << "Selected flash files";
     qDebug() << "OS file" << quoted(path);
@@ -32,38 +32,37 @@ int Fileverify::verifyTesselNINE()
 
     const QString family = Settings::getTesselNINEName();
     if (!path.contains(family) || !counterPartPath.contains(family))
-        return NoFirmwareFile;
+        return Result::NoFirmwareFile;
     const int existing = int(QFileInfo::exists(path)) + int(QFileInfo::exists(counterPartPath));
-    return existing == 2 ? FilesFound : existing == 1 ? CounterPartMissing : NoFirmwareFile;
+    return existing == 2 ? Result::FilesFound : existing == 1 ? Result::CounterPartMissing : Result::NoFirmwareFile;
 }
 
-int Fileverify::verifyBrioMel()
+Fileverify::Result Fileverify::verifyBrioMel()
 {
     qDebug() << "Selected flash files";
     qDebug() << "ZKL file" << quoted(path);
     if (!path.contains(QLatin1String(".zkl")))
-        return NotFirmwareKind;
+        return Result::NotFirmwareKind;
     if (path.contains(Settings::getBrioMelName()) && QFileInfo::exists(path)) {
         flashFiles << path;
-        return FilesFound;
+        return Result::FilesFound;
     }
-    return NoFirmwareFile;
+    return Result::NoFirmwareFile;
 }
 
-QString Fileverify::resultText(int code)
+QString Fileverify::resultText(Result result)
 {
-    switch (code) {
-    case NotFirmwareKind:
+    switch (result) {
+    case Result::NotFirmwareKind:
         return tr("Firmware files not found");
-    case FilesFound:
+    case Result::FilesFound:
         return tr("Files found");
-    case CounterPartMissing:
+    case Result::CounterPartMissing:
         return tr("Firmware counter part file not found");
-    case NoFirmwareFile:
+    case Result::NoFirmwareFile:
         return tr("The selected file is no firmware file");
-    default:
-        return QString();
     }
+    return QString();
 }
 
 bool isBootLoaderFile(const QString &path)

@@ -13,18 +13,20 @@ class Fileverify : public QObject
 {
     Q_OBJECT
 public:
-    enum Device { TesselNINE = 0, BrioMel = 1 };
-    enum Result { NotFirmwareKind = 0, FilesFound = 1, CounterPartMissing = 2, NoFirmwareFile = 3 };
+    enum class Device { TesselNINE, BrioMel };
+    enum class Result { NotFirmwareKind, FilesFound, CounterPartMissing, NoFirmwareFile };
+    Q_ENUM(Device)
+    Q_ENUM(Result)
 
     explicit Fileverify(const QString &path);
 
-    int verify(int device);
-    static QString resultText(int code);
+    Result verify(Device device);
+    static QString resultText(Result result);
     QStringList getFlashFiles() const { return flashFiles; }
 
 private:
-    int verifyTesselNINE();
-    int verifyBrioMel();
+    Result verifyTesselNINE();
+    Result verifyBrioMel();
 
     QString path;
     QString counterPartPath;

@@ -149,16 +149,6 @@ void Version::readVersion()
     }
 }
 
-ListedDevice Version::listedTesselNine() const
-{
-    QList<ListedDevice> tessels;
-    for (const ListedDevice &device : parseDeviceListing(listing)) {
-        if (device.isTesselNine())
-            tessels << device;
-    }
-    return tessels.size() == 1 ? tessels.first() : ListedDevice();
-}
-
 QString Version::fileVersion(QString &file, const QString &family, bool *hasV)
 {
     file = QFileInfo(file).fileName();

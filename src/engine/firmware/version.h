@@ -34,9 +34,9 @@ public:
     bool isAccessDenied() const { return accessDenied; }
     // The last query found no Tessel NINE running, but one waiting in DFU mode.
     bool isInUpdateMode() const { return updateMode; }
-    // The one Tessel NINE of the last query's listing with its port and serial (the newer
-    // tool names them), or an empty one.
-    ListedDevice listedTesselNine() const;
+    // Every device of the last query's listing, with its port and serial where the tool
+    // names them (the newer one does).
+    QList<ListedDevice> listedDevices() const { return parseDeviceListing(listing); }
 
     static QString fileVersion(QString &file, const QString &family, bool *hasV);
     static QString filePreName(const QString &name, const QString &family);

@@ -1,80 +1,62 @@
 #include "dfuoutputparser.h"
 
-#include "app/errortexts.h"
-
 #include <algorithm>
 #include <cctype>
-#include <iterator>
+#include <optional>
 
 namespace {
 struct Mark {
     const char *needle;
     DfuEvent::Kind kind;
-    const char *text;       // translated in the DFUThread context
-    bool deviceNotConnected; // text follows "Device is not connected"
+    DfuMark mark; // Error
 };
 
-// D - Lost device after RESET: the joining " - " is not part of the catalogue's text.
 const Mark marks[] = {
-    {"Search for DFU USB device", DfuEvent::Status,
-     QT_TRANSLATE_NOOP("DFUThread", "Search for DFU USB device - This might take a few seconds"), false},
-    {"No DFU capable USB device found", DfuEvent::Error,
-     QT_TRANSLATE_NOOP("DFUThread", "No DFU capable USB device found"), false},
-    {"More than one DFU capable USB device found", DfuEvent::Error,
-     QT_TRANSLATE_NOOP("DFUThread", "More than one DFU capable USB device found"), false},
-    {"Lost device after RESET", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", "Lost device after RESET"), true},
-    {"Error obtaining DFU functional descriptor", DfuEvent::Error,
-     QT_TRANSLATE_NOOP("DFUThread", " - Functional descriptor"), true},
-    {"Cannot open device:", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Opening error"), true},
-    {"Cannot set configuration:", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Configuration error"), true},
-    {"Cannot set alt interface:", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Alt interface error"), true},
-    {"error get_status:", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Get status error"), true},
-    {"unable to read DFU status", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Get status error"), true},
-    {"error detaching:", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Detaching error"), true},
-    {"error clear_status:", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Clear status error"), true},
-    {"Cannot claim interface", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Interface error"), true},
-    {"Device still in Runtime Mode!", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - In Runtime Mode error"),
-     true},
-    {"Error during download", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", "Error during download"), false},
+    {"Search for DFU USB device", DfuEvent::Searching, {}},
+    {"No DFU capable USB device found", DfuEvent::Error, DfuMark::NoDevice},
+    {"More than one DFU capable USB device found", DfuEvent::Error, DfuMark::SeveralDevices},
+    {"Lost device after RESET", DfuEvent::Error, DfuMark::LostDevice},
+    {"Error obtaining DFU functional descriptor", DfuEvent::Error, DfuMark::FunctionalDescriptor},
+    {"Cannot open device:", DfuEvent::Error, DfuMark::OpeningError},
+    {"Cannot set configuration:", DfuEvent::Error, DfuMark::ConfigurationError},
+    {"Cannot set alt interface:", DfuEvent::Error, DfuMark::AltInterfaceError},
+    {"error get_status:", DfuEvent::Error, DfuMark::GetStatusError},
+    {"unable to read DFU status", DfuEvent::Error, DfuMark::GetStatusError},
+    {"error detaching:", DfuEvent::Error, DfuMark::DetachingError},
+    {"error clear_status:", DfuEvent::Error, DfuMark::ClearStatusError},
+    {"Cannot claim interface", DfuEvent::Error, DfuMark::InterfaceError},
+    {"Device still in Runtime Mode!", DfuEvent::Error, DfuMark::RuntimeModeError},
+    {"Error during download", DfuEvent::Error, DfuMark::DownloadError},
     {"Device's firmware is corrupt. It cannot return to run-time (non-DFU) operations", DfuEvent::Error,
-     QT_TRANSLATE_NOOP("DFUThread", "Device's firmware is corrupt"), false},
-    {"Program memory function failed", DfuEvent::Error,
-     QT_TRANSLATE_NOOP("DFUThread", "Program memory function failed"), false},
-    {"Starting download:", DfuEvent::StartingDownload, nullptr, false},
+     DfuMark::FirmwareCorrupt},
+    {"Program memory function failed", DfuEvent::Error, DfuMark::ProgramMemory},
+    {"Starting download:", DfuEvent::StartingDownload, {}},
 };
 
 // The same events in the words of dfu-util 0.9 to 0.11.
 const Mark newerMarks[] = {
-    {"Opening DFU capable USB device", DfuEvent::Status,
-     QT_TRANSLATE_NOOP("DFUThread", "Search for DFU USB device - This might take a few seconds"), false},
-    {"No DFU capable USB device available", DfuEvent::Error,
-     QT_TRANSLATE_NOOP("DFUThread", "No DFU capable USB device found"), false},
-    {"Cannot open DFU device", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Opening error"), true},
-    {"Cannot open device", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Opening error"), true},
-    {"Cannot set alternate interface", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Alt interface error"),
-     true},
-    {"error detaching", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Detaching error"), true},
-    {"error clear_status", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - Clear status error"), true},
-    {"Device still in Run-Time Mode!", DfuEvent::Error, QT_TRANSLATE_NOOP("DFUThread", " - In Runtime Mode error"),
-     true},
-    {"Copying data from PC to DFU device", DfuEvent::StartingDownload, nullptr, false},
+    {"Opening DFU capable USB device", DfuEvent::Searching, {}},
+    {"No DFU capable USB device available", DfuEvent::Error, DfuMark::NoDevice},
+    {"Cannot open DFU device", DfuEvent::Error, DfuMark::OpeningError},
+    {"Cannot open device", DfuEvent::Error, DfuMark::OpeningError},
+    {"Cannot set alternate interface", DfuEvent::Error, DfuMark::AltInterfaceError},
+    {"error detaching", DfuEvent::Error, DfuMark::DetachingError},
+    {"error clear_status", DfuEvent::Error, DfuMark::ClearStatusError},
+    {"Device still in Run-Time Mode!", DfuEvent::Error, DfuMark::RuntimeModeError},
+    {"Copying data from PC to DFU device", DfuEvent::StartingDownload, {}},
 };
 
 DfuEvent eventOf(const Mark &mark)
 {
-    QString text;
-    if (mark.text) {
-        text = DfuOutputParser::tr(mark.text);
-        if (mark.deviceNotConnected)
-            text = ErrorTexts::deviceNotConnected() +
-                   (text.startsWith(QLatin1String(" - ")) ? text : QLatin1String(" - ") + text);
-    }
-    return DfuEvent{mark.kind, text, 0};
+    DfuEvent event{mark.kind, {}, 0};
+    if (mark.kind == DfuEvent::Error)
+        event.error = FlashError::tool(mark.mark);
+    return event;
 }
 
 bool sameEvent(const DfuEvent &a, const DfuEvent &b)
 {
-    return a.kind == b.kind && a.text == b.text;
+    return a.kind == b.kind && (a.kind != DfuEvent::Error || a.error.mark == b.error.mark);
 }
 
 // The percent of the last whole progress bar in the chunk, or -1.
@@ -94,27 +76,6 @@ int lastBarPercent(const QByteArray &chunk)
     }
     return percent;
 }
-
-// The status codes of DFU 1.1, as dfu-util words them.
-const char *const statusTexts[] = {
-    QT_TRANSLATE_NOOP("DFUThread", "No error condition is present"),
-    QT_TRANSLATE_NOOP("DFUThread", "File is not targeted for use by this device"),
-    QT_TRANSLATE_NOOP("DFUThread", "File is for this device but fails some vendor-specific test"),
-    QT_TRANSLATE_NOOP("DFUThread", "Device is unable to write memory"),
-    QT_TRANSLATE_NOOP("DFUThread", "Memory erase function failed"),
-    QT_TRANSLATE_NOOP("DFUThread", "Memory erase check failed"),
-    QT_TRANSLATE_NOOP("DFUThread", "Program memory function failed"),
-    QT_TRANSLATE_NOOP("DFUThread", "Programmed memory failed verification"),
-    QT_TRANSLATE_NOOP("DFUThread", "Cannot program memory due to received address that is out of range"),
-    QT_TRANSLATE_NOOP("DFUThread", "Received DFU_DNLOAD with wLength = 0, but device does not think that it has all "
-                                   "data yet"),
-    QT_TRANSLATE_NOOP("DFUThread", "Device's firmware is corrupt. It cannot return to run-time (non-DFU) operations"),
-    QT_TRANSLATE_NOOP("DFUThread", "iString indicates a vendor specific error"),
-    QT_TRANSLATE_NOOP("DFUThread", "Device detected unexpected USB reset signaling"),
-    QT_TRANSLATE_NOOP("DFUThread", "Device detected unexpected power on reset"),
-    QT_TRANSLATE_NOOP("DFUThread", "Something went wrong, but the device does not know what it was"),
-    QT_TRANSLATE_NOOP("DFUThread", "Device stalled an unexpected request"),
-};
 
 bool hasError(const DfuChunk &chunk)
 {
@@ -136,11 +97,6 @@ int errorStatus(const QByteArray &chunk)
 }
 } // namespace
 
-QString DfuOutputParser::statusText(int status)
-{
-    return status >= 0 && status < int(std::size(statusTexts)) ? tr(statusTexts[status]) : QString();
-}
-
 DfuChunk DfuOutputParser::parse(const QByteArray &chunk)
 {
     DfuChunk result;
@@ -160,23 +116,21 @@ DfuChunk DfuOutputParser::parse(const QByteArray &chunk)
     // what grants the permission.
     if (chunk.contains("Cannot open DFU device") && chunk.contains("LIBUSB_ERROR_ACCESS")) {
         for (DfuEvent &event : result.events) {
-            if (event.kind == DfuEvent::Error && event.text.startsWith(ErrorTexts::deviceNotConnected()))
-                event.text += QLatin1Char('\n') + ErrorTexts::noPermission();
+            if (event.kind == DfuEvent::Error)
+                event.error.accessDenied = true;
         }
     }
     const int percent = lastBarPercent(chunk);
     if (percent >= 0)
-        result.events << DfuEvent{DfuEvent::Percent, QString(), percent};
+        result.events << DfuEvent{DfuEvent::Percent, {}, percent};
     // The newer tool's failed block: " failed!" behind its bar, then the state line.
     progressBar = progressBar || percent >= 0;
     blockFailed = blockFailed || (progressBar && chunk.contains(" failed!"));
     const int status = blockFailed ? errorStatus(chunk) : -1;
     if (status >= 0) {
         blockFailed = false;
-        const QString reason = statusText(status);
         if (!hasError(result))
-            result.events << DfuEvent{DfuEvent::Error,
-                                      tr("Error during download") + (reason.isEmpty() ? QString() : QLatin1String(" - ") + reason), 0};
+            result.events << DfuEvent{DfuEvent::Error, FlashError::tool(DfuMark::DownloadError, status), 0};
     }
     downloadDone = downloadDone || chunk.contains("Download done.");
     done = done || chunk.contains("Done!");
@@ -193,7 +147,7 @@ DfuChunk DfuOutputParser::parse(const QByteArray &chunk)
             rest += chunk[i];
     }
     if (hashes > 0)
-        result.events << DfuEvent{DfuEvent::HashMarks, QString(), hashes};
+        result.events << DfuEvent{DfuEvent::HashMarks, {}, hashes};
     if (!rest.isEmpty())
         result.logText = rest;
     return result;

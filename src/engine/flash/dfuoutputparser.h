@@ -1,16 +1,16 @@
 #pragma once
 
-#include <QByteArray>
-#include <QCoreApplication>
-#include <QList>
-#include <QString>
+#include "flasherror.h"
 
-// What one chunk of dfu-util's output asks of the worker, in the order of the marks.
+#include <QByteArray>
+#include <QList>
+
+// What one chunk of dfu-util's output tells, in the order of the marks.
 struct DfuEvent {
-    enum Kind { Status, Error, StartingDownload, HashMarks, Percent };
+    enum Kind { Searching, Error, StartingDownload, HashMarks, Percent };
     Kind kind;
-    QString text; // Status and Error
-    int count = 0; // HashMarks; Percent: of the current file, 0 to 100
+    FlashError error; // Error: a ToolMark
+    int count = 0;    // HashMarks; Percent: of the current file, 0 to 100
 };
 
 struct DfuChunk {
@@ -31,14 +31,11 @@ struct DfuChunk {
 // One parser serves one transfer and remembers those.
 class DfuOutputParser
 {
-    Q_DECLARE_TR_FUNCTIONS(DFUThread)
 public:
     DfuChunk parse(const QByteArray &chunk);
     // The newer tool said the file was written and manifested. Its exit code may still
     // be 74: the final reset of a device that comes back as a new one fails.
     bool downloadConfirmed() const { return downloadDone && done; }
-    // A DFU status code (0 to 15) in the program's words, as dfu-util words it.
-    static QString statusText(int status);
 
 private:
     bool progressBar = false;

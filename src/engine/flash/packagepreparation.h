@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/errortexts.h"
+#include "flasherror.h"
 
 #include <QStringList>
 
@@ -10,26 +10,19 @@
 class QProcess;
 class Settings;
 
-// What both firmware workers do before their own work: hash the selected files into
+// What a flash and a USB stick do before their own work: hash the selected files into
 // the log, check and decrypt them with gpg (or copy them), unpack the archives into the
-// extract folder and list the .sys files of a stage. Every step tells the user itself,
-// through its worker, and returns false when the run cannot go on. Texts are the
-// worker's, looked up in its own translation context.
+// extract folder and list the .sys files of a stage. A step that fails returns false and
+// says why in error(); one cut short by the stop flag says nothing.
 class PackagePreparation
 {
 public:
-    struct Report {
-        std::function<void(const QString &)> status;
-        std::function<void(ErrorTexts::errorLevel, const QString &)> box;
-    };
-
     // Takes the paths from the settings now, on the thread that makes the worker.
-    PackagePreparation(const char *context, Settings *settings, Report report, const std::atomic<bool> &finishedByUser);
+    PackagePreparation(Settings *settings, const std::atomic<bool> &stop);
 
     QString tempPath() const { return temp; }
     QString extractFolder() const;
     QString stagePath(const QString &stage) const;
-    QString text(const char *source) const;
 
     bool hash(const QStringList &files);
     // Replaces the selected files by their checked, decrypted archives in the extract folder.
@@ -37,21 +30,21 @@ public:
     // The same for plain archives, copied.
     bool copy(QStringList &files);
     // Unpacks each archive; afterEach runs after each good one (the pause, progress).
-    bool unpack(const QStringList &archives, const QString &failure, const std::function<void()> &afterEach);
+    bool unpack(const QStringList &archives, const std::function<void()> &afterEach);
     bool stageList(const QString &stage, QStringList &list);
     // The fingerprints of the keys that signed the decrypted files.
     QStringList signerFingerprints() const { return signers; }
-    // A warning in the log, the status line, and an Error box.
-    void fail(const QString &text);
+
+    // Why the last step failed; nothing when it was stopped.
+    FlashError error() const { return lastError; }
+    // Fails with this error, which goes into the log.
+    bool fail(const FlashError &error);
 
 private:
-    QString corruptedFilesText() const;
-
-    const char *context;
     QString temp;
     QString gpgFolder;
     QString gpgPath;
-    Report report;
-    const std::atomic<bool> &finishedByUser;
+    const std::atomic<bool> &stop;
     QStringList signers;
+    FlashError lastError;
 };

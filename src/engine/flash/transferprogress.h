@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QString>
+#include "flashtypes.h"
+
 #include <QtGlobal>
 
 // The counters of one DFU run, in the 32-bit arithmetic the displays are built on.
@@ -9,22 +10,14 @@ struct TransferCounters {
     qint32 currentFileSize = 0; // bytes
     qint32 totalFileSize = 0;   // bytes of the whole run
     qint32 writtenSize = 0;     // bytes counted as written in the run
-    bool useByteSize = false;   // the last report is in bytes (else in units of 1000 bytes)
-};
-
-struct HashMarkReport {
-    qint32 percent;
-    qint32 written;
-    qint32 total;
-    bool useByteSize;
 };
 
 // One hash mark: one fiftieth of the current file, and the run's progress after it.
-HashMarkReport countHashMark(TransferCounters &counters);
+FlashProgress countHashMark(TransferCounters &counters);
 
 // The hash marks a progress bar's percent of the file stands for, beyond those already
 // counted: one for every two percent.
 int hashMarksDue(const TransferCounters &counters, int percent);
 
-// Time left at the pace so far; false when nothing was written yet.
-bool remainingTime(qint64 elapsedMs, qint32 written, qint32 total, QString *minutes, QString *seconds);
+// Seconds left at the pace so far, in the amounts shown; -1 when nothing was written yet.
+int remainingSeconds(qint64 elapsedMs, qint32 written, qint32 total);

@@ -1,5 +1,7 @@
 #include "usbwritethread.h"
 
+#include "flashtexts.h"
+
 #include "app/logstream.h"
 #include "app/settings.h"
 #include "firmware/firmwarenames.h"
@@ -17,12 +19,7 @@ USBWriteThread::USBWriteThread(Settings *settings, const QStringList &firmwareFi
                                bool skipGpg, QObject *parent)
     : QThread(parent), firmwareFiles(firmwareFiles), destination(destination), skipGpg(skipGpg),
       gpgAvailable(settings->isGpgAvailable()),
-      preparation("USBWriteThread", settings,
-                  {[this](const QString &text) { emit updateStatus(text); },
-                   [this](ErrorTexts::errorLevel level, const QString &text) {
-                       emit msgboxErrorSignal(level, text);
-                   }},
-                  finishedByUser)
+      preparation(settings, finishedByUser)
 {
     qRegisterMetaType<ErrorTexts::errorLevel>("ErrorTexts::errorLevel");
     qDebug() << "****Start Writing USB**********************************************************************\n";
@@ -50,14 +47,30 @@ void USBWriteThread::run()
 {
     emit sigenableAbort();
     QProcess gpg;
-    if (!preparation.hash(firmwareFiles) ||
-        !(gpgAvailable && !skipGpg ? preparation.decrypt(firmwareFiles, gpg, gpgRunning)
-                                   : preparation.copy(firmwareFiles)) ||
-        !unpack() || !writeSysFiles()) {
+    emit updateStatus(FlashTexts::stage(FlashStage::Hashing));
+    bool ok = preparation.hash(firmwareFiles);
+    if (ok) {
+        emit updateStatus(FlashTexts::stage(FlashStage::Extracting));
+        ok = gpgAvailable && !skipGpg ? preparation.decrypt(firmwareFiles, gpg, gpgRunning)
+                                      : preparation.copy(firmwareFiles);
+    }
+    if (!ok || !unpack() || !writeSysFiles()) {
+        tellFailure(preparation.error());
         failureEnding();
         return;
     }
     successEnding();
+}
+
+void USBWriteThread::tellFailure(const FlashError &error)
+{
+    if (!error.isSet())
+        return;
+    // An archive that does not unpack is this worker's own failure to write.
+    const bool unpacking = error.code == FlashError::Code::ExtractionFailed;
+    const QString box = unpacking ? tr("Error in writing firmware files to USB") : FlashTexts::errorBox(error);
+    emit updateStatus(unpacking ? box : FlashTexts::error(error));
+    emit msgboxErrorSignal(ErrorTexts::Error, box);
 }
 
 bool USBWriteThread::unpack()
@@ -65,7 +78,7 @@ bool USBWriteThread::unpack()
     emit updateStatus(tr("Writing firmware files"));
     const int step = firmwareFiles.isEmpty() ? 0 : int(100 / firmwareFiles.size());
     int percent = 0;
-    if (!preparation.unpack(firmwareFiles, tr("Error in writing firmware files to USB"), [&] {
+    if (!preparation.unpack(firmwareFiles, [&] {
             percent += step;
             emit updateWriteUSBProgress(percent);
             QThread::sleep(1);

@@ -46,6 +46,7 @@ private:
     bool copyToStick(const QString &staging);
     bool copyVerified(const QString &source, const QString &target);
     bool moveIntoPlace(const QString &staging, QStringList &moved);
+    void tellFailure(const FlashError &error);
     void successEnding();
     void failureEnding();
 

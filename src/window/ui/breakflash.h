@@ -1,32 +1,26 @@
 #pragma once
 
 #include <QDialog>
-#include <QTimer>
 
 namespace Ui {
 class BreakFlash;
 }
-class Settings;
-class Version;
 
 // Stands between the two stages of a boot loader run: tells the user to restart the
-// device in flash mode, keeps asking the device whether it is back, and lets the run
-// go on only while it is. exec() gives 1 to go on, 0 to give up.
+// device in flash mode and shows whether the flash job sees it back; it lets the run go
+// on only while it does. exec() gives 1 to go on, 0 to give up.
 class BreakFlash : public QDialog
 {
     Q_OBJECT
 public:
-    BreakFlash(Settings *settings, QWidget *parent);
+    explicit BreakFlash(QWidget *parent);
     ~BreakFlash() override;
 
 public slots:
-    void timeout();
+    void deviceSeen(bool present);
     void clickedOK();
     void clickedCancel();
 
 private:
     Ui::BreakFlash *ui;
-    Settings *settings;
-    Version *version;
-    QTimer timer;
 };

@@ -7,7 +7,8 @@
 #include "app/logstream.h"
 #include "app/settings.h"
 #include "firmware/version.h"
-#include "flash/dfuthread.h"
+#include "flash/flashjob.h"
+#include "flash/retireworker.h"
 #include "flash/usbdetector.h"
 #include "flash/usbwritethread.h"
 #include "flash/xmodemthread.h"
@@ -85,24 +86,14 @@ Dialog::~Dialog()
 
 void Dialog::stopWorkers()
 {
-    // Workers are never terminated: told to stop, they kill their children and
-    // return from run(). Waiting for that here means no tool outlives the program.
-    disposeDfuThread();
+    // Nothing is terminated: told to stop, a job and the workers kill their children
+    // and end. Waiting for that here means no tool outlives the program; a flash job's
+    // record is completed as it goes.
+    delete std::exchange(flashJob, nullptr);
     disposeXmodemThread();
     disposeUsbDetector();
     disposeUsbWriteThread();
-    for (const QPointer<QThread> &thread : std::as_const(retiring)) {
-        if (thread)
-            thread->wait(5000);
-    }
-}
-
-void Dialog::keepRetiring(QThread *thread)
-{
-    if (!thread)
-        return;
-    retiring.removeAll(nullptr);
-    retiring << thread;
+    RetiredWorkers::waitForAll(5000);
 }
 
 // ---- Tabs and menu ----
@@ -192,8 +183,7 @@ void Dialog::disableTab()
 bool Dialog::jobRunning() const
 {
     const auto runs = [](const QThread *thread) { return thread && thread->isRunning(); };
-    return windowLocked() || wizardOpen || startPending || runs(dfuThread) || runs(usbWriteThread) ||
-           runs(xmodemThread);
+    return windowLocked() || wizardOpen || flashJob || runs(usbWriteThread) || runs(xmodemThread);
 }
 
 void Dialog::jobStarts()
@@ -224,7 +214,7 @@ void Dialog::showMsgBox(ErrorTexts::errorLevel level, const QString &text)
 {
     ErrorTexts::execMessageBox(level, text);
     if (level == ErrorTexts::Error)
-        exitInternalAutomatic(2);
+        exitInternalAutomatic(ExitCode::Failed);
 }
 
 void Dialog::updateStatus(const QString &status)
@@ -366,8 +356,8 @@ void Dialog::closeEvent(QCloseEvent *event)
         event->ignore();
         return;
     }
-    if (flashing && dfuThread)
-        dfuThread->abortByUser();
+    if (flashing && flashJob)
+        flashJob->stop();
     if (flashing && xmodemThread)
         xmodemThread->killXmodem();
     if (downloading)
@@ -430,20 +420,19 @@ int Dialog::startAutomaticBootLoader(const QString &useFile)
     return wizard.exec();
 }
 
-void Dialog::exitDfuInternalAutomaticOK(int err)
+void Dialog::exitDfuInternalAutomaticOK(ExitCode code)
 {
-    if (options.automatic && err == 0)
-        exitInternalAutomatic(0);
+    if (options.automatic && code == ExitCode::Success)
+        exitInternalAutomatic(code);
 }
 
-void Dialog::exitInternalAutomatic(int err)
+void Dialog::exitInternalAutomatic(ExitCode code)
 {
     if (!options.automatic)
         return;
     // Workers first, so the verdict is the log's last line for the calling script; the
     // record of the flash is completed before the process ends.
     stopWorkers();
-    recording.end(err, false);
-    qDebug() << quoted(QStringLiteral("%1 exit %2").arg(QStringLiteral("Morvanta")).arg(err));
-    std::exit(err);
+    qDebug() << quoted(QStringLiteral("%1 exit %2").arg(QStringLiteral("Morvanta")).arg(toInt(code)));
+    std::exit(toInt(code));
 }

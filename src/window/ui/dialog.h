@@ -1,9 +1,12 @@
 #pragma once
 
 #include "app/errortexts.h"
-#include "app/flashrecording.h"
+#include "app/exitcode.h"
 #include "app/searchoptions.h"
 #include "download/filedownloader.h"
+#include "firmware/fileverify.h"
+#include "flash/flasherror.h"
+#include "flash/flashtypes.h"
 #include "windowquestions.h"
 
 #include <QDialog>
@@ -16,7 +19,7 @@
 namespace Ui {
 class Dialog;
 }
-class DFUThread;
+class FlashJob;
 class MyMenu;
 class MySelectionList;
 class SWCheck;
@@ -26,8 +29,8 @@ class XMODEMthread;
 class Settings;
 class Version;
 
-// The program's one window: it owns the settings, the device query and the workers,
-// turns their signals into labels and boxes, and locks its controls while a job runs.
+// The program's one window: it owns the settings, the device query and the jobs, turns
+// their signals into labels and boxes, and locks its controls while a job runs.
 // The frame lives in dialog.cpp, each flow in a dialog_<flow>.cpp of its own.
 class Dialog : public QDialog
 {
@@ -66,7 +69,6 @@ public slots:
     // USB cable flow of the Tessel NINE
     void slotLocalSearchTesselNINE();
     void slotUpdateTesselNINE();
-    void externProcessesFinished();
 
     // USB cable flow of the Brio Mel
     void slotLocalSearchBrioMel();
@@ -94,8 +96,8 @@ public slots:
     void initializedDownload();
     void startedDownload();
 
-    void exitDfuInternalAutomaticOK(int err);
-    void exitInternalAutomatic(int err);
+    void exitDfuInternalAutomaticOK(ExitCode code);
+    void exitInternalAutomatic(ExitCode code);
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
@@ -109,6 +111,9 @@ private slots:
     void checkHttpChanged();
 
 private:
+    // Where a firmware to check came from: the cable tab's search, a download, the USB stick tab.
+    enum class FirmwareOrigin { CableSearch, Download, UsbDrive };
+
     void setUpTabs();
     void setUpMenu();
     // A job holds the extract folder or the device: from the click that starts it (or
@@ -125,8 +130,8 @@ private:
     void showAbortedStatus();
     void restoreSearchButtonText();
 
-    void checkFirmware(int origin, int device);
-    void checkDevice(int origin, int device);
+    void checkFirmware(FirmwareOrigin origin, Fileverify::Device device);
+    void checkDevice(FirmwareOrigin origin);
     void rejectFirmware();
     bool recheckDevice();
     // Reads the selected firmware's and the device's versions and shows them; false: no device.
@@ -134,17 +139,16 @@ private:
     void showDeviceVersion(const QString &selected, bool selectedHasV, const QString &current, bool currentHasV);
     void startFlash();
     void startOrAbortFlash();
-    void startDfuWorker();
-    void disposeDfuThread();
+    void startFlashJob();
+    void flashError(const FlashError &error);
+    void flashEnded(FlashOutcome outcome);
     void finishAborted();
-    void flashNotCompleted();
     void disposeUsbWriteThread();
     void slotDownload(bool expert);
     void startDownload(const QString &userIdentifier);
     void disposeDownloader(bool abort);
     void resetDownloadControls();
     void stopWorkers();
-    void keepRetiring(QThread *thread);
     void disposeXmodemThread();
     void disposeUsbDetector();
 
@@ -156,23 +160,18 @@ private:
     SWCheck *swCheck = nullptr;
     MyMenu *menu = nullptr;
     Version *version = nullptr;
-    DFUThread *dfuThread = nullptr;
+    FlashJob *flashJob = nullptr; // the cable flash under way
     XMODEMthread *xmodemThread = nullptr;
     USBDetector *usbDetector = nullptr;
     FileDownloader *downloader = nullptr;
     USBWriteThread *usbWriteThread = nullptr;
     MySelectionList *driveList = nullptr;
     std::function<QStringList()> removableDrives;
-    QPointer<DFUThread> retiredDfuThread; // told to stop, may still be leaving the extract folder
-    QList<QPointer<QThread>> retiring;     // every worker told to stop, until it has ended
-    bool startPending = false; // a start waits for a retired worker to leave the extract folder
     bool wizardOpen = false;
     QString deviceVersion;
     QStringList firmwareFiles;
     int versionCompare = 0;
     bool deviceInUpdateMode = false; // no version to compare: the device waits in DFU mode
-    FlashRecording recording;  // the running cable flash's record
-    bool flashAborted = false; // by the user
     bool flashing = false;
     bool downloading = false;
     bool usbWriting = false;

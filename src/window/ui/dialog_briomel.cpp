@@ -31,10 +31,10 @@ void Dialog::slotLocalSearchBrioMel()
         ui->lupdateButton_tessel_briomel->setEnabled(false);
     }
     Fileverify verify(chosen);
-    const int result = verify.verify(Fileverify::BrioMel);
+    const Fileverify::Result result = verify.verify(Fileverify::Device::BrioMel);
     ui->localStatus_tessel_briomel->setText(Fileverify::resultText(result));
     ui->lsearchEdit_tessel_briomel->setText(chosen);
-    if (result == Fileverify::FilesFound)
+    if (result == Fileverify::Result::FilesFound)
         firmwareFiles = verify.getFlashFiles();
     else
         rejectFirmware();
@@ -60,7 +60,7 @@ void Dialog::setBrioMelDetected(bool detected)
 void Dialog::disposeUsbDetector()
 {
     // A detector that hangs is stopped; it is never destroyed while it runs.
-    keepRetiring(retireWorker(usbDetector, this, &USBDetector::stop));
+    retireWorker(usbDetector, this, &USBDetector::stop);
 }
 
 void Dialog::slotUpdateBrioMel()
@@ -95,7 +95,7 @@ void Dialog::slotUpdateBrioMel()
 
 void Dialog::disposeXmodemThread()
 {
-    keepRetiring(retireWorker(xmodemThread, this, &XMODEMthread::killXmodem));
+    retireWorker(xmodemThread, this, &XMODEMthread::killXmodem);
 }
 
 void Dialog::abortXmodem()

@@ -3,13 +3,17 @@
 #include "ui_dialog.h"
 
 #include "dialogquestions.h"
-#include "flash/retireworker.h"
 
+#include "app/logstream.h"
 #include "app/settings.h"
+#include "app/windowhistory.h"
 #include "firmware/fileverify.h"
 #include "firmware/firmwarechoice.h"
 #include "firmware/version.h"
-#include "flash/dfuthread.h"
+#include "flash/flashjob.h"
+#include "flash/flashtexts.h"
+
+#include <QtDebug>
 
 void Dialog::slotLocalSearchTesselNINE()
 {
@@ -19,16 +23,17 @@ void Dialog::slotLocalSearchTesselNINE()
                         usedZipSearch))
         showMsgBox(ErrorTexts::Error, tr("No firmware file in directory"));
     usedZipSearch = ui->actionUseZipSearch->isChecked();
-    checkFirmware(0, 0);
+    checkFirmware(FirmwareOrigin::CableSearch, Fileverify::Device::TesselNINE);
 }
 
-void Dialog::checkFirmware(int origin, int device)
+void Dialog::checkFirmware(FirmwareOrigin origin, Fileverify::Device device)
 {
-    const QString path = device == 1 ? settings->getSearchPathBrioMel() : settings->getSearchPath();
+    const bool brioMel = device == Fileverify::Device::BrioMel;
+    const QString path = brioMel ? settings->getSearchPathBrioMel() : settings->getSearchPath();
     Fileverify verify(path);
-    const int result = verify.verify(device);
+    const Fileverify::Result result = verify.verify(device);
     const QString text = Fileverify::resultText(result);
-    if (device == 1) {
+    if (brioMel) {
         ui->localStatus_tessel_briomel->setText(text);
         ui->lsearchEdit_tessel_briomel->setText(path);
     } else {
@@ -38,12 +43,15 @@ void Dialog::checkFirmware(int origin, int device)
         ui->lsearchEdit_tessel_nine->setText(path);
         ui->exsearchEdit_tessel_nine->setText(path);
     }
-    if (result != Fileverify::FilesFound) {
+    if (result != Fileverify::Result::FilesFound) {
         rejectFirmware();
         return;
     }
     firmwareFiles = verify.getFlashFiles();
-    checkDevice(origin, device);
+    if (brioMel)
+        startUsbDetection();
+    else
+        checkDevice(origin);
 }
 
 void Dialog::rejectFirmware()
@@ -52,16 +60,11 @@ void Dialog::rejectFirmware()
     ui->usbDriveStartButton_tessel_nine->setEnabled(false);
     deviceMissing = false;
     restoreSearchButtonText();
-    exitInternalAutomatic(2);
+    exitInternalAutomatic(ExitCode::Failed);
 }
 
-void Dialog::checkDevice(int origin, int device)
+void Dialog::checkDevice(FirmwareOrigin origin)
 {
-    if (device == 1) {
-        startUsbDetection();
-        return;
-    }
-
     if (!dfuMissing) {
         if (askDevice()) {
             ui->lupdateButton_tessel_nine->setEnabled(true);
@@ -77,18 +80,17 @@ void Dialog::checkDevice(int origin, int device)
         ui->statusLabel->setText(ErrorTexts::deviceNotConnected());
     ui->lsearchButton_tessel_nine->setText(tr("Connect"));
     deviceMissing = true;
-    if (origin == 0) {
+    if (origin == FirmwareOrigin::CableSearch) {
         ui->lupdateButton_tessel_nine->setEnabled(false);
         showMsgBox(ErrorTexts::Error, ErrorTexts::deviceNotConnected(version->isAccessDenied()));
     }
-    exitInternalAutomatic(2);
+    exitInternalAutomatic(ExitCode::Failed);
 }
 
 bool Dialog::askDevice()
 {
-    QString file = firmwareFiles.value(0);
     bool selectedHasV = false;
-    const QString selected = Version::fileVersion(file, Settings::getTesselNINEName(), &selectedHasV);
+    const QString selected = FlashJob::versionOf(firmwareFiles, FlashMode::Firmware, &selectedHasV);
     bool found = false;
     bool currentHasV = false;
     deviceVersion = version->getDeviceVersion(&found, &currentHasV);
@@ -122,17 +124,14 @@ void Dialog::slotUpdateTesselNINE()
 
 void Dialog::startOrAbortFlash()
 {
-    if (dfuThread && dfuThread->isRunning()) {
-        flashAborted = true;
-        dfuThread->abortByUser();
-    }
+    if (flashJob)
+        flashJob->stop();
     else if (!jobRunning())
         startFlash();
 }
 
 void Dialog::startFlash()
 {
-    disposeDfuThread();
     ui->progressBar->show();
     if (!recheckDevice())
         return;
@@ -140,7 +139,7 @@ void Dialog::startFlash()
                              : DialogQuestions::questionFlash(options.automatic, versionCompare)))
         return;
     setDefaultNetSearchText();
-    startDfuWorker();
+    startFlashJob();
 }
 
 bool Dialog::recheckDevice()
@@ -159,56 +158,85 @@ bool Dialog::recheckDevice()
     return false;
 }
 
-void Dialog::startDfuWorker()
+void Dialog::startFlashJob()
 {
     resetStatus();
-    if (deferUntilGone(retiredDfuThread, this, startPending, [this] { startDfuWorker(); }))
-        return;
     jobStarts();
     settings->createExtractFolder();
     ui->progressBar->setMaximum(100);
-    disposeDfuThread();
-    dfuThread = new DFUThread(settings, 0, firmwareFiles, bootLoaderRev, usedZipSearch, false, nullptr);
-    connect(dfuThread, &DFUThread::updateProgress, this, &Dialog::setTotalProgress);
-    connect(dfuThread, &DFUThread::updateDFUProgress, this, &Dialog::setDFUProgress);
-    connect(dfuThread, &DFUThread::updateStatus, this, &Dialog::updateStatus);
-    connect(dfuThread, &DFUThread::updateWrittenStatus, this, &Dialog::updateWrittenStatus);
-    connect(dfuThread, &DFUThread::msgboxErrorSignal, this, &Dialog::showMsgBox);
-    connect(dfuThread, &DFUThread::errorOutputSignal, this, &Dialog::errorOutputSlot);
-    connect(dfuThread, &DFUThread::exitCode, this, &Dialog::exitDfuInternalAutomaticOK);
-    connect(dfuThread, &DFUThread::sigenableAbort, this, &Dialog::lenableAbort);
-    connect(dfuThread, &DFUThread::sigdisableAbort, this, &Dialog::ldisableAbort);
-    connect(dfuThread, &DFUThread::externalProcessesFinished, this, &Dialog::externProcessesFinished);
-    flashAborted = false;
-    recording.begin(dfuThread, *version, deviceVersion, firmwareFiles.value(0),
-                    settings->isGpgAvailable() && !usedZipSearch, deviceInUpdateMode);
-    connect(dfuThread, &DFUThread::exitCode, this, [this](int code) { recording.end(code, flashAborted); });
-    dfuThread->start(QThread::InheritPriority);
+    FlashJob::Options flash;
+    flash.files = firmwareFiles;
+    flash.plainZips = usedZipSearch || !settings->isGpgAvailable();
+    flash.bootLoaderRev = bootLoaderRev;
+    flash.seen = version->listedDevices(); // the device the question was about
+    flash.portLocking = FlashJob::PortLocking::None; // the window's runs take no port lock yet
+    flash.history = windowHistory();
+    flash.program = QStringLiteral("window");
+    flashJob = new FlashJob(settings, flash, this);
+    // Queued, as a worker's signals are: a box opened for one lets the next one in.
+    constexpr auto queued = Qt::QueuedConnection;
+    connect(flashJob, &FlashJob::started, this, &Dialog::lenableAbort, queued);
+    connect(flashJob, &FlashJob::stageChanged, this, [this](FlashStage stage) {
+        if (const QString text = FlashTexts::stage(stage); !text.isEmpty())
+            updateStatus(text);
+    }, queued);
+    connect(flashJob, &FlashJob::fileStarted, this, [this](const QString &stage, const QString &, int n, int of) {
+        updateStatus(FlashTexts::transfer(stage, n, of));
+    }, queued);
+    connect(flashJob, &FlashJob::progressed, this, [this](const FlashProgress &progress) {
+        setTotalProgress(progress.percent);
+        updateWrittenStatus(progress.shownWritten(), progress.shownTotal(), progress.inBytes());
+    }, queued);
+    // Several devices: the user leaves the one to flash, as the welcome box asks.
+    connect(flashJob, &FlashJob::deviceChoiceRequested, flashJob, [job = flashJob] { job->chooseDevice(QString()); });
+    connect(flashJob, &FlashJob::errorOccurred, this, &Dialog::flashError, queued);
+    connect(flashJob, &FlashJob::finished, this, &Dialog::flashEnded, queued);
+    flashJob->start();
 }
 
-void Dialog::disposeDfuThread()
+void Dialog::flashError(const FlashError &error)
 {
-    if (DFUThread *stillRunning = retireWorker(dfuThread, this, &DFUThread::abortByUser)) {
-        retiredDfuThread = stillRunning;
-        keepRetiring(stillRunning);
+    // A history that cannot be written is a line in the log, never a box.
+    if (error.code == FlashError::Code::NotRecorded) {
+        qWarning() << quoted(FlashTexts::error(error));
+        return;
     }
+    if (error.isPackageError()) {
+        updateStatus(FlashTexts::error(error));
+        showMsgBox(ErrorTexts::Error, FlashTexts::errorBox(error));
+        return;
+    }
+    errorOutputSlot(FlashTexts::error(error));
 }
 
-void Dialog::externProcessesFinished()
+void Dialog::flashEnded(FlashOutcome outcome)
 {
-    Version::listDevices(settings);
-    if (flashing)
-        flashNotCompleted();
-    else
-        startFlash();
-}
-
-void Dialog::flashNotCompleted()
-{
-    disposeDfuThread();
-    showMsgBox(ErrorTexts::Error, ErrorTexts::flashingNotCompleted());
-    finishAborted();
-    ui->lupdateButton_tessel_nine->setEnabled(true);
+    FlashJob *job = std::exchange(flashJob, nullptr);
+    if (!job)
+        return;
+    job->deleteLater();
+    switch (outcome) {
+    case FlashOutcome::Flashed:
+    case FlashOutcome::Recovered:
+    case FlashOutcome::Current:
+        ldisableAbort();
+        setTotalProgress(100);
+        // An unattended run ends while the box is still open.
+        QMetaObject::invokeMethod(this, [this] { exitDfuInternalAutomaticOK(ExitCode::Success); }, Qt::QueuedConnection);
+        showMsgBox(ErrorTexts::Info, FlashTexts::completedBox());
+        break;
+    case FlashOutcome::Failed:
+        ldisableAbort();
+        if (!job->error().isPackageError())
+            showAbortedStatus();
+        break;
+    case FlashOutcome::Stopped:
+        Version::listDevices(settings);
+        showMsgBox(ErrorTexts::Error, ErrorTexts::flashingNotCompleted());
+        finishAborted();
+        ui->lupdateButton_tessel_nine->setEnabled(true);
+        break;
+    }
 }
 
 void Dialog::finishAborted()
@@ -217,5 +245,5 @@ void Dialog::finishAborted()
     showAbortedStatus();
     settings->createExtractFolder();
     ldisableAbort();
-    exitInternalAutomatic(1);
+    exitInternalAutomatic(ExitCode::Stopped);
 }

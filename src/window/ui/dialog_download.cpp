@@ -83,7 +83,7 @@ void Dialog::finishedDownload(const QStringList &fwfiles, const QString &, FileD
     showMsgBox(ErrorTexts::Info, tr("Download completed!"));
     resetDownloadControls();
     const bool brioMel = option == FileDownloader::BrioMelLatest || option == FileDownloader::BrioMelUnstable;
-    checkFirmware(1, brioMel ? 1 : 0);
+    checkFirmware(FirmwareOrigin::Download, brioMel ? Fileverify::Device::BrioMel : Fileverify::Device::TesselNINE);
 }
 
 void Dialog::disposeDownloader(bool abort)

@@ -10,7 +10,6 @@
 #include "download/myselectionlist.h"
 #include "firmware/fileverify.h"
 #include "firmware/firmwarechoice.h"
-#include "flash/dfuthread.h"
 #include "flash/usbwritethread.h"
 #include "platform/platform.h"
 
@@ -32,7 +31,7 @@ void Dialog::slotUSBExtractSearchTesselNINE()
     ui->usbDriveStartButton_tessel_nine->setEnabled(false);
     chooseFirmwareFile(this, tr("Open file"), settings, options, ui->actionUseZipSearch->isChecked());
     usedZipSearch = ui->actionUseZipSearch->isChecked();
-    checkFirmware(2, 0);
+    checkFirmware(FirmwareOrigin::UsbDrive, Fileverify::Device::TesselNINE);
 }
 
 void Dialog::slotUSBWriteTesselNINE()
@@ -48,9 +47,6 @@ void Dialog::slotUSBWriteTesselNINE()
         return;
     }
     if (jobRunning())
-        return;
-    // An aborted flash may still be leaving the extract folder that is emptied here.
-    if (deferUntilGone(retiredDfuThread, this, startPending, [this] { slotUSBWriteTesselNINE(); }))
         return;
     disposeUsbWriteThread();
     resetStatus();
@@ -106,13 +102,14 @@ void Dialog::ExtractToDestination(const QString &outdir)
     connect(usbWriteThread, &USBWriteThread::sigenableAbort, this, &Dialog::extractEnableAbort);
     connect(usbWriteThread, &USBWriteThread::sigdisableAbort, this, &Dialog::extractDisableAbort);
     connect(usbWriteThread, &USBWriteThread::updateWriteUSBProgress, this, &Dialog::setDFUProgress);
-    connect(usbWriteThread, &USBWriteThread::exitCode, this, &Dialog::exitDfuInternalAutomaticOK);
+    connect(usbWriteThread, &USBWriteThread::exitCode, this,
+            [this](int code) { exitDfuInternalAutomaticOK(code == 0 ? ExitCode::Success : ExitCode::Failed); });
     usbWriteThread->start(QThread::InheritPriority);
 }
 
 void Dialog::disposeUsbWriteThread()
 {
-    keepRetiring(retireWorker(usbWriteThread, this, &USBWriteThread::stop));
+    retireWorker(usbWriteThread, this, &USBWriteThread::stop);
 }
 
 void Dialog::extractEnableAbort()

@@ -3,13 +3,14 @@
 
 #include "ui/breakflash.h"
 #include "ui/dialogquestions.h"
-#include "flash/retireworker.h"
 
 #include "app/logstream.h"
 #include "app/settings.h"
+#include "app/windowhistory.h"
 #include "firmware/fileverify.h"
 #include "firmware/version.h"
-#include "flash/dfuthread.h"
+#include "flash/flashjob.h"
+#include "flash/flashtexts.h"
 
 #include <QAbstractButton>
 #include <QCoreApplication>
@@ -34,10 +35,8 @@ WizardPageBootLoaderSelect::WizardPageBootLoaderSelect(Settings *settings, bool 
 
 WizardPageBootLoaderSelect::~WizardPageBootLoaderSelect()
 {
-    // No tool outlives the wizard: the worker is told to stop and waited for.
-    disposeWorker();
-    if (retiring)
-        retiring->wait(5000);
+    // No tool outlives the wizard: a job under way stops, and waits for its tools.
+    delete job;
     delete ui;
 }
 
@@ -150,8 +149,8 @@ void WizardPageBootLoaderSelect::checkFiles()
     flashFiles << bootLoader;
     if (!automatic) {
         Fileverify verify(ui->line_firmwarefile->text());
-        const int result = verify.verify(Fileverify::TesselNINE);
-        if (result != Fileverify::FilesFound) {
+        const Fileverify::Result result = verify.verify(Fileverify::Device::TesselNINE);
+        if (result != Fileverify::Result::FilesFound) {
             refuse(Fileverify::resultText(result));
             return;
         }
@@ -198,77 +197,123 @@ void WizardPageBootLoaderSelect::Update()
 
 void WizardPageBootLoaderSelect::toggleFlash()
 {
-    if (worker && worker->isRunning()) {
-        userAborted = true;
-        worker->abortByUser();
+    if (job) {
+        job->stop();
         return;
     }
     if (flashing)
         return;
     if (inUpdateMode && !DialogQuestions::questionRecoverDevice(automatic))
         return;
-    disposeWorker();
     startFlashing();
-}
-
-void WizardPageBootLoaderSelect::disposeWorker()
-{
-    if (DFUThread *stillRunning = retireWorker(worker, this, &DFUThread::abortByUser))
-        retiring = stillRunning;
 }
 
 void WizardPageBootLoaderSelect::startFlashing()
 {
-    if (deferUntilGone(retiring, this, startPending, [this] { startFlashing(); }))
-        return;
     resetDisplay();
     settings->createExtractFolder();
     ui->dfuProgress->setMaximum(100);
-    disposeWorker();
+    FlashJob::Options flash;
     // Revision 0: the small transfer size for both stages of a boot loader run.
-    worker = new DFUThread(settings, 1, flashFiles, 0, useZipSearch, automatic, nullptr);
-    // Recorded first: an automatic run ends the program in the next slot of the exit code.
-    userAborted = false;
-    recording.begin(worker, *version, QString(), flashFiles.value(0), settings->isGpgAvailable() && !useZipSearch,
-                    inUpdateMode);
-    connect(worker, &DFUThread::exitCode, this, [this](int code) { recording.end(code, userAborted); });
-    connect(worker, &DFUThread::sigenableAbort, this, &WizardPageBootLoaderSelect::enableAbort);
-    connect(worker, &DFUThread::sigdisableAbort, this, &WizardPageBootLoaderSelect::disableAbort);
-    connect(worker, &DFUThread::externalProcessesFinished, this, &WizardPageBootLoaderSelect::externProcessesFinished);
-    connect(worker, &DFUThread::updateProgress, this, &WizardPageBootLoaderSelect::setTotalProgress);
-    connect(worker, &DFUThread::updateDFUProgress, this, &WizardPageBootLoaderSelect::setDFUProgress);
-    connect(worker, &DFUThread::updateStatus, this, &WizardPageBootLoaderSelect::updateStatus);
-    connect(worker, &DFUThread::updateFileLabel, this, &WizardPageBootLoaderSelect::updateFileLabel);
-    connect(worker, &DFUThread::updateWrittenStatus, this, &WizardPageBootLoaderSelect::updateWrittenStatus);
-    connect(worker, &DFUThread::timeRemaining, this, &WizardPageBootLoaderSelect::updateTimeRemaining);
-    connect(worker, &DFUThread::resetWrittenStatus, this, &WizardPageBootLoaderSelect::resetWrittenStatus);
-    connect(worker, &DFUThread::msgboxErrorSignal, this, &WizardPageBootLoaderSelect::showMsgBox);
-    connect(worker, &DFUThread::errorOutputSignal, this, &WizardPageBootLoaderSelect::errorOutputSlot);
-    connect(worker, &DFUThread::exitCode, this, &WizardPageBootLoaderSelect::exitSlot);
-    connect(worker, &DFUThread::breakFlashing, this, &WizardPageBootLoaderSelect::breakFlashingAfterBootloader);
-    connect(this, &WizardPageBootLoaderSelect::continueFlashingAfterBootLoader, worker, &DFUThread::continueFlashing);
-    connect(this, &WizardPageBootLoaderSelect::abortFlashingAfterBootLoader, worker, &DFUThread::abortFlashing);
-    worker->start(QThread::InheritPriority);
+    flash.mode = automatic ? FlashMode::BootLoaderOnly : FlashMode::BootLoaderFirst;
+    flash.files = flashFiles;
+    flash.plainZips = useZipSearch || !settings->isGpgAvailable();
+    flash.seen = version->listedDevices(); // the device checkFiles() found
+    flash.portLocking = FlashJob::PortLocking::None; // the window's runs take no port lock yet
+    flash.history = windowHistory();
+    flash.program = QStringLiteral("window");
+    job = new FlashJob(settings, flash, this);
+    // Queued, as a worker's signals are: a box opened for one lets the next one in.
+    constexpr auto queued = Qt::QueuedConnection;
+    connect(job, &FlashJob::started, this, &WizardPageBootLoaderSelect::enableAbort, queued);
+    connect(job, &FlashJob::stageChanged, this, [this](FlashStage stage) {
+        if (const QString text = FlashTexts::stage(stage); !text.isEmpty())
+            updateStatus(text);
+    }, queued);
+    connect(job, &FlashJob::fileStarted, this, [this](const QString &stage, const QString &file, int n, int of) {
+        updateStatus(FlashTexts::transfer(stage, n, of));
+        updateFileLabel(file);
+    }, queued);
+    connect(job, &FlashJob::progressed, this, [this](const FlashProgress &progress) {
+        setTotalProgress(progress.percent);
+        updateWrittenStatus(progress.shownWritten(), progress.shownTotal(), progress.inBytes());
+        updateTimeRemaining(progress.secondsLeft);
+    }, queued);
+    connect(job, &FlashJob::deviceChoiceRequested, job, [flashing = job.data()] { flashing->chooseDevice(QString()); });
+    connect(job, &FlashJob::restartRequested, this, &WizardPageBootLoaderSelect::breakFlashingAfterBootloader, queued);
+    connect(job, &FlashJob::errorOccurred, this, &WizardPageBootLoaderSelect::flashError, queued);
+    connect(job, &FlashJob::finished, this, &WizardPageBootLoaderSelect::flashEnded, queued);
+    job->start();
 }
 
 void WizardPageBootLoaderSelect::breakFlashingAfterBootloader()
 {
-    if (automatic) {
-        qDebug() << "Automatic Bootloader update completed";
-        emit continueFlashingAfterBootLoader();
+    if (!job)
+        return;
+    BreakFlash restart(nullptr);
+    connect(job, &FlashJob::restartLooked, &restart, &BreakFlash::deviceSeen);
+    const bool goOn = restart.exec() != 0;
+    if (!job)
+        return;
+    if (goOn) {
+        job->resume();
         return;
     }
-    BreakFlash restart(settings, nullptr);
-    if (restart.exec() != 0) {
-        emit continueFlashingAfterBootLoader();
-        return;
-    }
-    emit abortFlashingAfterBootLoader();
     ui->statusLabel->setText(ErrorTexts::processWillBeAborted());
     ui->buttonUpdate->setEnabled(false);
-    // The worker waits at the break; its abort ends in externProcessesFinished.
-    if (worker)
-        worker->abortByUser();
+    job->stop();
+}
+
+void WizardPageBootLoaderSelect::flashError(const FlashError &error)
+{
+    // A history that cannot be written is a line in the log, never a box.
+    if (error.code == FlashError::Code::NotRecorded) {
+        qWarning() << quoted(FlashTexts::error(error));
+        return;
+    }
+    if (error.isPackageError()) {
+        updateStatus(FlashTexts::error(error));
+        showMsgBox(ErrorTexts::Error, FlashTexts::errorBox(error));
+        return;
+    }
+    errorOutputSlot(FlashTexts::error(error));
+}
+
+void WizardPageBootLoaderSelect::flashEnded(FlashOutcome outcome)
+{
+    if (!job)
+        return;
+    const FlashError error = job->error();
+    job->deleteLater();
+    job = nullptr;
+    disableAbort();
+    switch (outcome) {
+    case FlashOutcome::Flashed:
+    case FlashOutcome::Recovered:
+    case FlashOutcome::Current:
+        if (automatic)
+            qDebug() << "Automatic Bootloader update completed";
+        setTotalProgress(100);
+        setDFUProgress(100);
+        resetWrittenStatus();
+        // An unattended wizard ends while the box is still open.
+        QMetaObject::invokeMethod(this, [this] { exitSlot(ExitCode::Success); }, Qt::QueuedConnection);
+        showMsgBox(ErrorTexts::Info, FlashTexts::completedBox());
+        break;
+    case FlashOutcome::Failed:
+        if (!error.isPackageError())
+            ui->statusLabel->setText(ErrorTexts::processAborted());
+        exitSlot(ExitCode::Failed);
+        break;
+    case FlashOutcome::Stopped:
+        Version::listDevices(settings);
+        showMsgBox(ErrorTexts::Error, ErrorTexts::flashingNotCompleted());
+        resetDisplay();
+        ui->statusLabel->setText(ErrorTexts::processAborted());
+        settings->createExtractFolder();
+        ui->buttonUpdate->setEnabled(true);
+        break;
+    }
 }
 
 void WizardPageBootLoaderSelect::enableAbort()
@@ -289,42 +334,24 @@ void WizardPageBootLoaderSelect::disableAbort()
     setWizardButtonEnabled(QWizard::BackButton, true);
 }
 
-void WizardPageBootLoaderSelect::exitSlot(int err)
+void WizardPageBootLoaderSelect::exitSlot(ExitCode code)
 {
     if (automatic) {
         // The wizard's result is the program's exit code; the exit also closes a box
         // that may stand open, so the run ends by itself.
-        wizard()->setResult(err);
+        wizard()->setResult(toInt(code));
         QCoreApplication::exit(0);
         return;
     }
-    if (err == 0)
+    if (code == ExitCode::Success)
         setWizardButtonEnabled(QWizard::FinishButton, true);
-}
-
-void WizardPageBootLoaderSelect::externProcessesFinished()
-{
-    Version::listDevices(settings);
-    if (!flashing) {
-        // The worker had not yet said it could be aborted: its run is cleared away for a new one.
-        disposeWorker();
-        startFlashing();
-        return;
-    }
-    disposeWorker();
-    showMsgBox(ErrorTexts::Error, ErrorTexts::flashingNotCompleted());
-    resetDisplay();
-    ui->statusLabel->setText(ErrorTexts::processAborted());
-    settings->createExtractFolder();
-    disableAbort();
-    ui->buttonUpdate->setEnabled(true);
 }
 
 void WizardPageBootLoaderSelect::showMsgBox(ErrorTexts::errorLevel level, const QString &text)
 {
     ErrorTexts::execMessageBox(level, text);
     if (automatic && level == ErrorTexts::Error)
-        exitSlot(2);
+        exitSlot(ExitCode::Failed);
 }
 
 void WizardPageBootLoaderSelect::errorOutputSlot(const QString &errorSpec)
@@ -359,9 +386,11 @@ void WizardPageBootLoaderSelect::updateWrittenStatus(long written, long total, b
                                QLatin1Char('/') + QString::number(total));
 }
 
-void WizardPageBootLoaderSelect::updateTimeRemaining(const QString &min, const QString &sec)
+void WizardPageBootLoaderSelect::updateTimeRemaining(int seconds)
 {
-    ui->remainingLabel->setText(min + QLatin1Char(':') + sec);
+    if (seconds >= 0)
+        ui->remainingLabel->setText(QString::number(seconds / 60) + QLatin1Char(':') +
+                                    QStringLiteral("%1").arg(seconds % 60, 2, 10, QLatin1Char('0')));
 }
 
 void WizardPageBootLoaderSelect::resetWrittenStatus()

@@ -1,7 +1,8 @@
 #pragma once
 
 #include "app/errortexts.h"
-#include "app/flashrecording.h"
+#include "flash/flasherror.h"
+#include "flash/flashtypes.h"
 
 #include <QPointer>
 #include <QStringList>
@@ -10,14 +11,15 @@
 namespace Ui {
 class WizardPageBootLoaderSelect;
 }
-class DFUThread;
+class FlashJob;
 class QLineEdit;
 class Settings;
 class Version;
 
-// Takes a boot loader and a firmware, checks them and the device, and drives one
-// DFUThread through boot loader, device restart and firmware. In an automatic wizard
-// it finds the boot loader itself, starts by itself, and ends the wizard with a result.
+// Takes a boot loader and a firmware, checks them and the device, and shows one flash
+// job through boot loader, device restart and firmware. In an automatic wizard it
+// finds the boot loader itself, starts by itself, flashes the boot loader alone and
+// ends the wizard with a result.
 class WizardPageBootLoaderSelect : public QWizardPage
 {
     Q_OBJECT
@@ -29,10 +31,6 @@ public:
     void initializePage() override;
     bool isComplete() const override;
 
-signals:
-    void continueFlashingAfterBootLoader();
-    void abortFlashingAfterBootLoader();
-
 public slots:
     void receivedDownloadedFiles(const QString &bootloaderFile, const QStringList &firmwareFiles);
     void Select();
@@ -40,17 +38,16 @@ public slots:
 
     void enableAbort();
     void disableAbort();
-    void externProcessesFinished();
     void setTotalProgress(int val);
     void setDFUProgress(int val);
     void updateStatus(const QString &status);
     void updateFileLabel(const QString &filename);
     void updateWrittenStatus(long written, long total, bool useByteSize);
-    void updateTimeRemaining(const QString &min, const QString &sec);
+    void updateTimeRemaining(int seconds);
     void resetWrittenStatus();
     void showMsgBox(ErrorTexts::errorLevel level, const QString &text);
     void errorOutputSlot(const QString &errorSpec);
-    void exitSlot(int err);
+    void exitSlot(ExitCode code);
     void breakFlashingAfterBootloader();
 
 private:
@@ -60,7 +57,8 @@ private:
     void findBootLoader();
     void toggleFlash();
     void startFlashing();
-    void disposeWorker();
+    void flashError(const FlashError &error);
+    void flashEnded(FlashOutcome outcome);
     void setWizardButtonEnabled(int which, bool enabled);
 
     Ui::WizardPageBootLoaderSelect *ui;
@@ -68,12 +66,8 @@ private:
     bool flashing = false;
     bool waitingForDevice = false;
     bool inUpdateMode = false; // the device waits in DFU mode
-    FlashRecording recording;
-    bool userAborted = false;
     Version *version;
-    DFUThread *worker = nullptr;
-    QPointer<DFUThread> retiring; // told to stop, may still be leaving the extract folder
-    bool startPending = false;
+    QPointer<FlashJob> job; // the flash under way
     QStringList flashFiles;
     const bool automatic;
     const QString presetBootLoaderFile;

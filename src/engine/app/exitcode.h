@@ -1,0 +1,15 @@
+#pragma once
+
+// What a program run tells its caller: the window's unattended runs and the station.
+enum class ExitCode : int {
+    Success = 0,        // flashed and verified, or nothing to do
+    Stopped = 1,        // stopped by the user or a signal
+    Failed = 2,         // an error the user was told of
+    LanguageChange = 3, // the window starts again in another language (never leaves main)
+    Usage = 64,         // the command line was wrong
+};
+
+constexpr int toInt(ExitCode code)
+{
+    return static_cast<int>(code);
+}

@@ -1,0 +1,133 @@
+#include "flashworker.h"
+
+#include "app/logstream.h"
+#include "app/settings.h"
+#include "firmware/firmwarenames.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QThread>
+#include <QtDebug>
+
+#include <limits>
+
+FlashWorker::FlashWorker(Settings *settings, int bootLoaderRev, std::shared_ptr<DfuTransfer::Flags> flags)
+    : flags(std::move(flags)), dfuPath(settings->getDfuUtilPath()), gpgAvailable(settings->isGpgAvailable()),
+      bootLoaderRev(bootLoaderRev), preparation(settings, this->flags->stop)
+{
+}
+
+FlashWorker::~FlashWorker() = default;
+
+void FlashWorker::pause(int seconds)
+{
+    // Interruptible, so a stop does not wait out the pause.
+    for (int i = 0; i < seconds * 20 && !flags->stop; ++i)
+        QThread::msleep(50);
+}
+
+void FlashWorker::prepare(const QStringList &files, bool plainZips, FlashMode mode, const QString &port)
+{
+    FlashPackage package;
+    if (!unpack(files, plainZips) || !listFiles(mode, package) || !measure(package)) {
+        emit failed(preparation.error());
+        return;
+    }
+    package.signers = preparation.signerFingerprints();
+    dfu = std::make_unique<DfuTransfer>(
+        dfuPath, port, bootLoaderRev, *flags,
+        DfuTransfer::Events{[this](FlashStage stage) { emit stageReached(stage); },
+                            [this](const QString &stage, const QString &file, int number, int total) {
+                                emit fileStarted(stage, file, number, total);
+                            },
+                            [this](const FlashProgress &progress) { emit progressed(progress); }});
+    dfu->begin(package);
+    emit prepared(package);
+}
+
+bool FlashWorker::unpack(QStringList files, bool plainZips)
+{
+    emit stageReached(FlashStage::Hashing);
+    if (!preparation.hash(files))
+        return false;
+    emit stageReached(FlashStage::Extracting);
+    QProcess gpg;
+    if (!(gpgAvailable && !plainZips ? preparation.decrypt(files, gpg, flags->gpgRunning) : preparation.copy(files)))
+        return false;
+    // The old tool's rhythm; the newer one's path has no fixed pause.
+    const bool oldRhythm = knownDfuDialect() != DfuDialect::Newer;
+    return preparation.unpack(files, [this, oldRhythm] {
+        if (oldRhythm)
+            pause(1);
+    });
+}
+
+bool FlashWorker::listFiles(FlashMode mode, FlashPackage &package)
+{
+    emit stageReached(FlashStage::Listing);
+    QStringList stages{FirmwareNames::stageBl, FirmwareNames::stageOs, FirmwareNames::stagePr};
+    if (mode == FlashMode::Firmware)
+        stages.removeFirst();
+    else if (mode == FlashMode::BootLoaderOnly)
+        stages = QStringList{FirmwareNames::stageBl};
+    for (const QString &stage : std::as_const(stages)) {
+        QStringList names;
+        if (!preparation.stageList(stage, names))
+            return false;
+        for (const QString &name : std::as_const(names))
+            package.files << FlashPackage::File{stage, name, preparation.stagePath(stage) + QLatin1Char('/') + name, 0, {}};
+    }
+    return true;
+}
+
+// Sizes for the progress, and what is about to go onto the device for the record: each
+// file's SHA-256 as it lies unpacked.
+bool FlashWorker::measure(FlashPackage &package)
+{
+    emit stageReached(FlashStage::Sizing);
+    qint64 total = 0;
+    for (FlashPackage::File &file : package.files) {
+        const qint64 size = QFileInfo(file.path).size();
+        qDebug() << "Size of file " << quoted(file.path) << ": " << size << "Byte";
+        if (size == 0)
+            return preparation.fail(FlashError::Code::ZeroSizedFile);
+        total += size;
+        // Sizes and progress are 32-bit throughout.
+        if (total > std::numeric_limits<qint32>::max())
+            return preparation.fail(FlashError::Code::PackageTooLarge);
+        file.size = qint32(size);
+    }
+    package.totalSize = qint32(total);
+    qDebug() << "Total file size: " << package.totalSize << "Byte\n";
+    for (FlashPackage::File &file : package.files) {
+        QFile unpacked(file.path);
+        QCryptographicHash sha256(QCryptographicHash::Sha256);
+        if (unpacked.open(QIODevice::ReadOnly) && sha256.addData(&unpacked))
+            file.sha256 = QString::fromLatin1(sha256.result().toHex());
+    }
+    return true;
+}
+
+void FlashWorker::transfer(const QList<FlashPackage::File> &files, bool afterPause)
+{
+    if (afterPause)
+        dfu->restartClock();
+    for (const FlashPackage::File &file : files) {
+        if (!dfu->transfer(file)) {
+            emit failed(dfu->error());
+            return;
+        }
+        if (!dfu->allStarted() && dfu->pausesBetweenFiles())
+            pause(1);
+    }
+    emit transferred();
+}
+
+void FlashWorker::look()
+{
+    bool accessDenied = false;
+    const QList<ListedDevice> devices = listDfuDevices(dfuPath, &accessDenied);
+    emit looked(devices, accessDenied);
+}
