@@ -4,6 +4,7 @@
 
 #include "app/errortexts.h"
 #include "flash/dfuoutputparser.h"
+#include "flash/flashtexts.h"
 #include "flash/transferprogress.h"
 
 #include <QSet>
@@ -41,17 +42,17 @@ bool isKnownError(const QString &text)
     if (!text.startsWith(failed))
         return false;
     for (int status = 0; status < 16; ++status) {
-        if (text.mid(failed.size()) == DfuOutputParser::statusText(status) && !text.endsWith(failed))
+        if (text.mid(failed.size()) == FlashTexts::dfuStatus(status) && !text.endsWith(failed))
             return true;
     }
     return false;
 }
 
-void checkReport(const HashMarkReport &report, const TransferCounters &counters)
+void checkReport(const FlashProgress &report, const TransferCounters &counters)
 {
     // 100 is shown only when the run has ended, never by a mark.
     FUZZ_ASSERT(report.percent >= 0 && report.percent <= 99);
-    FUZZ_ASSERT(report.written >= 0 && report.written <= report.total);
+    FUZZ_ASSERT(report.shownWritten() >= 0 && report.shownWritten() <= report.shownTotal());
     FUZZ_ASSERT(counters.filePercent >= 0 && counters.filePercent <= 100);
     FUZZ_ASSERT(counters.writtenSize <= counters.totalFileSize);
 }
@@ -90,13 +91,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         int marks = 0;
         for (const DfuEvent &event : parsed.events) {
             switch (event.kind) {
-            case DfuEvent::Error:
-                if (!isKnownError(event.text))
-                    std::fprintf(stderr, "error text: [%s]\n", qPrintable(event.text));
-                FUZZ_ASSERT(isKnownError(event.text));
+            case DfuEvent::Error: {
+                const QString text = FlashTexts::error(event.error);
+                if (!isKnownError(text))
+                    std::fprintf(stderr, "error text: [%s]\n", qPrintable(text));
+                FUZZ_ASSERT(event.error.code == FlashError::Code::ToolMark && isKnownError(text));
                 break;
-            case DfuEvent::Status:
-                FUZZ_ASSERT(event.text == QLatin1String("Search for DFU USB device - This might take a few seconds"));
+            }
+            case DfuEvent::Searching:
                 break;
             case DfuEvent::StartingDownload:
                 break;
