@@ -274,12 +274,6 @@ void Dialog::restoreSearchButtonText()
     ui->lsearchButton_tessel_nine->setText(tr("Search..."));
 }
 
-void Dialog::errorOutputSlot(const QString &errorSpec)
-{
-    qWarning() << quoted(errorSpec);
-    showMsgBox(ErrorTexts::Error, ErrorTexts::flashingFailed(errorSpec));
-}
-
 void Dialog::handleSettingError()
 {
     qWarning() << "Installation corrputed! Uninstall and install again!";

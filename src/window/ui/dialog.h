@@ -60,7 +60,6 @@ public slots:
     void setNetSearchText(const QString &text);
     void setDefaultNetSearchText();
     void updateWrittenStatus(long written, long total, bool useByteSize);
-    void errorOutputSlot(const QString &errorSpec);
 
     // Activity slots of the workers
     void lenableAbort();

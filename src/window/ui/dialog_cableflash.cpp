@@ -6,7 +6,7 @@
 
 #include "app/logstream.h"
 #include "app/settings.h"
-#include "app/windowhistory.h"
+#include "app/windowflash.h"
 #include "firmware/fileverify.h"
 #include "firmware/firmwarechoice.h"
 #include "firmware/version.h"
@@ -164,14 +164,9 @@ void Dialog::startFlashJob()
     jobStarts();
     settings->createExtractFolder();
     ui->progressBar->setMaximum(100);
-    FlashJob::Options flash;
-    flash.files = firmwareFiles;
-    flash.plainZips = usedZipSearch || !settings->isGpgAvailable();
+    // The device the question was about.
+    FlashJob::Options flash = windowFlashOptions(*settings, *version, firmwareFiles, usedZipSearch);
     flash.bootLoaderRev = bootLoaderRev;
-    flash.seen = version->listedDevices(); // the device the question was about
-    flash.portLocking = FlashJob::PortLocking::None; // the window's runs take no port lock yet
-    flash.history = windowHistory();
-    flash.program = QStringLiteral("window");
     flashJob = new FlashJob(settings, flash, this);
     // Queued, as a worker's signals are: a box opened for one lets the next one in.
     constexpr auto queued = Qt::QueuedConnection;
@@ -196,17 +191,11 @@ void Dialog::startFlashJob()
 
 void Dialog::flashError(const FlashError &error)
 {
-    // A history that cannot be written is a line in the log, never a box.
-    if (error.code == FlashError::Code::NotRecorded) {
-        qWarning() << quoted(FlashTexts::error(error));
-        return;
-    }
-    if (error.isPackageError()) {
-        updateStatus(FlashTexts::error(error));
-        showMsgBox(ErrorTexts::Error, FlashTexts::errorBox(error));
-        return;
-    }
-    errorOutputSlot(FlashTexts::error(error));
+    const FlashErrorDisplay shown = windowFlashError(error);
+    if (!shown.status.isEmpty())
+        updateStatus(shown.status);
+    if (!shown.box.isEmpty())
+        showMsgBox(ErrorTexts::Error, shown.box);
 }
 
 void Dialog::flashEnded(FlashOutcome outcome)

@@ -6,7 +6,7 @@
 
 #include "app/logstream.h"
 #include "app/settings.h"
-#include "app/windowhistory.h"
+#include "app/windowflash.h"
 #include "firmware/fileverify.h"
 #include "firmware/version.h"
 #include "flash/flashjob.h"
@@ -213,15 +213,9 @@ void WizardPageBootLoaderSelect::startFlashing()
     resetDisplay();
     settings->createExtractFolder();
     ui->dfuProgress->setMaximum(100);
-    FlashJob::Options flash;
-    // Revision 0: the small transfer size for both stages of a boot loader run.
+    // The device checkFiles() found; revision 0, the small transfer size, for both stages.
+    FlashJob::Options flash = windowFlashOptions(*settings, *version, flashFiles, useZipSearch);
     flash.mode = automatic ? FlashMode::BootLoaderOnly : FlashMode::BootLoaderFirst;
-    flash.files = flashFiles;
-    flash.plainZips = useZipSearch || !settings->isGpgAvailable();
-    flash.seen = version->listedDevices(); // the device checkFiles() found
-    flash.portLocking = FlashJob::PortLocking::None; // the window's runs take no port lock yet
-    flash.history = windowHistory();
-    flash.program = QStringLiteral("window");
     job = new FlashJob(settings, flash, this);
     // Queued, as a worker's signals are: a box opened for one lets the next one in.
     constexpr auto queued = Qt::QueuedConnection;
@@ -266,17 +260,11 @@ void WizardPageBootLoaderSelect::breakFlashingAfterBootloader()
 
 void WizardPageBootLoaderSelect::flashError(const FlashError &error)
 {
-    // A history that cannot be written is a line in the log, never a box.
-    if (error.code == FlashError::Code::NotRecorded) {
-        qWarning() << quoted(FlashTexts::error(error));
-        return;
-    }
-    if (error.isPackageError()) {
-        updateStatus(FlashTexts::error(error));
-        showMsgBox(ErrorTexts::Error, FlashTexts::errorBox(error));
-        return;
-    }
-    errorOutputSlot(FlashTexts::error(error));
+    const FlashErrorDisplay shown = windowFlashError(error);
+    if (!shown.status.isEmpty())
+        updateStatus(shown.status);
+    if (!shown.box.isEmpty())
+        showMsgBox(ErrorTexts::Error, shown.box);
 }
 
 void WizardPageBootLoaderSelect::flashEnded(FlashOutcome outcome)
@@ -352,12 +340,6 @@ void WizardPageBootLoaderSelect::showMsgBox(ErrorTexts::errorLevel level, const 
     ErrorTexts::execMessageBox(level, text);
     if (automatic && level == ErrorTexts::Error)
         exitSlot(ExitCode::Failed);
-}
-
-void WizardPageBootLoaderSelect::errorOutputSlot(const QString &errorSpec)
-{
-    qWarning() << quoted(errorSpec);
-    showMsgBox(ErrorTexts::Error, ErrorTexts::flashingFailed(errorSpec));
 }
 
 void WizardPageBootLoaderSelect::setTotalProgress(int val)

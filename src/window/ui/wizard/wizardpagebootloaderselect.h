@@ -46,7 +46,6 @@ public slots:
     void updateTimeRemaining(int seconds);
     void resetWrittenStatus();
     void showMsgBox(ErrorTexts::errorLevel level, const QString &text);
-    void errorOutputSlot(const QString &errorSpec);
     void exitSlot(ExitCode code);
     void breakFlashingAfterBootloader();
 

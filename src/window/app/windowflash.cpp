@@ -1,0 +1,49 @@
+#include "windowflash.h"
+
+#include "app/errortexts.h"
+#include "app/logstream.h"
+#include "app/settings.h"
+#include "firmware/version.h"
+#include "flash/flashtexts.h"
+#include "history/flashhistory.h"
+
+#include <QtDebug>
+
+FlashHistory *windowHistory()
+{
+    // One history for the window's whole run. Never destroyed: an automatic run ends by
+    // exit(), after which Qt's SQL registry is gone; SQLite's file is consistent at every
+    // statement's end.
+    static FlashHistory *const history = [] {
+        auto *opened = new FlashHistory;
+        // The window writes on its GUI thread: it waits for another writer a moment only.
+        if (!opened->open(FlashHistory::defaultPath(), 1000))
+            qWarning() << "No history of flashes:" << quoted(opened->error());
+        return opened;
+    }();
+    return history->isOpen() ? history : nullptr;
+}
+
+FlashJob::Options windowFlashOptions(const Settings &settings, const Version &version, const QStringList &files,
+                                     bool zipSearch)
+{
+    FlashJob::Options options;
+    options.files = files;
+    options.plainZips = zipSearch || !settings.isGpgAvailable();
+    options.seen = version.listedDevices();
+    options.portLocking = FlashJob::PortLocking::None; // the window's runs take no port lock yet
+    options.history = windowHistory();
+    options.program = QStringLiteral("window");
+    return options;
+}
+
+FlashErrorDisplay windowFlashError(const FlashError &error)
+{
+    const QString text = FlashTexts::error(error);
+    if (error.isPackageError())
+        return {text, FlashTexts::errorBox(error)};
+    qWarning() << quoted(text);
+    if (error.code == FlashError::Code::NotRecorded)
+        return {};
+    return {QString(), ErrorTexts::flashingFailed(text)};
+}
