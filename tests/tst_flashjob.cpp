@@ -133,6 +133,7 @@ class TestFlashJob : public QObject
         options.files = files;
         options.plainZips = plain;
         options.seen = simulatedDevice();
+        options.portLocking = FlashJob::PortLocking::None; // as the window runs
         return options;
     }
 
@@ -229,6 +230,26 @@ private slots:
         QVERIFY(finish(run));
         QCOMPARE(run.outcome, QString("flashed"));
         QCOMPARE(calls(), (QStringList{dfuCall("os", "os_01.sys", "4096"), dfuCall("pr", "pr_01.sys", "4096")}));
+    }
+
+    // A device in DFU mode is listed once per alternate setting: still one device, flashed
+    // through its port.
+    void oneDeviceOfSeveralAltSettings()
+    {
+        if (emulated())
+            QSKIP("the simulator's");
+        const QStringList files = kit.makePackage(firmware, "Tessel_NINE_01_02_06", 1, 1, 3000, false);
+        FlashJob::Options options = simulated(files, true);
+        options.seen = parseDeviceListing(
+            "Found DFU: [2675:0001] ver=0100, devnum=7, cfg=1, intf=0, path=\"1-3\", alt=0, name=\"@Flash\", "
+            "serial=\"0000009\"\n"
+            "Found DFU: [2675:0001] ver=0100, devnum=7, cfg=1, intf=0, path=\"1-3\", alt=1, name=\"@Option\", "
+            "serial=\"0000009\"\n");
+        Run run;
+        start(run, options);
+        QVERIFY(finish(run));
+        QCOMPARE(run.outcome, QString("recovered"));
+        QCOMPARE(calls(), (QStringList{dfuCall("os", "os_01.sys") + "\t-p\t1-3", dfuCall("pr", "pr_01.sys") + "\t-p\t1-3"}));
     }
 
     void transferFaults_data()

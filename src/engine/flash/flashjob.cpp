@@ -12,6 +12,8 @@
 #include <QThread>
 #include <QtDebug>
 
+#include <algorithm>
+
 namespace {
 // The device's restart after its boot loader: time to turn it off before the first look.
 constexpr int restartFirstLookMs = 8000;
@@ -133,8 +135,14 @@ void FlashJob::listed(const QList<ListedDevice> &devices, bool accessDenied)
 void FlashJob::choose(const QList<ListedDevice> &devices, bool accessDenied)
 {
     candidates.clear();
+    const auto onPort = [this](const QString &port) {
+        return std::any_of(candidates.cbegin(), candidates.cend(),
+                           [&port](const ListedDevice &seen) { return seen.port == port; });
+    };
     for (const ListedDevice &listed : devices) {
-        if (listed.isTesselNine() && (options.port.isEmpty() || listed.port == options.port))
+        // A device in DFU mode is listed once per alternate setting; the old tool names no
+        // port at all, and finds the device itself.
+        if (listed.isTesselNine() && (options.port.isEmpty() || listed.port == options.port) && !onPort(listed.port))
             candidates << listed;
     }
     if (candidates.isEmpty()) {

@@ -2,6 +2,7 @@
 
 #include "swcheckintern.h"
 
+#include "app/exitcode.h"
 #include "app/logstream.h"
 #include "app/settings.h"
 #include "app/userquestions.h"
@@ -113,6 +114,6 @@ void SWCheck::offerUpgrade()
         return;
     // The updater is started on its own and outlives us: it is to replace this program.
     if (QProcess::startDetached(updater, arguments))
-        std::exit(0);
+        std::exit(toInt(ExitCode::Success));
     emit sigMsgBox(ErrorTexts::Error, tr("Failed to start FenUpdater!"));
 }

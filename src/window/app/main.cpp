@@ -3,6 +3,7 @@
 
 #include "app/buildidentity.h"
 #include "app/commandline.h"
+#include "app/exitcode.h"
 #include "app/log.h"
 #include "app/logstream.h"
 #include "app/settings.h"
@@ -77,12 +78,12 @@ int runPass(int &argc, char **argv)
         if (line.help) {
             qDebug() << quoted(usage);
             showHelpBox(usage);
-            return 2;
+            return toInt(ExitCode::Failed);
         }
         const QString broken = validateCommandLine(line, dfuMissing);
         if (!broken.isEmpty()) {
             showParameterError(broken);
-            return 2;
+            return toInt(ExitCode::Failed);
         }
         options = line.toSearchOptions();
     }
@@ -109,6 +110,6 @@ int main(int argc, char **argv)
     int result;
     do {
         result = runPass(argc, argv);
-    } while (result == 3);
+    } while (result == toInt(ExitCode::LanguageChange));
     return result;
 }

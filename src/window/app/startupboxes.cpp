@@ -1,5 +1,7 @@
 #include "startupboxes.h"
 
+#include "app/exitcode.h"
+
 #include <QMessageBox>
 
 #include <cstdlib>
@@ -28,11 +30,11 @@ void showInstallationCorrupted()
 {
     runBox(QStringLiteral("ERROR"), QStringLiteral("Installation corrupted! Uninstall and install again"),
            QMessageBox::Critical);
-    std::exit(2);
+    std::exit(toInt(ExitCode::Failed));
 }
 
 void showAlreadyRunning()
 {
     runBox(QStringLiteral("ERROR"), QStringLiteral("One Instance already running"), QMessageBox::Critical);
-    std::exit(2);
+    std::exit(toInt(ExitCode::Failed));
 }

@@ -379,7 +379,7 @@ void Dialog::questionLanguageRestart()
         showMsgBox(ErrorTexts::Error, tr("Unable to restart application\nwhile writing files to USB drive!\nRestart "
                                          "later to apply changes."));
     else
-        QCoreApplication::exit(3);
+        QCoreApplication::exit(toInt(ExitCode::LanguageChange));
 }
 
 // ---- Automatic runs ----
