@@ -14,6 +14,7 @@
 #include "firmwarekit.h"
 #include "testsupport.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QRandomGenerator>
 #include <QRegularExpression>
@@ -453,6 +454,12 @@ private slots:
                                       "file:pr_01.sys 2/2"} +
                    verified + QStringList{"end:recovered"}
             << 2 << "1_2_4";
+        // A watch's package, checked and unpacked once for many units: nothing to prepare.
+        QTest::newRow("a package prepared before")
+            << QStringList{"record"} << "prepared"
+            << QStringList{"stage:" + searching, "file:os_01.sys 1/2", "stage:" + searching, "file:pr_01.sys 2/2"} +
+                   verified + QStringList{"end:flashed"}
+            << 2 << "1_2_4";
         QTest::newRow("back with its old version") << QStringList{"scenario=stays-old"} << "firmware"
                                                    << prepared + QStringList{"stage:" + searching, "file:os_01.sys 1/2",
                                                                              "stage:" + searching, "file:pr_01.sys 2/2"} +
@@ -491,6 +498,23 @@ private slots:
         if (how == "boot loader first") {
             options.mode = FlashMode::BootLoaderFirst;
             options.files.prepend(bootLoader);
+        }
+        if (how == "prepared") {
+            FlashPackage package;
+            package.signers = {"0123456789ABCDEF0123456789ABCDEF01234567"};
+            const TestSupport::ZipEntries entries = FirmwareKit::stageEntries("os", 1, 1500, "V1_2_4") +
+                                                    FirmwareKit::stageEntries("pr", 1, 1500, "V1_2_4");
+            for (const auto &[name, content] : entries) {
+                const QString path = sandbox.root() + "/prepared/" + name;
+                if (name.endsWith('/'))
+                    continue;
+                QVERIFY(TestSupport::writeFile(path, content));
+                package.files << FlashPackage::File{name.section('/', 0, 0), name.section('/', 1), path,
+                                                    qint32(content.size()),
+                                                    QCryptographicHash::hash(content, QCryptographicHash::Sha256).toHex()};
+                package.totalSize += qint32(content.size());
+            }
+            options.prepared = package;
         }
         Run run;
         start(run, options);

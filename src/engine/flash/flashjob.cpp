@@ -194,6 +194,10 @@ void FlashJob::use(const ListedDevice &chosen)
     if (phase == Phase::Ending)
         return;
     phase = Phase::Preparing;
+    if (options.prepared) {
+        post([package = *options.prepared, port = device.port](FlashWorker *w) { w->adopt(package, port); });
+        return;
+    }
     post([files = options.files, plain = options.plainZips, mode = options.mode, port = device.port](FlashWorker *w) {
         w->prepare(files, plain, mode, port);
     });

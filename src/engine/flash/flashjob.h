@@ -38,6 +38,9 @@ public:
     struct Options {
         FlashMode mode = FlashMode::Firmware;
         QStringList files;       // the selected package: [boot loader,] the pair
+        // The same package checked and unpacked before (a watch's, for many units): the
+        // job takes it as it is.
+        std::optional<FlashPackage> prepared;
         bool plainZips = false;  // nothing to check with gpg
         int bootLoaderRev = 0;   // picks the transfer size
         QString port;            // only the device on this port; empty: the one there is

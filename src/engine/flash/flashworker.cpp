@@ -36,6 +36,16 @@ void FlashWorker::prepare(const QStringList &files, bool plainZips, FlashMode mo
         return;
     }
     package.signers = preparation.signerFingerprints();
+    readyToTransfer(package, port);
+}
+
+void FlashWorker::adopt(const FlashPackage &package, const QString &port)
+{
+    readyToTransfer(package, port);
+}
+
+void FlashWorker::readyToTransfer(const FlashPackage &package, const QString &port)
+{
     dfu = std::make_unique<DfuTransfer>(
         dfuPath, port, bootLoaderRev, *flags,
         DfuTransfer::Events{[this](FlashStage stage) { emit stageReached(stage); },

@@ -29,6 +29,8 @@ public:
 
     // Checks and unpacks the files, lists and measures the .sys files the mode flashes.
     void prepare(const QStringList &files, bool plainZips, FlashMode mode, const QString &port);
+    // Takes a package prepared before, as it is.
+    void adopt(const FlashPackage &package, const QString &port);
     // Puts these files of the prepared package into the device, in order.
     void transfer(const QList<FlashPackage::File> &files, bool afterPause);
     void look();
@@ -46,6 +48,7 @@ private:
     bool unpack(QStringList files, bool plainZips);
     bool listFiles(FlashMode mode, FlashPackage &package);
     bool measure(FlashPackage &package);
+    void readyToTransfer(const FlashPackage &package, const QString &port);
     void pause(int seconds);
 
     std::shared_ptr<DfuTransfer::Flags> flags;

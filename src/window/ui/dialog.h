@@ -13,7 +13,6 @@
 
 #include <functional>
 #include <memory>
-#include <QPointer>
 #include <QStringList>
 
 namespace Ui {

@@ -4,7 +4,6 @@
 
 #include "dialogquestions.h"
 
-#include "app/logstream.h"
 #include "app/settings.h"
 #include "app/windowflash.h"
 #include "firmware/fileverify.h"
@@ -12,8 +11,6 @@
 #include "firmware/version.h"
 #include "flash/flashjob.h"
 #include "flash/flashtexts.h"
-
-#include <QtDebug>
 
 void Dialog::slotLocalSearchTesselNINE()
 {

@@ -4,7 +4,6 @@
 #include "ui/breakflash.h"
 #include "ui/dialogquestions.h"
 
-#include "app/logstream.h"
 #include "app/settings.h"
 #include "app/windowflash.h"
 #include "firmware/fileverify.h"
