@@ -8,6 +8,7 @@
 
 #include "firmwarekit.h"
 #include "history/flashhistory.h"
+#include "platform/portlock.h"
 #include "windowsupport.h"
 
 #include <QAbstractButton>
@@ -70,36 +71,45 @@ private slots:
         QTest::addColumn<QStringList>("args");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("logged"); // the error the ERROR box showed, or a line of a good run
+        QTest::addColumn<QString>("held");   // a port another run holds meanwhile
         const QStringList flash{"-a", "-p", firmware};
-        QTest::newRow("final reset re-enumerates") << QStringList{"record=" + record("1")} << flash << 0 << "";
+        QTest::newRow("final reset re-enumerates") << QStringList{"record=" + record("1")} << flash << 0 << "" << "";
         QTest::newRow("final reset succeeds") << QStringList{"scenario=reset-ok,record=" + record("2")} << flash << 0
-                                              << "";
+                                              << "" << "";
         QTest::newRow("manifestation-tolerant") << QStringList{"scenario=manifestation-tolerant,record=" + record("3")}
-                                                << flash << 0 << "";
+                                                << flash << 0 << "" << "";
         QTest::newRow("boot loader, -a -b") << QStringList{"record=" + record("4")}
-                                            << QStringList{"-a", "-b", "-f", bootLoader} << 0 << "";
+                                            << QStringList{"-a", "-b", "-f", bootLoader} << 0 << "" << "";
         QTest::newRow("cannot write") << QStringList{"scenario=errwrite"} << flash << 2
-                                      << "\"Error during download - Device is unable to write memory\"";
+                                      << "\"Error during download - Device is unable to write memory\"" << "";
         // Debian's dfu-util looks once, 5 s after a detach; the program looks until it is back.
         QTest::newRow("off the bus 3 s at each reset") << QStringList{"offbus=3000,record=" + record("5")} << flash << 0
-                                                       << "";
+                                                       << "" << "";
         QTest::newRow("off the bus 8 s at each reset") << QStringList{"offbus=8000,record=" + record("6")} << flash << 0
-                                                       << "";
+                                                       << "" << "";
         QTest::newRow("node closed for 1.5 s after each appearance") << QStringList{"lag=1500,record=" + record("7")}
-                                                                     << flash << 0 << "";
+                                                                     << flash << 0 << "" << "";
         QTest::newRow("never back after the detach") << QStringList{"scenario=no-return"} << flash << 2
-                                                     << "\"Device is not connected - Lost device after RESET\"";
+                                                     << "\"Device is not connected - Lost device after RESET\"" << "";
         QTest::newRow("two Tessel NINEs") << QStringList{"port=1", "port=2"} << flash << 2
-                                          << "\"More than one DFU capable USB device found\"";
+                                          << "\"More than one DFU capable USB device found\"" << "";
         // The one Tessel NINE is flashed through its port; Debian's dfu-util alone would
         // find two DFU devices.
         QTest::newRow("another maker's DFU device beside it")
-            << QStringList{"port=1,record=" + record("8"), "port=2,vendor=0483,product=df11"} << flash << 0 << "";
+            << QStringList{"port=1,record=" + record("8"), "port=2,vendor=0483,product=df11"} << flash << 0 << "" << "";
         QTest::newRow("a node the user may not open") << QStringList{"closed"} << flash << 2
-                                                      << "\"" + ErrorTexts::noPermission() + "\"";
+                                                      << "\"" + ErrorTexts::noPermission() + "\"" << "";
         // A flash that was cut left it in DFU mode: flashed without a question, and said so.
         QTest::newRow("waiting in update mode") << QStringList{"dfu,record=" + record("9")} << flash << 0
-                                                << "The device is in update mode: the selected firmware is flashed";
+                                                << "The device is in update mode: the selected firmware is flashed" << "";
+        // Another program flashes the device: a clear box, and nothing goes onto it.
+        QTest::newRow("the port held by another run") << QStringList{"record=" + record("10")} << flash << 2
+                                                      << "\"Another run is flashing the device on port 1-1\"" << "1-1";
+        // The unit is pulled while it restarts after its last file and another plugged in:
+        // the other one, already current, does not count as flashed.
+        QTest::newRow("another unit back after the last file")
+            << QStringList{"swap=0000042@10"} << flash << 2
+            << "\"Another device is on the port 1-1: serial 0000042, not 0000001\"" << "";
     }
 
     void unattended()
@@ -108,6 +118,14 @@ private slots:
         QFETCH(QStringList, args);
         QFETCH(QString, logged);
         QFETCH(int, exitCode);
+        QFETCH(QString, held);
+        // Root in a user namespace of its own has no other user to run a tool as.
+        const bool closedNode = devices.join(',').contains("closed") || devices.join(',').contains("lag=");
+        if (closedNode && getuid() == 0 && !TestSupport::userMapped(65534))
+            QSKIP("a node closed to the user needs another user than root");
+        PortLock otherRun;
+        if (!held.isEmpty())
+            QVERIFY(otherRun.lock(held));
         TestSupport::Sandbox program;
         program.writeConfig({{"mode", "internal"}});
         program.installProgram({"gpg"});
@@ -133,6 +151,8 @@ private slots:
         QVERIFY2(run.waitForExit(90000), qPrintable(program.log().right(800)));
         QTEST(run.exitCode(), "exitCode");
         QVERIFY2(program.log().contains(logged), qPrintable(program.log().right(800)));
+        if (!held.isEmpty())
+            QCOMPARE(EmulatedBus::received(devices.first().section("record=", 1)), QList<QByteArray>{});
         if (exitCode == 0) {
             const QString folder = devices.first().section("record=", 1);
             QCOMPARE(EmulatedBus::received(folder), args.contains("-b") ? FirmwareKit::flashedImages({"bl"}, 1, fileSize)

@@ -134,7 +134,6 @@ class TestFlashJob : public QObject
         options.files = files;
         options.plainZips = plain;
         options.seen = simulatedDevice();
-        options.portLocking = FlashJob::PortLocking::None; // as the window runs
         return options;
     }
 
@@ -460,6 +459,20 @@ private slots:
             << QStringList{"stage:" + searching, "file:os_01.sys 1/2", "stage:" + searching, "file:pr_01.sys 2/2"} +
                    verified + QStringList{"end:flashed"}
             << 2 << "1_2_4";
+        // A person pulls the unit while it restarts and plugs another into the port.
+        QTest::newRow("another unit back after the last file")
+            << QStringList{"record,swap=0000042@4"} << "firmware"
+            << prepared + QStringList{"stage:" + searching, "file:os_01.sys 1/2", "stage:" + searching,
+                                      "file:pr_01.sys 2/2",
+                                      "error:Another device is on the port 1-1: serial 0000042, not 0000001",
+                                      "end:failed"}
+            << 2 << "";
+        QTest::newRow("another unit in DFU mode after the detach")
+            << QStringList{"swap=0000042@1"} << "firmware"
+            << prepared + QStringList{"stage:" + searching,
+                                      "error:Another device is on the port 1-1: serial 0000042, not 0000001",
+                                      "end:failed"}
+            << 0 << "";
         QTest::newRow("back with its old version") << QStringList{"scenario=stays-old"} << "firmware"
                                                    << prepared + QStringList{"stage:" + searching, "file:os_01.sys 1/2",
                                                                              "stage:" + searching, "file:pr_01.sys 2/2"} +

@@ -163,14 +163,14 @@ private slots:
         const QString rec = sandbox.root() + "/received/";
         EmulatedBus bus({"record=" + rec + "good1", "port=2,record=" + rec + "good2", "port=3,scenario=stall",
                          "port=4,scenario=pulled", "port=5,scenario=stays-old", "port=6,record=" + rec + "plain",
-                         "port=7,dfu,record=" + rec + "stuck", "port=8,serial==1+2"});
+                         "port=7,dfu,record=" + rec + "stuck", "port=8,serial==1+2", "port=9,swap=0000099@4"});
         QVERIFY(bus.isUp());
         const QString plainZips = sandbox.root() + "/plain";
         QDir().mkpath(plainZips);
         QCOMPARE(kit.makePackage(plainZips, "Tessel_NINE_V1_2_4", 1, 1, fileSize, false).size(), 2);
         const QString history = sandbox.root() + "/eight.sqlite";
-        Run runs[8];
-        for (int i = 0; i < 8; ++i)
+        Run runs[9];
+        for (int i = 0; i < 9; ++i)
             start(runs[i], QStringList{"flash", "--json", "--history", history, "--port", QString("1-%1").arg(i + 1)} +
                                (i == 5 ? QStringList{"--zip", plainZips} : QStringList{firmware}));
         for (Run &run : runs)
@@ -198,7 +198,9 @@ private slots:
                                    "2 failed 1-5 1_2_3 1_2_3 The device on port 1-5 runs 1_2_3, not 1_2_4",
                                    "0 flashed 1-6 1_2_3 1_2_4 ",
                                    "0 recovered 1-7  1_2_4 ",
-                                   "0 flashed 1-8 1_2_3 1_2_4 "};
+                                   "0 flashed 1-8 1_2_3 1_2_4 ",
+                                   // Pulled while it restarted, another unit plugged in: not flashed.
+                                   "2 failed 1-9 1_2_3  Flashing not completed Another device is on "};
         QCOMPARE(results, expected);
         QCOMPARE(received("good1"), flashed);
         QCOMPARE(received("good2"), flashed);
@@ -206,11 +208,11 @@ private slots:
         QCOMPARE(received("stuck"), flashed);
         QCOMPARE(workingFolders(), QStringList{});
 
-        // Eight writers at once, no record lost; what a script and a spreadsheet read.
+        // Nine writers at once, no record lost; what a script and a spreadsheet read.
         Run json;
         start(json, {"history", "--json", "--history", history});
         QVERIFY(finish(json));
-        QCOMPARE(json.events.size(), 8);
+        QCOMPARE(json.events.size(), 9);
         QStringList recorded;
         for (const QJsonObject &record : json.events) {
             QCOMPARE(record["program"].toString(), QString("station"));
@@ -232,7 +234,8 @@ private slots:
         QCOMPARE(recorded, (QStringList{"1-1 0000001 flashed 1_2_3 1_2_4", "1-2 0000002 flashed 1_2_3 1_2_4",
                                         "1-3 0000003 failed 1_2_3 ", "1-4 0000004 failed 1_2_3 ",
                                         "1-5 0000005 failed 1_2_3 1_2_3", "1-6 0000006 flashed 1_2_3 1_2_4",
-                                        "1-7 0000007 recovered  1_2_4", "1-8 =1+2 flashed 1_2_3 1_2_4"}));
+                                        "1-7 0000007 recovered  1_2_4", "1-8 =1+2 flashed 1_2_3 1_2_4",
+                                        "1-9 0000009 failed 1_2_3 "}));
         Run csv;
         start(csv, {"history", "--csv", "--serial", "=1+2", "--since", "2026-01-01", "--history", history});
         QVERIFY(finish(csv));

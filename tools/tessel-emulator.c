@@ -60,6 +60,9 @@ typedef struct {
     int at, after;
     int offBus; /* ms off the bus at each re-enumeration (detach, final reset) */
     int lag;    /* ms a node stays closed to the user after a re-enumeration, as udev sets permissions late */
+    char swapSerial[32]; /* the unit a person plugs in while this one is off the bus ... */
+    int swapAt;          /* ... at its Nth re-enumeration (1: after the first detach), 0: never */
+    int returns;         /* re-enumerations so far */
     gboolean appeared;
     char *record;  /* folder for the downloaded images */
     char *control; /* file whose word "pulled" or "plugged" pulls or plugs the device */
@@ -245,6 +248,10 @@ static void appear(Device *d, gboolean dfuMode)
     d->status = statusOK;
     g_byte_array_set_size(d->image, 0);
     d->block = 0;
+
+    /* Another unit in its place: the same port, another serial. */
+    if (d->appeared && ++d->returns == d->swapAt)
+        g_strlcpy(d->serial, d->swapSerial, sizeof d->serial);
 
     Instance *instance = g_new0(Instance, 1);
     instance->device = d;
@@ -648,7 +655,7 @@ static const struct {
 };
 
 /* port=N,name=V1_2_3,serial=S,scenario=W,at=N,after=MS,offbus=MS,lag=MS,record=DIR,control=FILE,closed,dfu,
- * vendor=HEX,product=HEX (another maker's DFU device) */
+ * swap=SERIAL@N, vendor=HEX,product=HEX (another maker's DFU device) */
 static Device *parseDevice(const char *text, int index)
 {
     Device *d = g_new0(Device, 1);
@@ -688,6 +695,11 @@ static Device *parseDevice(const char *text, int index)
             d->offBus = atoi(value);
         else if (!strcmp(key, "lag"))
             d->lag = atoi(value);
+        else if (!strcmp(key, "swap") && value && strchr(value, '@')) {
+            *strchr(value, '@') = '\0';
+            g_strlcpy(d->swapSerial, value, sizeof d->swapSerial);
+            d->swapAt = atoi(value + strlen(value) + 1);
+        }
         else if (!strcmp(key, "vendor") || !strcmp(key, "product")) {
             *(!strcmp(key, "vendor") ? &d->vendor : &d->product) = (guint16) strtoul(value, NULL, 16);
             d->foreign = TRUE;

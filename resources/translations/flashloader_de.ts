@@ -895,6 +895,10 @@ nach
         <source>Cannot write the history %1: %2</source>
         <translation>Der Verlauf %1 kann nicht geschrieben werden: %2</translation>
     </message>
+    <message>
+        <source>Another device is on the port %1: serial %2, not %3</source>
+        <translation>Ein anderes Gerät ist am Port %1: Seriennummer %2, nicht %3</translation>
+    </message>
 </context>
 <context>
     <name>HttpRequester</name>

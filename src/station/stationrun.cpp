@@ -142,7 +142,7 @@ void StationRun::startJob(const FirmwareChoice &choice)
     flash.files = choice.files;
     flash.plainZips = options.zip;
     flash.port = options.port;
-    flash.portLocking = options.portLocked ? FlashJob::PortLocking::HeldByCaller : FlashJob::PortLocking::Take;
+    flash.portLockHeld = options.portLocked;
     if (seenDevice)
         flash.seen = QList<ListedDevice>{*seenDevice};
     flash.verifyReturn = true;

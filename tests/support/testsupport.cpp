@@ -237,6 +237,17 @@ EmulatedBus::~EmulatedBus()
     process.waitForFinished(5000);
 }
 
+bool userMapped(uint uid)
+{
+    // Lines of "inside outside count".
+    for (const QByteArray &line : readFile("/proc/self/uid_map").split('\n')) {
+        const QList<QByteArray> fields = line.simplified().split(' ');
+        if (fields.size() == 3 && uid >= fields[0].toUInt() && uid - fields[0].toUInt() < fields[2].toUInt())
+            return true;
+    }
+    return false;
+}
+
 int liveProcessesWith(const QString &argument)
 {
     int live = 0;

@@ -173,6 +173,9 @@ private:
     bool up = false;
 };
 
+// This process's user namespace holds the user id (a root of a namespace of its own may have no other).
+bool userMapped(uint uid);
+
 // Live (not yet reaped or zombie) processes with an argument that holds this text.
 int liveProcessesWith(const QString &argument);
 

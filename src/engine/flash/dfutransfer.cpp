@@ -15,9 +15,9 @@ constexpr int lookEveryMs = 100;
 const QString tesselNine = QStringLiteral("-d 0x2675:0x0001");
 } // namespace
 
-DfuTransfer::DfuTransfer(const QString &dfuPath, const QString &port, int bootLoaderRev, Flags &flags,
+DfuTransfer::DfuTransfer(const QString &dfuPath, const ListedDevice &unit, int bootLoaderRev, Flags &flags,
                          Events events)
-    : dfuPath(dfuPath), port(port), bootLoaderRev(bootLoaderRev),
+    : dfuPath(dfuPath), port(unit.port), serial(unit.serial), bootLoaderRev(bootLoaderRev),
       lookedAfter(!port.isEmpty() && knownDfuDialect() == DfuDialect::Newer), flags(flags), events(std::move(events))
 {
     qDebug() << "dfu-util detaches by the worker:" << lookedAfter << quoted(port);
@@ -99,8 +99,15 @@ DfuTransfer::DeviceMode DfuTransfer::lookAtPort(bool *failed)
         return DeviceMode::Absent;
     }
     for (const ListedDevice &device : parseDeviceListing(output)) {
-        if (device.port == port && device.isTesselNine())
-            return device.dfuMode ? DeviceMode::Dfu : DeviceMode::Runtime;
+        if (device.port != port || !device.isTesselNine())
+            continue;
+        // Another unit plugged in while this one was away is never taken for it.
+        if (device.serial != serial) {
+            *failed = true;
+            fail({FlashError::Code::WrongUnit, {port, device.serial, serial}});
+            return DeviceMode::Absent;
+        }
+        return device.dfuMode ? DeviceMode::Dfu : DeviceMode::Runtime;
     }
     // Also a node udev has not yet opened to this user: it is waited for.
     return DeviceMode::Absent;

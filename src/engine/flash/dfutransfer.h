@@ -7,6 +7,7 @@
 #include "transferprogress.h"
 
 #include "app/toolrun.h"
+#include "firmware/devicelisting.h"
 
 #include <QElapsedTimer>
 #include <QString>
@@ -34,8 +35,9 @@ public:
         std::atomic<bool> dfuRunning{false};
     };
 
-    // port: the device's USB port (dfu-util's "-p PATH"), empty when the tool names none.
-    DfuTransfer(const QString &dfuPath, const QString &port, int bootLoaderRev, Flags &flags, Events events);
+    // unit: the device as the run found it; its port (dfu-util's "-p PATH") binds every
+    // call, and what comes back on that port must be it (its serial), or the file fails.
+    DfuTransfer(const QString &dfuPath, const ListedDevice &unit, int bootLoaderRev, Flags &flags, Events events);
 
     static QStringList dfuArguments(const QString &file, int bootLoaderRev);
 
@@ -71,6 +73,7 @@ private:
 
     const QString dfuPath;
     const QString port;
+    const QString serial;
     const int bootLoaderRev;
     // The newer tool's device, detached and looked for by this transfer.
     const bool lookedAfter;

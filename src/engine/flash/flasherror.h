@@ -50,6 +50,7 @@ struct FlashError {
         ToolSilent,
         ToolExitCode,     // number: the exit code; the tool's last line, if any
         ToolKilled,       // the tool's last line, if any
+        WrongUnit,        // the port, the serial there, the serial flashed
         // After the last file
         DeviceNotBack,    // the port
         WrongVersion,     // the port, the version it runs, the package's
@@ -81,8 +82,8 @@ struct FlashError {
     bool isSet() const { return code != Code::None; }
     // The package could not be made ready: no tool ran against the device.
     bool isPackageError() const { return code >= Code::HashFailed && code <= Code::PackageTooLarge; }
-    // dfu-util failed during a transfer, or did not run.
-    bool isToolError() const { return code >= Code::ToolMark && code <= Code::ToolKilled; }
+    // A file did not go in: dfu-util failed or did not run, or another unit came back.
+    bool isToolError() const { return code >= Code::ToolMark && code <= Code::WrongUnit; }
 };
 
 Q_DECLARE_METATYPE(FlashError)

@@ -123,7 +123,14 @@ void FlashJob::listed(const QList<ListedDevice> &devices, bool accessDenied)
     }
     std::optional<ListedDevice> back;
     for (const ListedDevice &listed : devices) {
-        if (listed.port == device.port && listed.isTesselNine() && !listed.dfuMode)
+        if (listed.port != device.port || !listed.isTesselNine())
+            continue;
+        // Only the unit this run flashes can finish it.
+        if (listed.serial != device.serial) {
+            fail({FlashError::Code::WrongUnit, {device.port, listed.serial, device.serial}});
+            return;
+        }
+        if (!listed.dfuMode)
             back = listed;
     }
     if (phase == Phase::Restarting)
@@ -195,18 +202,18 @@ void FlashJob::use(const ListedDevice &chosen)
         return;
     phase = Phase::Preparing;
     if (options.prepared) {
-        post([package = *options.prepared, port = device.port](FlashWorker *w) { w->adopt(package, port); });
+        post([package = *options.prepared, unit = device](FlashWorker *w) { w->adopt(package, unit); });
         return;
     }
-    post([files = options.files, plain = options.plainZips, mode = options.mode, port = device.port](FlashWorker *w) {
-        w->prepare(files, plain, mode, port);
+    post([files = options.files, plain = options.plainZips, mode = options.mode, unit = device](FlashWorker *w) {
+        w->prepare(files, plain, mode, unit);
     });
 }
 
 // One run per USB port, for every program on this machine.
 bool FlashJob::lockPort()
 {
-    if (device.port.isEmpty() || options.portLocking != PortLocking::Take)
+    if (device.port.isEmpty() || options.portLockHeld)
         return true;
     portLock = std::make_unique<PortLock>();
     if (portLock->lock(device.port))

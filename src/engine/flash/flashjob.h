@@ -31,10 +31,6 @@ class FlashJob : public QObject
 {
     Q_OBJECT
 public:
-    // One run per USB port for every program on the machine: the job takes the port's
-    // lock, or its caller holds it already (a watch), or none is taken (the window's runs).
-    enum class PortLocking { Take, HeldByCaller, None };
-
     struct Options {
         FlashMode mode = FlashMode::Firmware;
         QStringList files;       // the selected package: [boot loader,] the pair
@@ -44,7 +40,9 @@ public:
         bool plainZips = false;  // nothing to check with gpg
         int bootLoaderRev = 0;   // picks the transfer size
         QString port;            // only the device on this port; empty: the one there is
-        PortLocking portLocking = PortLocking::Take;
+        // One run per USB port for every program on the machine: the job takes the port's
+        // lock, unless its caller holds it already (a watch).
+        bool portLockHeld = false;
         // A listing taken a moment ago, to choose from; without one the job lists.
         std::optional<QList<ListedDevice>> seen;
         bool verifyReturn = false; // the device must come back with the package's version

@@ -166,6 +166,8 @@ QString FlashTexts::error(const FlashError &error)
         return withLastLine(tr("%1 ended with exit code %2").arg(dfuUtil()).arg(error.number), error.arg(0));
     case Code::ToolKilled:
         return withLastLine(tr("%1 was ended by a signal").arg(dfuUtil()), error.arg(0));
+    case Code::WrongUnit:
+        return tr("Another device is on the port %1: serial %2, not %3").arg(error.arg(0), error.arg(1), error.arg(2));
     case Code::DeviceNotBack:
         return tr("The device did not come back on port %1").arg(error.arg(0));
     case Code::WrongVersion:

@@ -28,7 +28,7 @@ void FlashWorker::pause(int seconds)
         QThread::msleep(50);
 }
 
-void FlashWorker::prepare(const QStringList &files, bool plainZips, FlashMode mode, const QString &port)
+void FlashWorker::prepare(const QStringList &files, bool plainZips, FlashMode mode, const ListedDevice &unit)
 {
     FlashPackage package;
     if (!unpack(files, plainZips) || !listFiles(mode, package) || !measure(package)) {
@@ -36,18 +36,18 @@ void FlashWorker::prepare(const QStringList &files, bool plainZips, FlashMode mo
         return;
     }
     package.signers = preparation.signerFingerprints();
-    readyToTransfer(package, port);
+    readyToTransfer(package, unit);
 }
 
-void FlashWorker::adopt(const FlashPackage &package, const QString &port)
+void FlashWorker::adopt(const FlashPackage &package, const ListedDevice &unit)
 {
-    readyToTransfer(package, port);
+    readyToTransfer(package, unit);
 }
 
-void FlashWorker::readyToTransfer(const FlashPackage &package, const QString &port)
+void FlashWorker::readyToTransfer(const FlashPackage &package, const ListedDevice &unit)
 {
     dfu = std::make_unique<DfuTransfer>(
-        dfuPath, port, bootLoaderRev, *flags,
+        dfuPath, unit, bootLoaderRev, *flags,
         DfuTransfer::Events{[this](FlashStage stage) { emit stageReached(stage); },
                             [this](const QString &stage, const QString &file, int number, int total) {
                                 emit fileStarted(stage, file, number, total);

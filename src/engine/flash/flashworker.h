@@ -28,9 +28,9 @@ public:
     ~FlashWorker() override;
 
     // Checks and unpacks the files, lists and measures the .sys files the mode flashes.
-    void prepare(const QStringList &files, bool plainZips, FlashMode mode, const QString &port);
+    void prepare(const QStringList &files, bool plainZips, FlashMode mode, const ListedDevice &unit);
     // Takes a package prepared before, as it is.
-    void adopt(const FlashPackage &package, const QString &port);
+    void adopt(const FlashPackage &package, const ListedDevice &unit);
     // Puts these files of the prepared package into the device, in order.
     void transfer(const QList<FlashPackage::File> &files, bool afterPause);
     void look();
@@ -48,7 +48,7 @@ private:
     bool unpack(QStringList files, bool plainZips);
     bool listFiles(FlashMode mode, FlashPackage &package);
     bool measure(FlashPackage &package);
-    void readyToTransfer(const FlashPackage &package, const QString &port);
+    void readyToTransfer(const FlashPackage &package, const ListedDevice &unit);
     void pause(int seconds);
 
     std::shared_ptr<DfuTransfer::Flags> flags;

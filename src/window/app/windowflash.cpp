@@ -31,7 +31,6 @@ FlashJob::Options windowFlashOptions(const Settings &settings, const Version &ve
     options.files = files;
     options.plainZips = zipSearch || !settings.isGpgAvailable();
     options.seen = version.listedDevices();
-    options.portLocking = FlashJob::PortLocking::None; // the window's runs take no port lock yet
     options.history = windowHistory();
     options.program = QStringLiteral("window");
     return options;
