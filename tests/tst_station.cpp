@@ -20,6 +20,7 @@
 #include <csignal>
 #include <optional>
 #include <sys/stat.h>
+#include <unistd.h>
 
 using TestSupport::EmulatedBus;
 using TestSupport::FirmwareKit;
@@ -84,6 +85,8 @@ class TestStation : public QObject
                 env.insert("ASAN_OPTIONS", env.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
         }
         run.process->setProcessEnvironment(env);
+        // A group of its own, as a terminal gives a command: a signal to the group reaches all of it.
+        run.process->setChildProcessModifier([] { setpgid(0, 0); });
         run.process->start(sandbox.app() + "/morvanta-station", args);
         QVERIFY(run.process->waitForStarted());
     }
@@ -306,49 +309,60 @@ private slots:
     }
 
     // Stopping a station while it flashes: the first signal lets the flash end, the
-    // second stops it; a station killed outright leaves a record that the next run
-    // marks interrupted.
+    // second stops it, also when the signal goes to the whole process group as a
+    // terminal's Ctrl-C does; a station killed outright takes its tools with it and
+    // leaves a record that the next run marks interrupted.
     void watchStops_data()
     {
-        QTest::addColumn<int>("sigterms"); // 0: SIGKILL
+        QTest::addColumn<QString>("stopBy"); // TERM, TERM TERM, group INT, KILL
+        QTest::addColumn<int>("pause");        // ms the device asks for after each block
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("outcome");
-        QTest::newRow("one SIGTERM: the flash ends") << 1 << 0 << "flashed";
-        QTest::newRow("two SIGTERMs: the flash stops") << 2 << 1 << "stopped";
-        QTest::newRow("SIGKILL") << 0 << 128 + SIGKILL << "interrupted";
+        QTest::newRow("one SIGTERM: the flash ends") << "TERM" << 100 << 0 << "flashed";
+        QTest::newRow("two SIGTERMs: the flash stops") << "TERM TERM" << 100 << 1 << "stopped";
+        QTest::newRow("Ctrl-C to the group: the flash ends") << "group INT" << 100 << 0 << "flashed";
+        // The tool waits a minute on the device, silent: one left alive would be there still.
+        QTest::newRow("SIGKILL") << "KILL" << 60000 << 128 + SIGKILL << "interrupted";
     }
 
     void watchStops()
     {
-        QFETCH(int, sigterms);
+        QFETCH(QString, stopBy);
+        QFETCH(int, pause);
         QFETCH(QString, outcome);
-        EmulatedBus bus({"scenario=busy,after=100"});
+        EmulatedBus bus({"scenario=busy,after=" + QString::number(pause)});
         QVERIFY(bus.isUp());
         const QString history = sandbox.root() + "/stops.sqlite";
         QFile::remove(history);
         Run station;
         start(station, {"watch", "--json", "--history", history, firmware});
         QVERIFY(finish(station, 60000, "Search for DFU USB device"));
-        for (int i = 0; i < sigterms; ++i) {
-            ::kill(pid_t(station.process->processId()), SIGTERM);
+        const pid_t pid = pid_t(station.process->processId());
+        if (stopBy == "KILL") {
+            QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "file") == 1), 30000);
+            station.process->kill();
+        }
+        else if (stopBy == "group INT")
+            ::kill(-pid, SIGINT);
+        for (int i = 0; i < stopBy.count("TERM"); ++i) {
+            ::kill(pid, SIGTERM);
             QTest::qWait(300);
         }
-        if (sigterms == 0)
-            station.process->kill();
         QVERIFY(finish(station, 60000));
         QTEST(station.process->exitStatus() == QProcess::NormalExit ? station.process->exitCode() : 128 + SIGKILL,
               "exitCode");
-        if (sigterms > 0) {
+        if (stopBy != "KILL") {
             QCOMPARE(station.last("result")["outcome"].toString(), outcome);
             QCOMPARE(station.events.last()["event"].toString(), QString("summary"));
         }
+        // Its tools went with the station, not a minute later.
+        QTRY_COMPARE_WITH_TIMEOUT(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 0, 5000);
         Run records;
         start(records, {"history", "--json", "--history", history});
         QVERIFY(finish(records));
         QCOMPARE(records.events.size(), 1);
         QCOMPARE(records.events[0]["outcome"].toString(), outcome);
-        QTRY_COMPARE_WITH_TIMEOUT(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 0, 30000);
-        if (sigterms == 0) // the next run takes the folder of one killed outright
+        if (stopBy == "KILL") // the next run takes the folder of one killed outright
             OwnedFolder::removeAbandoned(sandbox.workingRoot() + "/station-");
         QCOMPARE(workingFolders(), QStringList{});
     }

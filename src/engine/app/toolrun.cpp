@@ -9,7 +9,7 @@ QString unquotedProgram(const QString &quotedProgram)
 
 void startTool(QProcess &process, const QString &quotedProgram, const QStringList &arguments)
 {
-    process.setProcessEnvironment(Platform::toolEnvironment());
+    Platform::makeToolProcess(process);
     process.start(unquotedProgram(quotedProgram), arguments, QIODevice::ReadWrite);
     // No tool is given anything to read: gpg, handed a detached signature, would
     // otherwise wait on standard input for the signed data for ever.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
@@ -51,6 +52,10 @@ SmallFile readSmallFile(const QString &path, qint64 maxBytes, QByteArray &conten
 // Environment for a tool whose messages the program reads: fixed C locale, so the
 // texts it looks for do not depend on the user's language.
 QProcessEnvironment toolEnvironment();
+// A tool runs in a process group of its own, so that a signal to the program's group (a
+// terminal's Ctrl-C, a supervisor's stop) reaches the program alone and it decides what
+// becomes of the tool; and it dies with the thread that started it, however that ends.
+void makeToolProcess(QProcess &process);
 
 // Writes a file's data through to its device and drops the cached copy, so that the
 // next read comes from the device itself.

@@ -9,11 +9,13 @@
 #include <QtDebug>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
 #include <pwd.h>
 #include <string>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -219,6 +221,20 @@ QProcessEnvironment Platform::toolEnvironment()
     env.insert(QStringLiteral("LC_ALL"), QStringLiteral("C"));
     env.remove(QStringLiteral("LANGUAGE"));
     return env;
+}
+
+void Platform::makeToolProcess(QProcess &process)
+{
+    process.setProcessEnvironment(toolEnvironment());
+    const pid_t parent = getpid();
+    // After fork, before exec: only async-signal-safe calls.
+    process.setChildProcessModifier([parent] {
+        setpgid(0, 0);
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        // The parent may have gone between fork and prctl.
+        if (getppid() != parent)
+            _exit(127);
+    });
 }
 
 bool Platform::flushToDevice(const QString &path)

@@ -8,10 +8,15 @@
 
 namespace {
 int signalPipe[2] = {-1, -1};
+pid_t owner = 0;
 
-// Only a byte into the pipe: the event loop does the rest.
+// Only a byte into the pipe: the event loop does the rest. A child forked for a tool
+// shares the handler and the pipe until it runs the tool; a signal to the process group
+// in that moment is the program's, and counts once.
 void onSignal(int)
 {
+    if (getpid() != owner)
+        return;
     const char byte = 1;
     [[maybe_unused]] const ssize_t ignored = write(signalPipe[1], &byte, 1);
 }
@@ -22,6 +27,7 @@ StopSignals::StopSignals(QObject *parent) : QObject(parent)
     std::signal(SIGPIPE, SIG_IGN);
     if (signalPipe[0] < 0 && socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0)
         return;
+    owner = getpid();
     struct sigaction action = {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
