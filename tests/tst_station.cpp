@@ -373,7 +373,9 @@ private slots:
     {
         QTest::addColumn<QStringList>("devices");
         QTest::addColumn<QStringList>("args");
-        QTest::addColumn<QString>("firmware"); // "": the signed package; fifo; nogpg; locked (port 1-1 held)
+        // "": the signed package; fifo; nogpg; locked (port 1-1 held); something else or another
+        // user's file at port 1-1's lock path
+        QTest::addColumn<QString>("firmware");
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("error");
         const QStringList one{"port=1"};
@@ -389,6 +391,13 @@ private slots:
         QTest::newRow("no gpg and no --zip") << one << QStringList{} << "nogpg" << 2 << "No gpg beside morvanta-station";
         QTest::newRow("the port held by another run") << one << QStringList{"--port", "1-1"} << "locked" << 2
                                                       << "Another run is flashing the device on port 1-1";
+        // /run/lock is every user's: what anyone puts there never holds a run.
+        const QString lockFile = PortLock::folder() + "/morvanta-port-1-1.lock";
+        QTest::newRow("a FIFO at the lock's path") << one << QStringList{"--port", "1-1", "--timeout", "5"} << "fifo lock"
+                                                   << 2 << "Cannot lock port 1-1: " + lockFile + " is no lock file";
+        QTest::newRow("another user's file at the lock's path")
+            << one << QStringList{"--port", "1-1"} << "foreign lock" << 2
+            << "Cannot lock port 1-1: " + lockFile + " belongs to another user (65534)";
         for (const char *seconds : {"soon", "0", "86401", "4294968"})
             QTest::addRow("--timeout %s", seconds) << one << QStringList{"--timeout", seconds} << "" << 64 << "";
     }
@@ -411,7 +420,17 @@ private slots:
         } else if (firmware == "locked") {
             QVERIFY(otherRun.lock("1-1"));
         }
+        const QString lockFile = PortLock::folder() + "/morvanta-port-1-1.lock";
+        if (firmware == "fifo lock") {
+            QCOMPARE(mkfifo(QFile::encodeName(lockFile).constData(), 0666), 0);
+        } else if (firmware == "foreign lock") {
+            if (getuid() != 0 || !TestSupport::userMapped(65534))
+                QSKIP("needs root with other users");
+            QVERIFY(TestSupport::writeFile(lockFile));
+            QCOMPARE(chown(QFile::encodeName(lockFile).constData(), 65534, 65534), 0);
+        }
         const auto restore = qScopeGuard([&] {
+            QFile::remove(lockFile);
             QFile::remove(sandbox.root() + "/Tessel_NINE_V1_2_4.OS.zip.gpg");
             QFile::rename(sandbox.app() + "/gpg.away", sandbox.app() + "/gpg");
         });

@@ -13,8 +13,9 @@ public:
     PortLock(const PortLock &) = delete;
     PortLock &operator=(const PortLock &) = delete;
 
-    // False when another run holds the port, or the lock cannot be had at all
-    // (then error() says why).
+    // False when another run holds the port, or the lock cannot be had at all (then
+    // error() says why). Never waits: the lock folder is every user's, and whatever
+    // someone put at the lock's path is refused at once unless it is a lock file of ours.
     bool lock(const QString &port);
     QString error() const { return lastError; }
 
@@ -22,6 +23,9 @@ public:
     static QString folder();
 
 private:
+    bool lockOnce(const QByteArray &path, bool *retry);
+
     int fd = -1;
+    QByteArray lockedPath; // removed when let go, if it is this user's
     QString lastError;
 };
