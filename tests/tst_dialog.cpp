@@ -2,6 +2,7 @@
 // the dfu-util simulator with real gpg and signed packages.
 #include "app/log.h"
 #include "app/settings.h"
+#include "history/flashhistory.h"
 #include "ui/dialog.h"
 
 #include "firmwarekit.h"
@@ -171,6 +172,32 @@ private slots:
         QTest::keyClick(&dialog, Qt::Key_Return);
         QVERIFY(dialog.isVisible());
         QCOMPARE(dialog.result(), 0);
+    }
+
+    // The window's history is tried again at each flash: a moment it cannot be opened
+    // (here something else stands in its folder's place) loses no later record of the
+    // session. The first flash of this program, before any other opened the history.
+    void historyTriedAtEachFlash()
+    {
+        const QString folder = QDir::homePath() + "/.local/share/morvanta";
+        QVERIFY(TestSupport::writeFile(folder, "not a folder"));
+        ModalAnswerer answerer;
+        Dialog dialog(SearchOptions(), false, nullptr);
+        dialog.show();
+        answerer.fileToChoose = package[0];
+        search(dialog)->click();
+        const QString completed = "Flashing completed\nPlease perform Tessel restart!";
+        for (int flash = 0; flash < 2; ++flash) {
+            answerer.clear();
+            answerer.plannedButtons = {QMessageBox::Yes};
+            update(dialog)->click();
+            QTRY_COMPARE_WITH_TIMEOUT(answerer.texts.value(1), completed, 30000);
+            QVERIFY(QFile::remove(folder) || flash == 1);
+        }
+        FlashHistory history;
+        QVERIFY(history.openForReading(folder + "/history.sqlite"));
+        QCOMPARE(history.records().size(), 1);
+        QCOMPARE(history.records().value(0).outcome, QString("flashed"));
     }
 
     void abortDuringTheFlash()

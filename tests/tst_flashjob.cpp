@@ -10,6 +10,7 @@
 #include "flash/flashjob.h"
 #include "flash/flashtexts.h"
 #include "history/flashhistory.h"
+#include "history/historywriter.h"
 
 #include "firmwarekit.h"
 #include "testsupport.h"
@@ -500,13 +501,13 @@ private slots:
         if (QDir().mkpath(folder) && QDir(folder).isEmpty())
             QCOMPARE(kit.makePackage(folder, "Tessel_NINE_V1_2_4", 1, 1, 1500, true).size(), 2);
         const QString bootLoader = kit.makeBootloader(sandbox.root(), "Tessel_NINE_V2_0_1", 1, 1500, true);
-        FlashHistory history;
-        QVERIFY(history.open(sandbox.root() + "/" + tag + ".sqlite"));
+        HistoryWriter writer;
+        QVERIFY(writer.open(sandbox.root() + "/" + tag + ".sqlite"));
 
         FlashJob::Options options;
         options.files = QStringList{folder + "/Tessel_NINE_V1_2_4.OS.zip.gpg", folder + "/Tessel_NINE_V1_2_4.PR.zip.gpg"};
         options.verifyReturn = true;
-        options.history = &history;
+        options.history = &writer;
         options.program = "station";
         if (how == "boot loader first") {
             options.mode = FlashMode::BootLoaderFirst;
@@ -561,6 +562,8 @@ private slots:
         QCOMPARE(TestSupport::liveProcessesWith(settings->getExtractFolder()), 0);
 
         // The record says what happened to which unit.
+        FlashHistory history;
+        QVERIFY(history.openForReading(writer.path()));
         const QList<FlashRecord> records = history.records();
         if (run.events.contains("choice of 1-1 1-2")) {
             QCOMPARE(records.size(), 0); // no unit was chosen

@@ -13,6 +13,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
 #include <QTest>
 
 #include <QScopeGuard>
@@ -70,7 +73,8 @@ class TestStation : public QObject
         }
     };
 
-    void start(Run &run, const QStringList &args, const QString &tmp = QString()) const
+    // runner: a program that runs the station (setpriv), the station's path its first argument.
+    void start(Run &run, const QStringList &args, const QString &tmp = QString(), const QString &runner = QString()) const
     {
         QProcessEnvironment env = sandbox.environment();
         env.remove("DISPLAY");
@@ -78,7 +82,7 @@ class TestStation : public QObject
         if (!tmp.isEmpty())
             env.insert("TMPDIR", tmp);
         // watch hears udev: on the emulated bus, through umockdev's preload library.
-        if (args.value(0) == "watch") {
+        if (args.contains("watch")) {
             env.insert("LD_PRELOAD", TestSupport::binDir() + "/uevent-socket-preload.so:libumockdev-preload.so.0");
             // A sanitizer build's runtime then no longer comes first, which it checks.
             if (env.contains("ASAN_OPTIONS"))
@@ -87,7 +91,7 @@ class TestStation : public QObject
         run.process->setProcessEnvironment(env);
         // A group of its own, as a terminal gives a command: a signal to the group reaches all of it.
         run.process->setChildProcessModifier([] { setpgid(0, 0); });
-        run.process->start(sandbox.app() + "/morvanta-station", args);
+        run.process->start(runner.isEmpty() ? sandbox.app() + "/morvanta-station" : runner, args);
         QVERIFY(run.process->waitForStarted());
     }
     static int countOf(const Run &run, const QString &event)
@@ -511,6 +515,96 @@ private slots:
         QTEST(run.last("result")["exitCode"].toInt(), "exitCode");
         QCOMPARE(TestSupport::liveProcessesWith(sandbox.workingRoot() + "/station-"), 0);
         QCOMPARE(workingFolders(), QStringList{});
+    }
+
+    // A record that cannot be completed when the flash ends (another program holds the
+    // history) is tried again until the time limit; then the run says so and ends with 3,
+    // and what the record would have said is kept for the next run that writes.
+    void recordNeverFalse()
+    {
+        EmulatedBus bus({"port=1"});
+        QVERIFY(bus.isUp());
+        const QString history = sandbox.root() + "/held.sqlite";
+        Run run;
+        start(run, {"flash", "--json", "--timeout", "15", "--history", history, firmware});
+        QVERIFY(finish(run, 60000, "Flashed: waiting for the device"));
+        QSqlDatabase holder = QSqlDatabase::addDatabase("QSQLITE", "holder");
+        holder.setDatabaseName(history);
+        QVERIFY(holder.open());
+        QSqlQuery hold(holder);
+        QVERIFY2(hold.exec("BEGIN EXCLUSIVE"), qPrintable(hold.lastError().text()));
+        QVERIFY(finish(run, 60000));
+        QCOMPARE(run.process->exitCode(), 3);
+        const QJsonObject result = run.last("result");
+        QCOMPARE(QStringList({result["outcome"].toString(), result["recorded"].toBool() ? "recorded" : "not recorded"}),
+                 (QStringList{"flashed", "not recorded"}));
+        QVERIFY(run.last("error")["text"].toString().startsWith("Cannot write the history " + history));
+        QVERIFY(hold.exec("COMMIT"));
+        holder.close();
+
+        // A reader shows it as it is, and changes nothing; the next writer marks it for good.
+        const auto outcomes = [&] {
+            Run records;
+            start(records, {"history", "--json", "--history", history});
+            return finish(records) ? records.events.value(0)["outcome"].toString() + " " +
+                                         records.events.value(0)["after"].toString()
+                                   : QString();
+        };
+        QCOMPARE(outcomes(), QString("unrecorded 1_2_4"));
+        QVERIFY(QFile::exists(history + ".unrecorded"));
+        Run next;
+        start(next, {"flash", "--json", "--history", history, firmware});
+        QVERIFY(finish(next));
+        QVERIFY(!QFile::exists(history + ".unrecorded"));
+        QCOMPARE(outcomes(), QString("unrecorded 1_2_4"));
+    }
+
+    // history reads and never writes: a missing file is an error, and a history whose
+    // writer is stopped is read by a member of its group who may not write there.
+    void historyOnlyReads_data()
+    {
+        QTest::addColumn<QString>("where");
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("a mistyped path") << "mistyped" << 2;
+        QTest::newRow("the service's, read by its group") << "group" << 0;
+    }
+
+    void historyOnlyReads()
+    {
+        QFETCH(QString, where);
+        const QString folder = sandbox.root() + "/history-" + where;
+        const QString path = folder + "/history.sqlite";
+        Run run;
+        if (where == "group") {
+            if (getuid() != 0 || !TestSupport::userMapped(65534))
+                QSKIP("needs root with other users");
+            EmulatedBus bus({"port=1"});
+            QVERIFY(bus.isUp());
+            Run writer;
+            start(writer, {"flash", "--json", "--history", path, firmware});
+            QVERIFY(finish(writer));
+            // root:nogroup, the group may read and nobody may write but root.
+            QCOMPARE(QProcess::execute("chgrp", {"-R", "65534", folder}), 0);
+            QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner |
+                                                      QFile::ReadGroup | QFile::ExeGroup));
+            QVERIFY(QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup));
+            QVERIFY(QFile::setPermissions(sandbox.root(), QFile::permissions(sandbox.root()) | QFile::ExeOther));
+            start(run, {"--reuid=65534", "--regid=65534", "--clear-groups", sandbox.app() + "/morvanta-station",
+                        "history", "--json", "--history", path},
+                  QString(), "setpriv");
+        } else {
+            start(run, {"history", "--json", "--history", path});
+        }
+        QVERIFY(finish(run));
+        QTEST(run.process->exitCode(), "exitCode");
+        if (where == "mistyped") {
+            QVERIFY(QString::fromUtf8(run.process->readAllStandardError()).contains("There is no history at " + path));
+            QVERIFY(!QFileInfo::exists(folder));
+        } else {
+            QCOMPARE(run.events.size(), 1);
+            QCOMPARE(run.events[0]["outcome"].toString(), QString("flashed"));
+            QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"history.sqlite"}); // nothing made beside it
+        }
     }
 
     // A working folder that fills up while the package is checked and unpacked: the

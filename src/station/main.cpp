@@ -14,6 +14,7 @@
 #include "app/toolrun.h"
 #include "firmware/devicelisting.h"
 #include "history/flashhistory.h"
+#include "history/historywriter.h"
 #include "platform/stopsignals.h"
 
 #include <QCommandLineParser>
@@ -54,16 +55,17 @@ QString dashIfEmpty(const QString &text)
     return text.isEmpty() ? QStringLiteral("-") : text;
 }
 
-int printHistory(FlashHistory &history, bool json, bool csv, const QString &serial, const QDateTime &since)
+// Reads only, and prints each record as it comes: a year of them is never held at once.
+int printHistory(const QString &path, bool json, bool csv, const QString &serial, const QDateTime &since)
 {
-    const QList<FlashRecord> records = history.records(serial, since);
-    if (!history.error().isEmpty() && records.isEmpty()) {
+    FlashHistory history;
+    if (!history.openForReading(path)) {
         std::fprintf(stderr, "morvanta-station: %s\n", qPrintable(history.error()));
         return toInt(ExitCode::Failed);
     }
     if (csv)
         std::printf("%s\r\n", historyCsvHeader().constData());
-    for (const FlashRecord &record : records) {
+    const bool read = history.forEach(serial, since, [json, csv](const FlashRecord &record) {
         if (json) {
             std::printf("%s\n", historyJson(record).constData());
         } else if (csv) {
@@ -77,6 +79,12 @@ int printHistory(FlashHistory &history, bool json, bool csv, const QString &seri
                                           dashIfEmpty(record.after), record.version, record.error.simplified());
             std::printf("%s\n", withVisibleControls(line).toLocal8Bit().constData());
         }
+        return true;
+    });
+    std::fflush(stdout);
+    if (!read) {
+        std::fprintf(stderr, "morvanta-station: %s\n", qPrintable(history.error()));
+        return toInt(ExitCode::Failed);
     }
     return toInt(ExitCode::Success);
 }
@@ -184,18 +192,18 @@ int main(int argc, char **argv)
         qInstallMessageHandler(quietHandler);
     }
 
-    FlashHistory history;
-    if (command == QLatin1String("history") || flash || watch) {
-        const QString path = parser.isSet(historyFile) ? parser.value(historyFile) : FlashHistory::defaultPath();
-        if (!history.open(path)) {
-            // Production keeps a record of every unit: no flash goes unrecorded.
-            StationOutput(parser.isSet(json)).error(QStringLiteral("Cannot open the history %1: %2").arg(path, history.error()));
-            return toInt(ExitCode::Failed);
-        }
-    }
+    const QString historyPath = parser.isSet(historyFile) ? parser.value(historyFile) : FlashHistory::defaultPath();
     if (command == QLatin1String("history"))
-        return printHistory(history, parser.isSet(json), parser.isSet(csv), parser.value(serial),
+        return printHistory(historyPath, parser.isSet(json), parser.isSet(csv), parser.value(serial),
                             sinceDate(parser.value(since)));
+    // Written on a thread of its own: a busy history never holds the flashes.
+    HistoryWriter history;
+    if ((flash || watch) && !history.open(historyPath)) {
+        // Production keeps a record of every unit: no flash goes unrecorded.
+        StationOutput(parser.isSet(json))
+            .error(QStringLiteral("Cannot open the history %1: %2").arg(historyPath, history.error()));
+        return toInt(ExitCode::Failed);
+    }
 
     StationOutput output(parser.isSet(json));
     Settings::setWarningHandler([&output](const QString &text) { output.error(text); });

@@ -148,12 +148,12 @@ void StationOutput::error(const QString &text)
 }
 
 void StationOutput::result(int exitCode, const QString &outcome, const QString &before, const QString &after,
-                           double seconds)
+                           double seconds, bool recorded)
 {
     if (json) {
         emitEvent({{"event", "result"}, {"exitCode", exitCode}, {"outcome", outcome}, {"port", textOrNull(unitPort)},
                    {"before", textOrNull(before)}, {"after", textOrNull(after)},
-                   {"seconds", qRound(seconds * 10) / 10.0}, {"signed", signedPackage}});
+                   {"seconds", qRound(seconds * 10) / 10.0}, {"signed", signedPackage}, {"recorded", recorded}});
         return;
     }
     static const QHash<QString, QString> hows{{"flashed", "Flashed and verified"},
@@ -168,7 +168,7 @@ void StationOutput::result(int exitCode, const QString &outcome, const QString &
                   unitSerial.isEmpty() ? QStringLiteral("-") : unitSerial,
                   before.isEmpty() ? QStringLiteral("-") : before, after.isEmpty() ? QStringLiteral("-") : after)
              .arg(seconds, 0, 'f', 1)
-             .arg(signedText()));
+             .arg(signedText() + (recorded ? QString() : QStringLiteral("; the record could not be completed"))));
 }
 
 void StationOutput::skipped(const QString &port, const QString &serial, const QString &reason)

@@ -32,8 +32,9 @@ public:
     void file(const QString &stage, const QString &name, int number, int total);
     void progress(int percent, long written, long total, bool bytes, int remainingSeconds);
     void error(const QString &text);
-    // outcome: flashed, recovered, current, failed or stopped.
-    void result(int exitCode, const QString &outcome, const QString &before, const QString &after, double seconds);
+    // outcome: flashed, recovered, current, failed or stopped; recorded: its record went in.
+    void result(int exitCode, const QString &outcome, const QString &before, const QString &after, double seconds,
+                bool recorded = true);
     struct Counts {
         int flashed = 0, recovered = 0, current = 0, failed = 0, stopped = 0, skipped = 0;
     };

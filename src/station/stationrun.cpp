@@ -60,7 +60,7 @@ StationRun::FirmwareChoice StationRun::chooseFirmware(const Options &options)
     return choice;
 }
 
-StationRun::StationRun(Settings *settings, StationOutput *output, FlashHistory *history, Options options,
+StationRun::StationRun(Settings *settings, StationOutput *output, HistoryWriter *history, Options options,
                        QObject *parent)
     : QObject(parent), settings(settings), output(output), history(history), options(std::move(options))
 {
@@ -90,6 +90,7 @@ void StationRun::start()
     OwnedFolder::removeAbandoned(Platform::workingRoot() + QLatin1String("/station-"));
     // From the first look at the firmware on: that look may be what hangs.
     timeLimit.start(options.timeoutSeconds * 1000);
+    deadline.setRemainingTime(options.timeoutSeconds * 1000);
     checking = true;
     runOffThread<FirmwareChoice>(
         this, [options = options] { return chooseFirmware(options); },
@@ -101,6 +102,7 @@ void StationRun::start(const FirmwareChoice &choice, const ListedDevice &device)
     seenDevice = device;
     clock.start();
     timeLimit.start(options.timeoutSeconds * 1000);
+    deadline.setRemainingTime(options.timeoutSeconds * 1000);
     firmwareChosen(choice);
 }
 
@@ -150,6 +152,7 @@ void StationRun::startJob(const FirmwareChoice &choice)
     flash.history = history;
     flash.program = QStringLiteral("station");
     flash.recordRequired = true;
+    flash.recordDeadline = deadline;
     job = new FlashJob(settings, flash, this);
     connect(job, &FlashJob::started, this, [this, choice](const ListedDevice &device) {
         port = device.port;
@@ -174,7 +177,7 @@ void StationRun::startJob(const FirmwareChoice &choice)
     connect(job, &FlashJob::finished, this, [this](FlashOutcome outcome) {
         before = job->unit().version;
         after = job->versionAfter();
-        end(outcome);
+        end(outcome, job->isRecorded());
     });
     job->start();
 }
@@ -213,17 +216,18 @@ void StationRun::fail(const QString &text)
     output->error(text);
 }
 
-void StationRun::end(FlashOutcome outcome)
+void StationRun::end(FlashOutcome outcome, bool isRecorded)
 {
     if (reported)
         return;
     reported = true;
     ending = outcome;
+    recorded = isRecorded;
     timeLimit.stop();
     ownedFolder.release();
     if (!workingFolder.isEmpty() && !Settings::removeFolder(workingFolder))
         output->error(QStringLiteral("Cannot remove the working folder %1").arg(workingFolder));
-    const ExitCode code = exitCodeFor(outcome);
-    output->result(toInt(code), outcomeWord(outcome), before, after, clock.elapsed() / 1000.0);
+    const ExitCode code = exitCodeFor(outcome, recorded);
+    output->result(toInt(code), outcomeWord(outcome), before, after, clock.elapsed() / 1000.0, recorded);
     emit finished(code);
 }

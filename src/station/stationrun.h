@@ -4,6 +4,7 @@
 #include "flash/flashtypes.h"
 #include "platform/ownedfolder.h"
 
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QObject>
 #include <QPointer>
@@ -35,7 +36,7 @@ void runOffThread(QObject *receiver, std::function<Result()> work, std::function
 }
 
 struct FlashError;
-class FlashHistory;
+class HistoryWriter;
 class FlashJob;
 class Settings;
 class StationOutput;
@@ -67,7 +68,7 @@ public:
     };
 
     // Every flash goes into the history, when there is one.
-    StationRun(Settings *settings, StationOutput *output, FlashHistory *history, Options options,
+    StationRun(Settings *settings, StationOutput *output, HistoryWriter *history, Options options,
                QObject *parent = nullptr);
     ~StationRun() override;
 
@@ -96,11 +97,11 @@ private:
     void showStage(FlashStage stage);
     QString errorText(const FlashError &error) const;
     void fail(const QString &text);
-    void end(FlashOutcome outcome);
+    void end(FlashOutcome outcome, bool recorded = true);
 
     Settings *settings;
     StationOutput *output;
-    FlashHistory *history;
+    HistoryWriter *history;
     const Options options;
     std::optional<ListedDevice> seenDevice;
     QString workingFolder;
@@ -111,7 +112,9 @@ private:
     QString after;
     QTimer timeLimit;
     QElapsedTimer clock;
+    QDeadlineTimer deadline; // the run's time limit
     FlashOutcome ending = FlashOutcome::Failed;
+    bool recorded = true;
     bool checking = false; // the firmware is being looked at
     bool reported = false;
 };

@@ -12,7 +12,7 @@ constexpr int settleMs = 150;
 constexpr int pollMs = 2000;
 } // namespace
 
-StationWatch::StationWatch(Settings *settings, StationOutput *output, FlashHistory *history, Options options,
+StationWatch::StationWatch(Settings *settings, StationOutput *output, HistoryWriter *history, Options options,
                            QObject *parent)
     : QObject(parent), settings(settings), output(output), history(history), options(std::move(options))
 {

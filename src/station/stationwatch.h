@@ -16,7 +16,7 @@
 #include <map>
 #include <memory>
 
-class FlashHistory;
+class HistoryWriter;
 class Settings;
 class UsbMonitor;
 
@@ -35,7 +35,7 @@ public:
         bool json = false;
     };
 
-    StationWatch(Settings *settings, StationOutput *output, FlashHistory *history, Options options,
+    StationWatch(Settings *settings, StationOutput *output, HistoryWriter *history, Options options,
                  QObject *parent = nullptr);
     ~StationWatch() override;
 
@@ -67,7 +67,7 @@ private:
 
     Settings *settings;
     StationOutput *output;
-    FlashHistory *history;
+    HistoryWriter *history;
     const Options options;
     StationRun::FirmwareChoice firmware;
     UsbMonitor *monitor = nullptr;

@@ -47,6 +47,7 @@ bool DfuTransfer::transfer(const FlashPackage::File &file)
 {
     current = file;
     lastError = FlashError();
+    running.reset();
     counters.filePercent = 0;
     counters.currentFileSize = file.size;
     fileStarted = false;
@@ -107,7 +108,10 @@ DfuTransfer::DeviceMode DfuTransfer::lookAtPort(bool *failed)
             fail({FlashError::Code::WrongUnit, {port, device.serial, serial}});
             return DeviceMode::Absent;
         }
-        return device.dfuMode ? DeviceMode::Dfu : DeviceMode::Runtime;
+        if (device.dfuMode)
+            return DeviceMode::Dfu;
+        running = device;
+        return DeviceMode::Runtime;
     }
     // Also a node udev has not yet opened to this user: it is waited for.
     return DeviceMode::Absent;

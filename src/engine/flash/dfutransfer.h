@@ -14,6 +14,7 @@
 
 #include <atomic>
 #include <functional>
+#include <optional>
 
 // Puts the files of a package into a Tessel NINE with dfu-util, one file per call, on
 // the calling thread. The field's old tool (0.5 to 0.7) runs with the classic command
@@ -53,6 +54,8 @@ public:
     bool pausesBetweenFiles() const { return !lookedAfter; }
     // The run's last file has been started.
     bool allStarted() const { return filesStarted == filesTotal; }
+    // The device as last seen running on its port after a file; none with the old tool.
+    std::optional<ListedDevice> runningNow() const { return running; }
     // How long the newer tool's device may take to come back after a detach or a download.
     void setDeviceWaitLimit(int ms) { deviceWaitLimitMs = ms; }
 
@@ -93,6 +96,7 @@ private:
     bool sawOutput = false;
     bool fileStarted = false;     // the current file's download was announced
     bool resetsToRuntime = false; // the tool said it resets the device to run-time mode
+    std::optional<ListedDevice> running;
     QString lastToolLine;         // shown when the tool fails without a mark
     QByteArray unfinishedToolLine; // its start, while the rest of it is still to come
 };

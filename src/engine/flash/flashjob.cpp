@@ -23,6 +23,11 @@ constexpr int backAfterFlashMs = 30000;
 // A stopped task kills its tool within a moment; one that does not end by then is stuck
 // in the kernel, and the job ends without it.
 constexpr int graceMs = 3000;
+// A record that cannot be completed is tried again this often, each time waiting this
+// long for another writer; without a deadline of the caller's, for this long.
+constexpr int retryEveryMs = 500;
+constexpr int busyPerTryMs = 5000;
+constexpr int recordPatienceMs = 30000;
 
 } // namespace
 
@@ -40,15 +45,15 @@ FlashJob::FlashJob(Settings *settings, Options givenOptions, QObject *parent)
     worker = new FlashWorker(settings, options.bootLoaderRev, flags);
     worker->moveToThread(thread);
     connect(worker, &FlashWorker::stageReached, this, [this](FlashStage stage) {
-        if (phase != Phase::Ending)
+        if (!isEnding())
             emit stageChanged(stage);
     });
     connect(worker, &FlashWorker::fileStarted, this, [this](const QString &stage, const QString &file, int n, int of) {
-        if (phase != Phase::Ending)
+        if (!isEnding())
             emit fileStarted(stage, file, n, of);
     });
     connect(worker, &FlashWorker::progressed, this, [this](const FlashProgress &progress) {
-        if (phase != Phase::Ending)
+        if (!isEnding())
             emit progressed(progress);
     });
     connect(worker, &FlashWorker::prepared, this, &FlashJob::prepared);
@@ -71,13 +76,18 @@ FlashJob::~FlashJob()
     if (phase != Phase::Idle && phase != Phase::Ended) {
         // The front end goes (a window closed mid-flash): the tools go with it.
         flags->stop = true;
-        if (phase != Phase::Ending)
+        if (!isEnding())
             ending = FlashOutcome::Stopped;
     }
     thread->quit();
     const bool gone = thread->wait(graceMs);
-    if (phase != Phase::Idle && phase != Phase::Ended)
-        completeRecord();
+    if (recorder && recorder->hasBegun()) {
+        if (phase != Phase::Completing)
+            recorder->setOutcome(outcomeWord(ending), after, FlashTexts::error(lastError));
+        QString why;
+        if (!recorder->finishNow(busyPerTryMs, &why) && !recorder->noteUnrecordedNow())
+            qWarning() << quoted(FlashTexts::error({FlashError::Code::NotRecorded, {recorder->path(), why}}));
+    }
     if (gone) {
         delete worker;
         delete thread;
@@ -89,6 +99,11 @@ void FlashJob::post(std::function<void(FlashWorker *)> task)
 {
     taskRunning = true;
     QMetaObject::invokeMethod(worker, [w = worker, task = std::move(task)] { task(w); }, Qt::QueuedConnection);
+}
+
+bool FlashJob::isEnding() const
+{
+    return phase == Phase::Ending || phase == Phase::Completing || phase == Phase::Ended;
 }
 
 void FlashJob::taskEnded()
@@ -186,27 +201,37 @@ void FlashJob::use(const ListedDevice &chosen)
     device = chosen;
     recovering = chosen.dfuMode;
     const bool current = !chosen.dfuMode && chosen.version == version && chosen.hasV == versionHasV;
-    if (options.leaveCurrent && current) {
+    leavingCurrent = options.leaveCurrent && current;
+    if (leavingCurrent)
         after = chosen.version;
-        beginRecord();
-        end(FlashOutcome::Current);
+    else if (!lockPort())
+        return;
+    if (!options.history) {
+        unitRecorded();
         return;
     }
-    if (!lockPort())
-        return;
-    beginRecord();
-    if (phase == Phase::Ending)
-        return;
-    emit started(device);
-    if (phase == Phase::Ending)
-        return;
-    phase = Phase::Preparing;
-    if (options.prepared) {
-        post([package = *options.prepared, unit = device](FlashWorker *w) { w->adopt(package, unit); });
-        return;
-    }
-    post([files = options.files, plain = options.plainZips, mode = options.mode, unit = device](FlashWorker *w) {
-        w->prepare(files, plain, mode, unit);
+    FlashRecord unit;
+    unit.program = options.program;
+    unit.port = device.port;
+    unit.serial = device.serial;
+    unit.before = device.version;
+    unit.version = version;
+    unit.signedPackage = !options.plainZips;
+    phase = Phase::Recording;
+    recorder = std::make_unique<FlashRecorder>(options.history);
+    recorder->begin(unit, this, [this](bool written, const QString &why) {
+        if (phase != Phase::Recording)
+            return;
+        if (!written) {
+            const FlashError error(FlashError::Code::NotRecorded, {recorder->path(), why});
+            recorder.reset();
+            if (options.recordRequired) {
+                fail(error); // no unit goes unrecorded
+                return;
+            }
+            qWarning() << quoted(FlashTexts::error(error));
+        }
+        unitRecorded();
     });
 }
 
@@ -223,26 +248,23 @@ bool FlashJob::lockPort()
     return false;
 }
 
-void FlashJob::beginRecord()
+void FlashJob::unitRecorded()
 {
-    if (!options.history)
+    if (leavingCurrent) {
+        end(FlashOutcome::Current);
         return;
-    FlashRecord unit;
-    unit.program = options.program;
-    unit.port = device.port;
-    unit.serial = device.serial;
-    unit.before = device.version;
-    unit.version = version;
-    unit.signedPackage = !options.plainZips;
-    recorder = std::make_unique<FlashRecorder>(options.history);
-    if (recorder->begin(unit))
+    }
+    emit started(device);
+    if (isEnding())
         return;
-    const FlashError error(FlashError::Code::NotRecorded, {recorder->path(), recorder->why()});
-    recorder.reset();
-    if (options.recordRequired)
-        fail(error); // no unit goes unrecorded
-    else
-        qWarning() << quoted(FlashTexts::error(error));
+    phase = Phase::Preparing;
+    if (options.prepared) {
+        post([package = *options.prepared, unit = device](FlashWorker *w) { w->adopt(package, unit); });
+        return;
+    }
+    post([files = options.files, plain = options.plainZips, mode = options.mode, unit = device](FlashWorker *w) {
+        w->prepare(files, plain, mode, unit);
+    });
 }
 
 // ---- The files ----
@@ -262,11 +284,12 @@ void FlashJob::prepared(const FlashPackage &prepared)
     post([files](FlashWorker *w) { w->transfer(files, false); });
 }
 
-void FlashJob::transferred()
+void FlashJob::transferred(const QString &versionNow)
 {
     taskEnded();
     if (phase != Phase::Transferring)
         return;
+    after = versionNow;
     if (bootLoaderLeg && options.mode == FlashMode::BootLoaderFirst) {
         phase = Phase::Restarting;
         restartAnswered = false;
@@ -395,7 +418,7 @@ void FlashJob::end(FlashOutcome outcome)
 
 bool FlashJob::beginEnding(FlashOutcome outcome)
 {
-    if (phase == Phase::Idle || phase == Phase::Ending || phase == Phase::Ended)
+    if (phase == Phase::Idle || isEnding())
         return false;
     phase = Phase::Ending;
     ending = outcome;
@@ -420,24 +443,43 @@ void FlashJob::finish()
 {
     if (phase != Phase::Ending)
         return;
-    phase = Phase::Ended;
     graceTimer.stop();
     portLock.reset();
+    if (!recorder || !recorder->hasBegun()) {
+        done();
+        return;
+    }
+    phase = Phase::Completing;
+    recorder->setOutcome(outcomeWord(ending), after, FlashTexts::error(lastError));
+    // Retried until the deadline: a record is never given up while there is time.
+    recordDeadline = options.recordDeadline.isForever() ? QDeadlineTimer(recordPatienceMs) : options.recordDeadline;
     completeRecord();
-    emit finished(ending);
 }
 
 void FlashJob::completeRecord()
 {
-    if (!recorder)
-        return;
-    const bool written = recorder->finish(outcomeWord(ending), after, FlashTexts::error(lastError));
-    const FlashError error(FlashError::Code::NotRecorded, {recorder->path(), recorder->why()});
+    const int busyMs = int(qBound(qint64(100), recordDeadline.remainingTime(), qint64(busyPerTryMs)));
+    recorder->finish(busyMs, this, [this](bool written, const QString &why) {
+        if (written) {
+            done();
+        } else if (!recordDeadline.hasExpired()) {
+            QTimer::singleShot(retryEveryMs, this, &FlashJob::completeRecord);
+        } else {
+            // What it would have said goes beside the history, for the next run to apply.
+            const FlashError error(FlashError::Code::NotRecorded, {recorder->path(), why});
+            recorder->noteUnrecorded(this, [this, error](bool, const QString &) {
+                recorded = false;
+                qWarning() << quoted(FlashTexts::error(error));
+                emit errorOccurred(error);
+                done();
+            });
+        }
+    });
+}
+
+void FlashJob::done()
+{
+    phase = Phase::Ended;
     recorder.reset();
-    if (written)
-        return;
-    if (phase == Phase::Ended)
-        emit errorOccurred(error);
-    else
-        qWarning() << quoted(FlashTexts::error(error));
+    emit finished(ending);
 }

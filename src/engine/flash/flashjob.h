@@ -8,6 +8,7 @@
 #include "firmware/devicelisting.h"
 #include "platform/portlock.h"
 
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QObject>
 #include <QStringList>
@@ -16,7 +17,7 @@
 #include <memory>
 #include <optional>
 
-class FlashHistory;
+class HistoryWriter;
 class FlashRecorder;
 class FlashWorker;
 class QThread;
@@ -47,9 +48,12 @@ public:
         std::optional<QList<ListedDevice>> seen;
         bool verifyReturn = false; // the device must come back with the package's version
         bool leaveCurrent = false; // a device that runs that version already is left alone
-        FlashHistory *history = nullptr; // the caller's; none: no record
-        QString program;                 // for the record: "window" or "station"
-        bool recordRequired = false;     // a unit that cannot be recorded is not flashed
+        HistoryWriter *history = nullptr; // the caller's; none: no record
+        QString program;                  // for the record: "window" or "station"
+        bool recordRequired = false;      // a unit that cannot be recorded is not flashed
+        // Until when the record of the outcome is tried again (a run's time limit); by
+        // default a while after the flash has ended.
+        QDeadlineTimer recordDeadline{QDeadlineTimer::Forever};
     };
 
     FlashJob(Settings *settings, Options options, QObject *parent = nullptr);
@@ -73,6 +77,8 @@ public:
     QString packageVersion() const { return version; }
     QString versionAfter() const { return after; }
     FlashOutcome outcome() const { return ending; }
+    // The record of the outcome went in (or there is no history to keep it).
+    bool isRecorded() const { return recorded; }
     // Why it failed; nothing for any other outcome.
     FlashError error() const { return lastError; }
     bool isEnded() const { return phase == Phase::Ended; }
@@ -97,17 +103,31 @@ signals:
     void finished(FlashOutcome outcome);
 
 private:
-    enum class Phase { Idle, Choosing, AwaitingChoice, Preparing, Transferring, Restarting, Verifying, Ending, Ended };
+    enum class Phase {
+        Idle,
+        Choosing,
+        AwaitingChoice,
+        Recording, // the unit's record begins
+        Preparing,
+        Transferring,
+        Restarting,
+        Verifying,
+        Ending,     // the tools stop
+        Completing, // the record of the outcome
+        Ended
+    };
 
+    // The run is over but for its tools and its record: nothing more is told of it.
+    bool isEnding() const;
     void post(std::function<void(FlashWorker *)> task);
     void taskEnded();
     void listed(const QList<ListedDevice> &devices, bool accessDenied);
     void choose(const QList<ListedDevice> &devices, bool accessDenied);
     void use(const ListedDevice &chosen);
     bool lockPort();
-    void beginRecord();
+    void unitRecorded();
     void prepared(const FlashPackage &package);
-    void transferred();
+    void transferred(const QString &versionNow);
     void workerFailed(const FlashError &error);
     void lookAgain();
     void restartLook(const std::optional<ListedDevice> &back);
@@ -119,6 +139,7 @@ private:
     void settle();
     void finish();
     void completeRecord();
+    void done();
 
     const Options options;
     std::shared_ptr<DfuTransfer::Flags> flags;
@@ -133,6 +154,9 @@ private:
     ListedDevice device;
     QList<ListedDevice> candidates;
     bool recovering = false;
+    bool leavingCurrent = false;
+    bool recorded = true;
+    QDeadlineTimer recordDeadline;
     FlashPackage package;
     bool bootLoaderLeg = false;
     bool restartAnswered = false;

@@ -17,9 +17,9 @@ QString outcomeWord(FlashOutcome outcome)
     return QStringLiteral("failed");
 }
 
-ExitCode exitCodeFor(FlashOutcome outcome)
+ExitCode exitCodeFor(FlashOutcome outcome, bool recorded)
 {
     if (isSuccess(outcome))
-        return ExitCode::Success;
+        return recorded ? ExitCode::Success : ExitCode::NotRecorded;
     return outcome == FlashOutcome::Stopped ? ExitCode::Stopped : ExitCode::Failed;
 }

@@ -35,7 +35,8 @@ enum class FlashOutcome {
 
 // The history's and the station's word for an outcome.
 QString outcomeWord(FlashOutcome outcome);
-ExitCode exitCodeFor(FlashOutcome outcome);
+// A good flash whose record could not be completed has a code of its own.
+ExitCode exitCodeFor(FlashOutcome outcome, bool recorded = true);
 inline bool isSuccess(FlashOutcome outcome)
 {
     return outcome == FlashOutcome::Flashed || outcome == FlashOutcome::Recovered || outcome == FlashOutcome::Current;

@@ -132,7 +132,7 @@ void FlashWorker::transfer(const QList<FlashPackage::File> &files, bool afterPau
         if (!dfu->allStarted() && dfu->pausesBetweenFiles())
             pause(1);
     }
-    emit transferred();
+    emit transferred(dfu->runningNow() ? dfu->runningNow()->version : QString());
 }
 
 void FlashWorker::look()

@@ -40,7 +40,8 @@ signals:
     void prepared(const FlashPackage &package);
     void fileStarted(const QString &stage, const QString &file, int number, int total);
     void progressed(const FlashProgress &progress);
-    void transferred();
+    // After the last file: the version the device runs now, where it was seen running.
+    void transferred(const QString &version);
     void looked(const QList<ListedDevice> &devices, bool accessDenied);
     void failed(const FlashError &error);
 

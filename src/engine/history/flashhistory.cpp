@@ -2,7 +2,9 @@
 
 #include "platform/platform.h"
 
+#include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QElapsedTimer>
 #include <QThread>
 #include <QFileInfo>
@@ -12,13 +14,16 @@
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStandardPaths>
+#include <QUrl>
 #include <QSysInfo>
 #include <QVariant>
 
 namespace {
 
 const char *const columns = "id, started, ended, host, user, program, port, serial, before, after, version, files, "
-                            "signed, signer, tool, outcome, error, seconds";
+                            "signed, signer, tool, outcome, error, seconds, process";
+
+const char *const interruptedText = "The flashing program ended before it recorded the flash's end";
 
 QString isoText(const QDateTime &time)
 {
@@ -45,6 +50,29 @@ QByteArray csvField(QString text)
     if (!text.isEmpty() && QStringLiteral("=+-@").contains(text.front()))
         text.prepend(QLatin1Char('\''));
     return '"' + text.replace(QLatin1Char('"'), QLatin1String("\"\"")).toUtf8() + '"';
+}
+// A journal's records of this machine by id: what they would have said.
+QHash<qint64, FlashRecord> readJournal(const QString &path)
+{
+    QHash<qint64, FlashRecord> noted;
+    QFile journalFile(path);
+    // Small by nature; a large one is no journal of ours.
+    if (!journalFile.open(QIODevice::ReadOnly) || journalFile.size() > (1 << 20))
+        return noted;
+    for (const QByteArray &line : journalFile.readAll().split('\n')) {
+        const QJsonObject object = QJsonDocument::fromJson(line).object();
+        if (object.value(QLatin1String("host")).toString() != QSysInfo::machineHostName())
+            continue;
+        FlashRecord record;
+        record.id = object.value(QLatin1String("id")).toInteger();
+        record.ended = QDateTime::fromString(object.value(QLatin1String("ended")).toString(), Qt::ISODate);
+        record.after = object.value(QLatin1String("after")).toString();
+        record.error = object.value(QLatin1String("error")).toString();
+        record.seconds = object.value(QLatin1String("seconds")).toDouble();
+        if (record.id > 0)
+            noted.insert(record.id, record);
+    }
+    return noted;
 }
 } // namespace
 
@@ -88,7 +116,7 @@ bool FlashHistory::open(const QString &path, int busyTimeoutMs)
     // Runs that open a new file at once meet in its first changes (journal mode, schema):
     // there SQLite may answer "locked" without waiting, so they are tried again until the timeout.
     const auto setUp = [this] {
-        return exec(QStringLiteral("PRAGMA journal_mode=WAL")) &&
+        return exec(QStringLiteral("PRAGMA journal_mode=WAL")) && exec(QStringLiteral("PRAGMA synchronous=FULL")) &&
                exec(QStringLiteral("CREATE TABLE IF NOT EXISTS flashes (id INTEGER PRIMARY KEY, started TEXT NOT NULL, "
                                    "ended TEXT, host TEXT, user TEXT, program TEXT, process TEXT, port TEXT, "
                                    "serial TEXT, before TEXT, after TEXT, version TEXT, files TEXT, signed INTEGER, "
@@ -104,8 +132,38 @@ bool FlashHistory::open(const QString &path, int busyTimeoutMs)
         }
         QThread::msleep(20);
     }
+    applyJournal();
     markInterrupted();
     return true;
+}
+
+bool FlashHistory::openForReading(const QString &path)
+{
+    file = path;
+    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE"))) {
+        lastError = QStringLiteral("Qt's SQLite driver is missing");
+        return false;
+    }
+    if (!QFileInfo(path).isFile()) {
+        lastError = QStringLiteral("There is no history at %1").arg(path);
+        return false;
+    }
+    const QString url = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toString(QUrl::FullyEncoded);
+    // While its writer runs, the write-ahead log is read through its index; when it is
+    // stopped, both are gone and a reader that may not make them reads the file as it lies.
+    for (const QString &mode : {QStringLiteral("?mode=ro"), QStringLiteral("?mode=ro&immutable=1")}) {
+        QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
+        db.setDatabaseName(url + mode);
+        db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_URI;QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=5000"));
+        if (db.open() && exec(QStringLiteral("SELECT count(*) FROM flashes")))
+            return true;
+        lastError = db.lastError().text().isEmpty() ? lastError : db.lastError().text();
+        db.close();
+        if (QFileInfo::exists(path + QLatin1String("-wal")))
+            break;
+    }
+    lastError = QStringLiteral("Cannot read the history %1: %2").arg(path, lastError);
+    return false;
 }
 
 bool FlashHistory::isOpen() const
@@ -142,9 +200,9 @@ void FlashHistory::markInterrupted()
         QSqlQuery update(db);
         // Only while still pending: the process may have finished it meanwhile.
         update.prepare(QStringLiteral("UPDATE flashes SET outcome = 'interrupted', ended = ?, "
-                                      "error = 'The flashing program ended before the flash did' "
-                                      "WHERE id = ? AND outcome = 'pending'"));
+                                      "error = ? WHERE id = ? AND outcome = 'pending'"));
         update.addBindValue(isoText(QDateTime::currentDateTimeUtc()));
+        update.addBindValue(QLatin1String(interruptedText));
         update.addBindValue(id);
         update.exec();
     }
@@ -176,8 +234,10 @@ qint64 FlashHistory::begin(FlashRecord &record)
     return record.id;
 }
 
-bool FlashHistory::finish(const FlashRecord &record)
+bool FlashHistory::finish(const FlashRecord &record, int busyTimeoutMs)
 {
+    if (busyTimeoutMs > 0)
+        exec(QStringLiteral("PRAGMA busy_timeout=%1").arg(busyTimeoutMs));
     QSqlQuery query(QSqlDatabase::database(connection, false));
     query.prepare(QStringLiteral("UPDATE flashes SET ended = ?, serial = ?, before = ?, after = ?, files = ?, "
                                  "signer = ?, tool = ?, outcome = ?, error = ?, seconds = ? WHERE id = ?"));
@@ -194,7 +254,8 @@ bool FlashHistory::finish(const FlashRecord &record)
     return true;
 }
 
-QList<FlashRecord> FlashHistory::records(const QString &serial, const QDateTime &since)
+bool FlashHistory::forEach(const QString &serial, const QDateTime &since,
+                           const std::function<bool(const FlashRecord &)> &each)
 {
     QString statement = QStringLiteral("SELECT %1 FROM flashes WHERE 1").arg(QLatin1String(columns));
     if (!serial.isEmpty())
@@ -202,16 +263,18 @@ QList<FlashRecord> FlashHistory::records(const QString &serial, const QDateTime 
     if (since.isValid())
         statement += QLatin1String(" AND started >= :since");
     QSqlQuery query(QSqlDatabase::database(connection, false));
+    // Row by row: a year of records is never held at once.
+    query.setForwardOnly(true);
     query.prepare(statement + QLatin1String(" ORDER BY started, id"));
     if (!serial.isEmpty())
         query.bindValue(QStringLiteral(":serial"), serial);
     if (since.isValid())
         query.bindValue(QStringLiteral(":since"), isoText(since));
-    QList<FlashRecord> list;
     if (!query.exec()) {
         lastError = query.lastError().text();
-        return list;
+        return false;
     }
+    const QHash<qint64, FlashRecord> unrecorded = journal();
     while (query.next()) {
         FlashRecord record;
         int column = 0;
@@ -227,9 +290,84 @@ QList<FlashRecord> FlashHistory::records(const QString &serial, const QDateTime 
         for (QString *text : {&record.signer, &record.tool, &record.outcome, &record.error})
             *text = query.value(column++).toString();
         record.seconds = query.value(column++).toDouble();
-        list << record;
+        const QString process = query.value(column++).toString();
+        // Shown as the next writer will mark them: a reader changes nothing.
+        if (record.outcome == QLatin1String("pending") && unrecorded.contains(record.id)) {
+            const FlashRecord &noted = unrecorded[record.id];
+            record.outcome = QStringLiteral("unrecorded");
+            record.ended = noted.ended;
+            record.after = noted.after;
+            record.error = noted.error;
+            record.seconds = noted.seconds;
+        } else if (record.outcome == QLatin1String("pending") && record.host == QSysInfo::machineHostName() &&
+                   !Platform::processAlive(process)) {
+            record.outcome = QStringLiteral("interrupted");
+            record.error = QLatin1String(interruptedText);
+        }
+        if (!each(record))
+            break;
     }
+    return true;
+}
+
+QList<FlashRecord> FlashHistory::records(const QString &serial, const QDateTime &since)
+{
+    QList<FlashRecord> list;
+    forEach(serial, since, [&list](const FlashRecord &record) {
+        list << record;
+        return true;
+    });
     return list;
+}
+
+// One line a record: {"id", "host", "ended", "after", "error", "seconds"}, the error
+// already saying what the outcome was.
+bool FlashHistory::noteUnrecorded(const FlashRecord &record)
+{
+    QFile journalFile(journalPath());
+    if (!journalFile.open(QIODevice::WriteOnly | QIODevice::Append))
+        return false;
+    const QString error = QStringLiteral("%1, but the record could not be completed at the flash's end%2")
+                              .arg(record.outcome, record.error.isEmpty() ? QString() : QLatin1String(": ") + record.error);
+    const QJsonObject line{{"id", record.id},
+                           {"host", QSysInfo::machineHostName()},
+                           {"ended", isoText(record.ended.isValid() ? record.ended : QDateTime::currentDateTimeUtc())},
+                           {"after", record.after},
+                           {"error", error},
+                           {"seconds", record.seconds}};
+    const QByteArray text = QJsonDocument(line).toJson(QJsonDocument::Compact) + '\n';
+    return journalFile.write(text) == text.size() && journalFile.flush();
+}
+
+QHash<qint64, FlashRecord> FlashHistory::journal() const
+{
+    return readJournal(journalPath());
+}
+
+// The journal is taken away first, so that a line another run adds meanwhile starts a
+// new one and is not lost.
+void FlashHistory::applyJournal()
+{
+    const QString taken =
+        journalPath() + QLatin1String(".applying-") + QString::number(QCoreApplication::applicationPid());
+    if (!QFileInfo::exists(journalPath()) || !QFile::rename(journalPath(), taken))
+        return;
+    bool applied = true;
+    for (const FlashRecord &record : readJournal(taken)) {
+        QSqlQuery update(QSqlDatabase::database(connection, false));
+        update.prepare(QStringLiteral("UPDATE flashes SET outcome = 'unrecorded', ended = ?, after = ?, error = ?, "
+                                      "seconds = ? WHERE id = ? AND outcome = 'pending'"));
+        for (const QVariant &value : {QVariant(isoText(record.ended)), QVariant(record.after), QVariant(record.error),
+                                      QVariant(record.seconds), QVariant(record.id)})
+            update.addBindValue(value);
+        applied = update.exec() && applied;
+    }
+    // Not applied: the lines go back, for the next opening.
+    QFile takenFile(taken);
+    QFile journalFile(journalPath());
+    if (!applied && takenFile.open(QIODevice::ReadOnly) && journalFile.open(QIODevice::WriteOnly | QIODevice::Append))
+        journalFile.write(takenFile.readAll());
+    QFile::remove(taken);
 }
 
 QByteArray historyJson(const FlashRecord &record)

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <QDateTime>
+#include <QHash>
 #include <QList>
 #include <QPair>
 #include <QSqlDatabase>
 #include <QString>
+
+#include <functional>
 
 // One flash of one unit, as the history keeps it.
 struct FlashRecord {
@@ -30,8 +33,10 @@ struct FlashRecord {
 
 // The record of every flash on this machine, in one SQLite file that any number of
 // runs write at once (write-ahead log, a busy timeout). A record is written when the
-// flash starts and completed when it ends; one left pending by a process that is gone
-// is marked "interrupted" by the next run that opens the history.
+// flash starts and completed when it ends. One left pending by a run that could not
+// complete it is noted in a small journal beside the file and marked "unrecorded" by
+// the next run that opens the history to write; one left pending by a process that is
+// gone is marked "interrupted". A connection serves the thread that opened it.
 class FlashHistory
 {
 public:
@@ -43,21 +48,33 @@ public:
     // $XDG_DATA_HOME/morvanta/history.sqlite
     static QString defaultPath();
 
-    // busyTimeoutMs: how long a write waits for another writer; 15 s lets eight stations
-    // that finish at once all write.
+    // For writing: makes the file if need be. busyTimeoutMs: how long a write waits for
+    // another writer; 15 s lets eight stations that finish at once all write.
     bool open(const QString &path, int busyTimeoutMs = 15000);
+    // For reading only: changes and makes nothing, also when its writer is stopped and
+    // the reader may not write there. A missing file is an error.
+    bool openForReading(const QString &path);
     bool isOpen() const;
     QString error() const { return lastError; }
     QString path() const { return file; }
 
     // The new record's id, 0 on failure. Host, user and process are filled in here.
     qint64 begin(FlashRecord &record);
-    bool finish(const FlashRecord &record);
-    // Oldest first; an empty serial or an invalid date leaves that filter out.
+    // Waits at most busyTimeoutMs for another writer (0: as opened).
+    bool finish(const FlashRecord &record, int busyTimeoutMs = 0);
+    // A record that could not be completed: what it would have said goes into the journal.
+    bool noteUnrecorded(const FlashRecord &record);
+    // Oldest first, one at a time, without holding them all; false from `each` stops.
+    // An empty serial or an invalid date leaves that filter out.
+    bool forEach(const QString &serial, const QDateTime &since, const std::function<bool(const FlashRecord &)> &each);
     QList<FlashRecord> records(const QString &serial = QString(), const QDateTime &since = QDateTime());
 
 private:
     bool exec(const QString &statement);
+    QString journalPath() const { return file + QLatin1String(".unrecorded"); }
+    // The journal's records by id: what they would have said.
+    QHash<qint64, FlashRecord> journal() const;
+    void applyJournal();
     void markInterrupted();
 
     QString connection;

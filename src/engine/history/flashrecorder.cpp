@@ -3,18 +3,18 @@
 #include "firmware/devicelisting.h"
 #include "flash/flashpackage.h"
 
-FlashRecorder::FlashRecorder(FlashHistory *history) : history(history)
+FlashRecorder::FlashRecorder(HistoryWriter *writer) : writer(writer)
 {
 }
 
-bool FlashRecorder::begin(const FlashRecord &unit)
+void FlashRecorder::begin(const FlashRecord &unit, QObject *context, HistoryWriter::Answer done)
 {
     record = unit;
     record.started = QDateTime::currentDateTimeUtc();
     if (record.tool.isEmpty())
         record.tool = knownDfuVersion();
     clock.start();
-    return history->begin(record) != 0;
+    writer->begin(&record, context, std::move(done));
 }
 
 void FlashRecorder::setPackage(const FlashPackage &package)
@@ -27,16 +27,31 @@ void FlashRecorder::setPackage(const FlashPackage &package)
         record.tool = knownDfuVersion();
 }
 
-bool FlashRecorder::finish(const QString &outcome, const QString &after, const QString &error)
+void FlashRecorder::setOutcome(const QString &outcome, const QString &after, const QString &error)
 {
-    if (!hasBegun())
-        return false;
     record.outcome = outcome;
     record.after = after;
     record.error = error;
     record.ended = QDateTime::currentDateTimeUtc();
     record.seconds = clock.elapsed() / 1000.0;
-    const bool written = history->finish(record);
-    record.id = 0;
-    return written;
+}
+
+void FlashRecorder::finish(int busyTimeoutMs, QObject *context, HistoryWriter::Answer done)
+{
+    writer->finish(record, busyTimeoutMs, context, std::move(done));
+}
+
+void FlashRecorder::noteUnrecorded(QObject *context, HistoryWriter::Answer done)
+{
+    writer->noteUnrecorded(record, context, std::move(done));
+}
+
+bool FlashRecorder::finishNow(int busyTimeoutMs, QString *why)
+{
+    return writer->finishNow(record, busyTimeoutMs, why);
+}
+
+bool FlashRecorder::noteUnrecordedNow()
+{
+    return writer->noteUnrecordedNow(record);
 }

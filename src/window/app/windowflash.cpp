@@ -5,23 +5,25 @@
 #include "app/settings.h"
 #include "firmware/version.h"
 #include "flash/flashtexts.h"
-#include "history/flashhistory.h"
+#include "history/historywriter.h"
 
 #include <QtDebug>
 
-FlashHistory *windowHistory()
+HistoryWriter *windowHistory()
 {
-    // One history for the window's whole run. Never destroyed: an automatic run ends by
-    // exit(), after which Qt's SQL registry is gone; SQLite's file is consistent at every
-    // statement's end.
-    static FlashHistory *const history = [] {
-        auto *opened = new FlashHistory;
-        // The window writes on its GUI thread: it waits for another writer a moment only.
-        if (!opened->open(FlashHistory::defaultPath(), 1000))
-            qWarning() << "No history of flashes:" << quoted(opened->error());
-        return opened;
-    }();
-    return history->isOpen() ? history : nullptr;
+    // Never destroyed: an automatic run ends by exit(), after which Qt's SQL registry is
+    // gone; SQLite's file is consistent at every statement's end.
+    static HistoryWriter *writer = nullptr;
+    if (writer && writer->isOpen())
+        return writer;
+    // Tried again at each flash: one busy moment must not lose the session's records.
+    if (!writer)
+        writer = new HistoryWriter;
+    // The window opens it on its GUI thread: it waits for another writer a moment only.
+    if (writer->open(FlashHistory::defaultPath(), 1000))
+        return writer;
+    qWarning() << "No history of flashes:" << quoted(writer->error());
+    return nullptr;
 }
 
 FlashJob::Options windowFlashOptions(const Settings &settings, const Version &version, const QStringList &files,

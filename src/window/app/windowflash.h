@@ -4,15 +4,15 @@
 
 #include <QString>
 
-class FlashHistory;
+class HistoryWriter;
 class Settings;
 class Version;
 
 // What the main window and the boot loader wizard share in running a flash job.
 
-// The history the window's flashes are recorded in, opened at its first flash; none when
-// it cannot be opened (a line in the log says why).
-FlashHistory *windowHistory();
+// The history the window's flashes are recorded in, opened at a flash; none when it
+// cannot be opened (a line in the log says why), and tried again at the next.
+HistoryWriter *windowHistory();
 
 // A flash of the window: of the device its last look found, recorded in its history.
 FlashJob::Options windowFlashOptions(const Settings &settings, const Version &version, const QStringList &files,

@@ -207,8 +207,10 @@ void Dialog::flashEnded(FlashOutcome outcome)
     case FlashOutcome::Current:
         ldisableAbort();
         setTotalProgress(100);
-        // An unattended run ends while the box is still open.
-        QMetaObject::invokeMethod(this, [this] { exitDfuInternalAutomaticOK(ExitCode::Success); }, Qt::QueuedConnection);
+        // An unattended run ends while the box is still open; flashed, but not recorded, with 3.
+        QMetaObject::invokeMethod(
+            this, [this, code = exitCodeFor(outcome, job->isRecorded())] { exitInternalAutomatic(code); },
+            Qt::QueuedConnection);
         showMsgBox(ErrorTexts::Info, FlashTexts::completedBox());
         break;
     case FlashOutcome::Failed:

@@ -271,6 +271,7 @@ void WizardPageBootLoaderSelect::flashEnded(FlashOutcome outcome)
     if (!job)
         return;
     const FlashError error = job->error();
+    const bool recorded = job->isRecorded();
     job->deleteLater();
     job = nullptr;
     disableAbort();
@@ -284,7 +285,8 @@ void WizardPageBootLoaderSelect::flashEnded(FlashOutcome outcome)
         setDFUProgress(100);
         resetWrittenStatus();
         // An unattended wizard ends while the box is still open.
-        QMetaObject::invokeMethod(this, [this] { exitSlot(ExitCode::Success); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this, code = exitCodeFor(outcome, recorded)] { exitSlot(code); }, Qt::QueuedConnection);
         showMsgBox(ErrorTexts::Info, FlashTexts::completedBox());
         break;
     case FlashOutcome::Failed:
@@ -330,7 +332,8 @@ void WizardPageBootLoaderSelect::exitSlot(ExitCode code)
         QCoreApplication::exit(0);
         return;
     }
-    if (code == ExitCode::Success)
+    // Flashed, recorded or not.
+    if (code == ExitCode::Success || code == ExitCode::NotRecorded)
         setWizardButtonEnabled(QWizard::FinishButton, true);
 }
 
