@@ -13,7 +13,7 @@ packages=(
   xvfb xauth xdotool imagemagick libxcb1-dev
   dosfstools fusefat
   libudev-dev libqt6sql6-sqlite
-  dfu-util umockdev libumockdev-dev dpkg-dev file appstream desktop-file-utils lintian
+  dfu-util umockdev libumockdev-dev dpkg-dev file appstream desktop-file-utils lintian systemd
   fonts-dejavu-core poppler-utils
   clang libfuzzer-14-dev
 )

@@ -8,7 +8,10 @@
 #include <QJsonDocument>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QStandardPaths>
 #include <QTest>
+
+#include <unistd.h>
 
 
 using TestSupport::ProgramRun;
@@ -121,6 +124,69 @@ private slots:
         QCOMPARE(run("dpkg-deb", {"-I", debs["morvanta-station"], "conffiles"}).output.trimmed(),
                  QString("/etc/default/morvanta-station"));
         QVERIFY(run("dpkg-deb", {"-I", debs["morvanta-station"], "postinst"}).output.contains("adduser --system --group"));
+    }
+
+    // The service is fenced: systemd rates the unit at most 4.5 ("OK" is below 5).
+    void serviceFenced()
+    {
+        if (QStandardPaths::findExecutable("systemd-analyze").isEmpty())
+            QSKIP("needs systemd-analyze");
+        const Result rated = run("systemd-analyze", {"security", "--offline=true",
+                                                     stationRoot() + "/usr/lib/systemd/system/morvanta-station.service"});
+        const QRegularExpressionMatch level =
+            QRegularExpression("Overall exposure level for morvanta-station.service: ([0-9.]+)").match(rated.output);
+        QVERIFY2(level.hasMatch(), qPrintable(rated.output));
+        QVERIFY2(level.captured(1).toDouble() <= 4.5, qPrintable(rated.output));
+    }
+
+    // The package's scripts as dpkg runs them on a systemd machine (in a mount namespace
+    // of the test's own, with stand-ins for the commands they call): removal stops the
+    // service, an upgrade restarts a running one, a first installation starts nothing.
+    void maintainerScripts_data()
+    {
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QStringList>("service"); // what is asked of morvanta-station.service
+        QTest::newRow("removed") << "prerm" << QStringList{"remove"} << QStringList{"stop"};
+        QTest::newRow("upgraded") << "prerm" << QStringList{"upgrade", "3.1"} << QStringList{};
+        QTest::newRow("configured after an upgrade") << "postinst" << QStringList{"configure", "3.0"}
+                                                     << QStringList{"try-restart"};
+        QTest::newRow("configured first") << "postinst" << QStringList{"configure", ""} << QStringList{};
+    }
+
+    void maintainerScripts()
+    {
+        QFETCH(QString, script);
+        QFETCH(QStringList, args);
+        const QString control = work.path() + "/control";
+        QCOMPARE(run("dpkg-deb", {"-e", debs["morvanta-station"], control}).exitCode, 0);
+        const QString standIns = work.path() + "/stand-ins";
+        const QString calls = work.path() + "/calls-" + QString(QTest::currentDataTag()).replace(' ', '-');
+        for (const char *command : {"deb-systemd-invoke", "systemctl", "adduser", "udevadm"})
+            QVERIFY(TestSupport::writeFile(standIns + "/" + command,
+                                           "#!/bin/sh\necho \"$(basename \"$0\") $*\" >> \"$CALLS\"\n") &&
+                    QFile::setPermissions(standIns + "/" + command, QFile::ReadOwner | QFile::WriteOwner |
+                                                                          QFile::ExeOwner | QFile::ReadOther |
+                                                                          QFile::ExeOther));
+        QProcess shell;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("PATH", standIns + ":" + env.value("PATH"));
+        env.insert("CALLS", calls);
+        shell.setProcessEnvironment(env);
+        shell.setProcessChannelMode(QProcess::MergedChannels);
+        const QStringList user = getuid() == 0 ? QStringList{} : QStringList{"--map-root-user"};
+        shell.start("unshare", user + QStringList{"--mount", "sh", "-c",
+                                                  "mount -t tmpfs tmpfs /run && mkdir -p /run/systemd/system /run/udev && "
+                                                  "exec sh \"$0\" \"$@\"",
+                                                  control + "/" + script} + args);
+        QVERIFY(shell.waitForFinished(20000));
+        QVERIFY2(shell.exitCode() == 0, shell.readAll().constData());
+        QStringList asked;
+        for (const QString &line : QString::fromUtf8(TestSupport::readFile(calls)).split('\n', Qt::SkipEmptyParts)) {
+            if (line.startsWith("deb-systemd-invoke ") && line.endsWith(" morvanta-station.service"))
+                asked << line.section(' ', 1, 1);
+        }
+        QTEST(asked, "service");
     }
 
     // The station needs no display: neither its package nor its program pulls in Qt's

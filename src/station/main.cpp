@@ -114,8 +114,9 @@ int main(int argc, char **argv)
         "  flash [options] FIRMWARE      FIRMWARE: one file of a pair, or a folder (its newest)\n"
         "  watch [options] FIRMWARE      flash every Tessel NINE that comes, until SIGTERM or SIGINT\n"
         "  history [options]             the record of every flash, oldest first\n"
-        "Exit codes of flash and watch: 0 flashed and verified (watch: no unit failed), 2 failed,\n"
-        "1 stopped by SIGINT or SIGTERM, 64 a usage error."));
+        "Exit codes of flash: 0 flashed and verified, 2 failed, 3 flashed but its record could not be\n"
+        "completed, 1 stopped by SIGINT or SIGTERM. Of watch: 0 stopped, no unit failed; 4 stopped, a\n"
+        "unit failed; 1 a second signal stopped running flashes; 2 the watch could not run. 64 a usage error."));
     parser.addHelpOption();
     const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("One JSON object per line, nothing else."));
     const QCommandLineOption csv(QStringLiteral("csv"), QStringLiteral("history: CSV with a header row."));

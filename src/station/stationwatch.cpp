@@ -234,8 +234,9 @@ void StationWatch::finishIfDone()
     lookTimer.stop();
     pollTimer.stop();
     output->summary(counts, clock.elapsed() / 1000.0);
+    // Units that failed are no failure of the watch: a service stopped cleanly is not "failed".
     const ExitCode code = counts.stopped > 0  ? ExitCode::Stopped
-                          : counts.failed > 0 ? ExitCode::Failed
+                          : counts.failed > 0 ? ExitCode::UnitsFailed
                                               : ExitCode::Success;
     emit finished(code);
 }

@@ -7,6 +7,7 @@ enum class ExitCode : int {
     Failed = 2,         // an error the user was told of
     NotRecorded = 3,    // flashed, but the record could not be completed: a line sets the unit aside
     LanguageChange = 3, // the window starts again in another language (never leaves main)
+    UnitsFailed = 4,    // a watch stopped cleanly after one or more units failed
     Usage = 64,         // the command line was wrong
 };
 
