@@ -286,6 +286,9 @@ private slots:
         // The last line is whole although it came in pieces.
         row("0.11", "killed after a message in pieces", 3) << "Unexpected trouble" << "-1" << "137"
                                        << QStringList{"dfu-util was ended by a signal\ndfu-util: Unexpected trouble"};
+        // Killed in the middle of its bar: the bar is no last word of the tool.
+        row("0.11", "killed mid-file without a word") << "killed" << "20" << ""
+                                                     << QStringList{"dfu-util was ended by a signal\nCopying data from PC to DFU device"};
         row("0.11", "opening error before the download")
             << "Cannot open DFU device 2675:0001 found on devnum 5 (LIBUSB_ERROR_ACCESS)" << "-1" << ""
             << QStringList{d + " - Opening error\n" + ErrorTexts::noPermission()};

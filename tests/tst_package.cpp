@@ -261,8 +261,10 @@ private slots:
         QTest::addColumn<QString>("language");
         QTest::addColumn<QString>("file");
         QTest::addColumn<QString>("welcome");
-        QTest::newRow("English") << "English" << "Manual_en.pdf" << "WELCOME";
-        QTest::newRow("German") << "German" << "Manual_de.pdf" << "WILLKOMMEN";
+        QTest::addColumn<bool>("fromMenu"); // started in its folder as the desktop entry does, or elsewhere
+        QTest::newRow("English") << "English" << "Manual_en.pdf" << "WELCOME" << true;
+        QTest::newRow("German") << "German" << "Manual_de.pdf" << "WILLKOMMEN" << true;
+        QTest::newRow("typed in a terminal elsewhere") << "English" << "Manual_en.pdf" << "WELCOME" << false;
     }
 
     void manualBehindF1()
@@ -282,7 +284,8 @@ private slots:
         // The program names the folder it runs in as the system gives it: no link in it.
         const QString folder = QDir(windowRoot() + "/usr/lib/morvanta").canonicalPath();
 
-        ProgramRun program(sandbox, {}, folder, env, folder + "/morvanta");
+        QFETCH(bool, fromMenu);
+        ProgramRun program(sandbox, {}, fromMenu ? folder : sandbox.cwd(), env, folder + "/morvanta");
         const QString title = "Morvanta.03.20260616.0";
         QFETCH(QString, welcome);
         QVERIFY(TestSupport::answerBox(welcome));

@@ -117,9 +117,14 @@ static void found_line(void)
     out(line);
 }
 
-/* The error line of the scenario, on standard error, then the end of the run. */
+/* The error line of the scenario, on standard error, then the end of the run. "killed"
+ * ends it there by SIGKILL, with no word at all, as the kernel's OOM killer does. */
 static void fail(const char *error, int exit_code)
 {
+    if (strcmp(error, "killed") == 0) {
+        flush_out();
+        raise(SIGKILL);
+    }
     if (newer) {
         warn_line(error);
     } else {

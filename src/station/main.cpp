@@ -172,7 +172,8 @@ int main(int argc, char **argv)
     const int seconds = parser.value(timeout).toInt(&timeoutOk);
     QStringList watchedPorts;
     for (const QString &item : parser.value(portList).split(QLatin1Char(','), Qt::SkipEmptyParts))
-        watchedPorts << item.trimmed();
+        if (!watchedPorts.contains(item.trimmed())) // a port named twice is watched once
+            watchedPorts << item.trimmed();
     if ((command == QLatin1String("list") || command == QLatin1String("history")) && words.size() == 1) {
         if (parser.isSet(json) && parser.isSet(csv))
             return usageError(parser, QStringLiteral("say --json or --csv, not both"));

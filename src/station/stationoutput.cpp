@@ -139,12 +139,16 @@ void StationOutput::progress(int percent, long written, long total, bool bytes, 
     progressShown = true;
 }
 
-void StationOutput::error(const QString &text)
+void StationOutput::error(const QString &text, const QString &port)
 {
-    if (json)
-        emitEvent({{"event", "error"}, {"text", text}});
-    else
+    if (json) {
+        QJsonObject event{{"event", "error"}, {"text", text}};
+        if (!port.isEmpty())
+            event.insert(QStringLiteral("port"), port);
+        emitEvent(event);
+    } else {
         line(QStringLiteral("Error: ") + text);
+    }
 }
 
 void StationOutput::result(int exitCode, const QString &outcome, const QString &before, const QString &after,

@@ -31,7 +31,8 @@ public:
     void stage(const QString &text);
     void file(const QString &stage, const QString &name, int number, int total);
     void progress(int percent, long written, long total, bool bytes, int remainingSeconds);
-    void error(const QString &text);
+    // port: the port it is about, where the output is about no single unit (a watch's own).
+    void error(const QString &text, const QString &port = QString());
     // outcome: flashed, recovered, current, failed or stopped; recorded: its record went in.
     void result(int exitCode, const QString &outcome, const QString &before, const QString &after, double seconds,
                 bool recorded = true);

@@ -33,7 +33,8 @@ void StationWatch::start()
         if (!lock->lock(port)) {
             output->error(lock->error().isEmpty()
                               ? QStringLiteral("Port %1 is watched or flashed by another run: left to it").arg(port)
-                              : QStringLiteral("Cannot lock port %1: %2").arg(port, lock->error()));
+                              : QStringLiteral("Cannot lock port %1: %2").arg(port, lock->error()),
+                          port);
             continue;
         }
         ports[port].lock = std::move(lock);

@@ -203,6 +203,9 @@ void DfuTransfer::keepLastLine(const QByteArray &chunk)
     const QList<QByteArray> lines = text.split('\n');
     for (auto line = lines.crbegin(); line != lines.crend(); ++line) {
         QByteArray words = line->trimmed();
+        // The newer tool's progress bar is no message.
+        if (words.startsWith("Download\t[") || words.startsWith("Download ["))
+            continue;
         // A message that interrupts the old tool's bar ("Starting download: [####") is
         // what the tool said, not the bar.
         const qsizetype bar = words.lastIndexOf("[#");

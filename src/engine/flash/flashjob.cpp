@@ -389,6 +389,11 @@ void FlashJob::verifyLook(const std::optional<ListedDevice> &back)
 
 void FlashJob::stop()
 {
+    // Only the record is left: it is tried no more, and kept for the next run.
+    if (phase == Phase::Completing) {
+        recordDeadline.setRemainingTime(0);
+        return;
+    }
     if (flags->gpgRunning)
         qDebug() << "kill gpg";
     if (flags->dfuRunning)

@@ -6,6 +6,7 @@
 #include "app/log.h"
 #include "app/settings.h"
 
+#include <QCoreApplication>
 #include <QDesktopServices>
 #include <QDir>
 #include <QFileInfo>
@@ -55,7 +56,10 @@ void MyMenu::manual()
 {
     const QString name = QLatin1String("Manual_") +
                          (language == QLatin1String("German") ? QLatin1String("de.pdf") : QLatin1String("en.pdf"));
-    const QFileInfo file(QDir(QDir::currentPath()).absoluteFilePath(name));
+    // Installed beside the program; a folder of manuals the program is started in also serves.
+    const QFileInfo beside(QDir(QCoreApplication::applicationDirPath()).absoluteFilePath(name));
+    const QFileInfo here(QDir(QDir::currentPath()).absoluteFilePath(name));
+    const QFileInfo file = beside.isFile() || !here.isFile() ? beside : here;
     if (!file.isFile() || !QDesktopServices::openUrl(QUrl::fromLocalFile(file.absoluteFilePath())))
         emit sendMsgBox(ErrorTexts::Error, tr("Unable to open manual! %1").arg(file.absoluteFilePath()));
 }
