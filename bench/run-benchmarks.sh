@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks; prints figures, asserts nothing.
 #   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]
-#   sections: prepare parser download ftp usb emulated station speed watch
+#   sections: prepare parser download ftp usb emulated station speed watch history
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 shift || true
-sections=${*:-prepare parser download ftp usb emulated station speed watch}
+sections=${*:-prepare parser download ftp usb emulated station speed watch history}
 want() { [[ " $sections " == *" $1 "* ]]; }
 command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
 cmake --build "$build" -j2 --target benchmarks >/dev/null
@@ -324,4 +324,34 @@ for round in 1 2; do
         "${looped[-1]} ms ($(( 4 * 3600000 / looped[-1] )) units/h); peak memory of the watch $(cat "$work/wtime") KiB"
 done
 kill "$wbus" 2>/dev/null || true
+fi
+
+if want history; then
+echo "== history: a year of a line's records (400,000) exported, streamed"
+hist=$work/year.sqlite
+/usr/bin/python3 - "$hist" <<'PY'
+import sqlite3, sys
+db = sqlite3.connect(sys.argv[1])
+db.execute("PRAGMA journal_mode=WAL")
+db.execute("CREATE TABLE flashes (id INTEGER PRIMARY KEY, started TEXT NOT NULL, ended TEXT, host TEXT, user TEXT, "
+           "program TEXT, process TEXT, port TEXT, serial TEXT, before TEXT, after TEXT, version TEXT, files TEXT, "
+           "signed INTEGER, signer TEXT, tool TEXT, outcome TEXT NOT NULL, error TEXT, seconds REAL)")
+files = '[{"name":"os_01.sys","sha256":"%s"},{"name":"pr_01.sys","sha256":"%s"}]' % ("a" * 64, "b" * 64)
+rows = (("2026-%02d-%02dT%02d:%02d:00Z" % (1 + i // 40000 % 12, 1 + i // 1400 % 28, i // 60 % 24, i % 60),
+         "2026-01-01T00:01:00Z", "line-pc", "morvanta", "station", "x", "1-%d" % (1 + i % 8), "%07d" % i,
+         "1_2_3", "1_2_4", "1_2_4", files, 1, "C" * 40, "0.11", "flashed", None, 61.5) for i in range(400000))
+db.executemany("INSERT INTO flashes (started, ended, host, user, program, process, port, serial, before, after, "
+               "version, files, signed, signer, tool, outcome, error, seconds) "
+               "VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)", rows)
+db.execute("CREATE INDEX flashes_serial ON flashes (serial)")
+db.execute("CREATE INDEX flashes_started ON flashes (started, id)")  # as a writer of the program makes them
+db.commit()
+PY
+ls -l "$hist" | awk '{print "  " $5 " bytes"}'
+for i in 1 2; do
+    start=$(date +%s%N)
+    /usr/bin/time -o "$work/htime" -f "%M" "$bin/morvanta-station" history --csv --history "$hist" \
+        | { head -n 2 >/dev/null; echo "  first record after $(( ($(date +%s%N) - start) / 1000000 )) ms"; cat >/dev/null; }
+    echo "  whole export $(( ($(date +%s%N) - start) / 1000000 )) ms, peak memory $(cat "$work/htime") KiB"
+done
 fi

@@ -121,7 +121,9 @@ bool FlashHistory::open(const QString &path, int busyTimeoutMs)
                                    "ended TEXT, host TEXT, user TEXT, program TEXT, process TEXT, port TEXT, "
                                    "serial TEXT, before TEXT, after TEXT, version TEXT, files TEXT, signed INTEGER, "
                                    "signer TEXT, tool TEXT, outcome TEXT NOT NULL, error TEXT, seconds REAL)")) &&
-               exec(QStringLiteral("CREATE INDEX IF NOT EXISTS flashes_serial ON flashes (serial)"));
+               exec(QStringLiteral("CREATE INDEX IF NOT EXISTS flashes_serial ON flashes (serial)")) &&
+               // The order they are read in, without a sort of all of them first.
+               exec(QStringLiteral("CREATE INDEX IF NOT EXISTS flashes_started ON flashes (started, id)"));
     };
     QElapsedTimer waited;
     waited.start();
