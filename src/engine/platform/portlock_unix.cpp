@@ -93,7 +93,7 @@ bool PortLock::lockOnce(const QByteArray &path, bool *retry)
     if (fstat(lockFd, &file) != 0 || !S_ISREG(file.st_mode) || !expectedOwner(file.st_uid)) {
         lastError = !S_ISREG(file.st_mode)
                         ? QStringLiteral("%1 is no lock file: something else stands at its path").arg(QFile::decodeName(path))
-                        : QStringLiteral("%1 belongs to another user (%2): not a lock of this program's")
+                        : QStringLiteral("%1 belongs to another user (%2): remove it if no run of theirs flashes there")
                               .arg(QFile::decodeName(path))
                               .arg(file.st_uid);
         close(lockFd);
