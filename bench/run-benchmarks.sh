@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks; prints figures, asserts nothing.
 #   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]
-#   sections: prepare parser download ftp usb emulated station speed watch history
+#   sections: prepare parser download ftp usb emulated station speed watch history central
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 shift || true
-sections=${*:-prepare parser download ftp usb emulated station speed watch history}
+sections=${*:-prepare parser download ftp usb emulated station speed watch history central}
 want() { [[ " $sections " == *" $1 "* ]]; }
 command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
 cmake --build "$build" -j2 --target benchmarks >/dev/null
@@ -354,4 +354,97 @@ for i in 1 2; do
         | { head -n 2 >/dev/null; echo "  first record after $(( ($(date +%s%N) - start) / 1000000 )) ms"; cat >/dev/null; }
     echo "  whole export $(( ($(date +%s%N) - start) / 1000000 )) ms, peak memory $(cat "$work/htime") KiB"
 done
+fi
+
+if want central; then
+echo "== central record: eight writers send 500 records each; a flash's end to its row; memory with a sender"
+pg=$(mktemp -d /tmp/pgb.XXXXXX) # a socket path is short
+as_pg=()
+if [ "$(id -u)" -eq 0 ]; then chown nobody "$pg"; as_pg=(setpriv --reuid=nobody --regid=nogroup --clear-groups --); fi
+pgbin=/usr/lib/postgresql/15/bin
+"${as_pg[@]}" "$pgbin/initdb" -D "$pg/data" -A trust -U tester --no-sync >/dev/null
+"${as_pg[@]}" "$pgbin/pg_ctl" -D "$pg/data" -l "$pg/log" -w -o "-k $pg -h '' -F" start >/dev/null
+trap '"${as_pg[@]}" "$pgbin/pg_ctl" -D "$pg/data" -m immediate stop >/dev/null 2>&1; rm -rf "$pg" "$work"' EXIT
+psql_() { "$pgbin/psql" -h "$pg" -U tester -qAtX "$@"; }
+psql_ -d postgres -c "CREATE DATABASE morvanta"
+url="postgresql://tester@/morvanta?host=$pg"
+for w in 1 2 3 4 5 6 7 8; do
+    /usr/bin/python3 - "$work/writer-$w.sqlite" "$w" <<'PY'
+import sqlite3, sys, uuid
+db = sqlite3.connect(sys.argv[1])
+w = sys.argv[2]
+db.execute("PRAGMA journal_mode=WAL")
+db.execute("CREATE TABLE flashes (id INTEGER PRIMARY KEY, started TEXT NOT NULL, ended TEXT, host TEXT, user TEXT, "
+           "program TEXT, process TEXT, port TEXT, serial TEXT, before TEXT, after TEXT, version TEXT, files TEXT, "
+           "signed INTEGER, signer TEXT, tool TEXT, outcome TEXT NOT NULL, error TEXT, seconds REAL, uuid TEXT, "
+           "station TEXT, operator TEXT, work_order TEXT, sent TEXT)")
+files = '[{"name":"os_01.sys","sha256":"%s"},{"name":"pr_01.sys","sha256":"%s"}]' % ("a" * 64, "b" * 64)
+rows = (("2026-11-25T%02d:%02d:00Z" % (i // 60 % 24, i % 60), "2026-11-25T00:01:00Z", "pc-" + w, "morvanta",
+         "station", "x", "1-1", "%s%06d" % (w, i), "1_2_3", "1_2_4", "1_2_4", files, 1, "C" * 40, "0.11",
+         "flashed", None, 61.5, str(uuid.uuid4()), "line-" + w, "4711", "WO-1") for i in range(500))
+db.executemany("INSERT INTO flashes (started, ended, host, user, program, process, port, serial, before, after, "
+               "version, files, signed, signer, tool, outcome, error, seconds, uuid, station, operator, work_order) "
+               "VALUES (?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)", rows)
+db.execute("CREATE UNIQUE INDEX flashes_uuid ON flashes (uuid)")
+db.execute("CREATE INDEX flashes_unsent ON flashes (id) WHERE sent IS NULL")
+db.execute("PRAGMA user_version = 2")
+db.commit()
+PY
+done
+"$bin/morvanta-station" sync --history "$work/writer-1.sqlite" --central "$url" >/dev/null # the schema, made once
+psql_ -d morvanta -c "TRUNCATE flashes"
+psql_ -d morvanta -c "SELECT 1" >/dev/null
+for w in 1 2 3 4 5 6 7 8; do
+    sqlite3 "$work/writer-$w.sqlite" "UPDATE flashes SET sent = NULL" 2>/dev/null ||
+        /usr/bin/python3 -c "import sqlite3,sys; d=sqlite3.connect(sys.argv[1]); d.execute('UPDATE flashes SET sent = NULL'); d.commit()" "$work/writer-$w.sqlite"
+done
+start=$(date +%s%N)
+for w in 1 2 3 4 5 6 7 8; do "$bin/morvanta-station" sync --history "$work/writer-$w.sqlite" --central "$url" >/dev/null & done
+wait
+took=$(( ($(date +%s%N) - start) / 1000000 ))
+rows=$(psql_ -d morvanta -c "SELECT count(*) FROM flashes")
+echo "  $rows rows from eight writers in $took ms: $(( rows * 1000 / (took > 0 ? took : 1) )) records per second"
+
+bash tools/make-firmware-kit.sh "$build/devkey" "$work/centralfw" Tessel_NINE_V1_2_4 1 1 16384 >/dev/null
+capp=$work/centralapp
+program_folder "$capp" morvanta-station
+"$bin/tessel-emulator" --announce "$work/centralbed" --device port=1 -- sleep 3600 &
+cbus=$!
+trap 'kill "$cbus" 2>/dev/null; wait "$cbus" 2>/dev/null; "${as_pg[@]}" "$pgbin/pg_ctl" -D "$pg/data" -m immediate stop >/dev/null 2>&1; rm -rf "$pg" "$work"' EXIT
+while [ ! -s "$work/centralbed" ]; do sleep 0.1; done
+export UMOCKDEV_DIR=$(cat "$work/centralbed")
+# From the result line a script reads to the row the plant sees.
+/usr/bin/python3 - "$capp/morvanta-station" "$work/centralfw" "$url" "$work/lat.sqlite" "$pgbin/psql" "$pg" <<'PY'
+import json, subprocess, sys, time
+station, firmware, url, history, psql, pg = sys.argv[1:]
+def rows():
+    return int(subprocess.run([psql, "-h", pg, "-U", "tester", "-d", "morvanta", "-qAtX", "-c",
+                               "SELECT count(*) FROM flashes WHERE station = 'latency'"],
+                              capture_output=True, text=True).stdout.strip() or 0)
+lat = []
+for i in range(10):
+    before = rows()
+    run = subprocess.Popen([station, "flash", "--json", "--history", history, "--station", "latency", "--central", url,
+                            firmware], stdout=subprocess.PIPE, text=True)
+    ended = None
+    for line in run.stdout:
+        if json.loads(line).get("event") == "result":
+            ended = time.monotonic()
+            break
+    while rows() == before and time.monotonic() - ended < 30:
+        time.sleep(0.01)
+    lat.append(time.monotonic() - ended)
+    run.wait()
+lat.sort()
+print("  a flash's end to its row, 10 flashes: median %.2f s, worst %.2f s" % ((lat[4] + lat[5]) / 2, lat[-1]))
+PY
+for with in "" "--central $url"; do
+    # shellcheck disable=SC2086
+    /usr/bin/time -o "$work/ctime" -f "%M" "$capp/morvanta-station" flash --history "$work/mem.sqlite" $with \
+        "$work/centralfw" >/dev/null || echo "  the run failed"
+    label="without a sender"; [ -z "$with" ] || label="with a sender"
+    echo "  peak memory of a flash $label: $(cat "$work/ctime") KiB"
+done
+kill "$cbus"; wait "$cbus" 2>/dev/null || true
+unset UMOCKDEV_DIR
 fi

@@ -12,7 +12,7 @@ packages=(
   php-cli python3-pyftpdlib openssl
   xvfb xauth xdotool imagemagick libxcb1-dev
   dosfstools fusefat
-  libudev-dev libqt6sql6-sqlite
+  libudev-dev libqt6sql6-sqlite libqt6sql6-psql postgresql-15
   dfu-util umockdev libumockdev-dev dpkg-dev file appstream desktop-file-utils lintian systemd
   fonts-dejavu-core poppler-utils
   clang libfuzzer-14-dev

@@ -7,6 +7,7 @@
 #include "ui/wizard/wizardbootloader.h"
 
 #include "firmwarekit.h"
+#include "postgresserver.h"
 #include "history/flashhistory.h"
 #include "platform/portlock.h"
 #include "windowsupport.h"
@@ -18,6 +19,7 @@
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSysInfo>
 #include <QTest>
 #include <QTimer>
 
@@ -27,6 +29,7 @@
 using TestSupport::EmulatedBus;
 using TestSupport::FirmwareKit;
 using TestSupport::ModalAnswerer;
+using TestSupport::PostgresServer;
 
 namespace {
 constexpr int fileSize = 1500;
@@ -42,6 +45,7 @@ class TestEmulated : public QObject
     QString bootLoader;
     QList<QByteArray> flashed; // the package's .sys files in flash order
     std::unique_ptr<Settings> settings;
+    PostgresServer postgres; // the plant's central record, for the rows that send to it
 
     QString record(const QString &name) const { return sandbox.root() + "/received/" + name; }
 
@@ -72,44 +76,45 @@ private slots:
         QTest::addColumn<int>("exitCode");
         QTest::addColumn<QString>("logged"); // the error the ERROR box showed, or a line of a good run
         QTest::addColumn<QString>("held");   // a port another run holds meanwhile
+        QTest::addColumn<bool>("central");   // the record goes to the plant's central record too
         const QStringList flash{"-a", "-p", firmware};
-        QTest::newRow("final reset re-enumerates") << QStringList{"record=" + record("1")} << flash << 0 << "" << "";
+        QTest::newRow("final reset re-enumerates") << QStringList{"record=" + record("1")} << flash << 0 << "" << "" << true;
         QTest::newRow("final reset succeeds") << QStringList{"scenario=reset-ok,record=" + record("2")} << flash << 0
-                                              << "" << "";
+                                              << "" << "" << false;
         QTest::newRow("manifestation-tolerant") << QStringList{"scenario=manifestation-tolerant,record=" + record("3")}
-                                                << flash << 0 << "" << "";
+                                                << flash << 0 << "" << "" << false;
         QTest::newRow("boot loader, -a -b") << QStringList{"record=" + record("4")}
-                                            << QStringList{"-a", "-b", "-f", bootLoader} << 0 << "" << "";
+                                            << QStringList{"-a", "-b", "-f", bootLoader} << 0 << "" << "" << false;
         QTest::newRow("cannot write") << QStringList{"scenario=errwrite"} << flash << 2
-                                      << "\"Error during download - Device is unable to write memory\"" << "";
+                                      << "\"Error during download - Device is unable to write memory\"" << "" << false;
         // Debian's dfu-util looks once, 5 s after a detach; the program looks until it is back.
         QTest::newRow("off the bus 3 s at each reset") << QStringList{"offbus=3000,record=" + record("5")} << flash << 0
-                                                       << "" << "";
+                                                       << "" << "" << false;
         QTest::newRow("off the bus 8 s at each reset") << QStringList{"offbus=8000,record=" + record("6")} << flash << 0
-                                                       << "" << "";
+                                                       << "" << "" << false;
         QTest::newRow("node closed for 1.5 s after each appearance") << QStringList{"lag=1500,record=" + record("7")}
-                                                                     << flash << 0 << "" << "";
+                                                                     << flash << 0 << "" << "" << false;
         QTest::newRow("never back after the detach") << QStringList{"scenario=no-return"} << flash << 2
-                                                     << "\"Device is not connected - Lost device after RESET\"" << "";
+                                                     << "\"Device is not connected - Lost device after RESET\"" << "" << false;
         QTest::newRow("two Tessel NINEs") << QStringList{"port=1", "port=2"} << flash << 2
-                                          << "\"More than one DFU capable USB device found\"" << "";
+                                          << "\"More than one DFU capable USB device found\"" << "" << false;
         // The one Tessel NINE is flashed through its port; Debian's dfu-util alone would
         // find two DFU devices.
         QTest::newRow("another maker's DFU device beside it")
-            << QStringList{"port=1,record=" + record("8"), "port=2,vendor=0483,product=df11"} << flash << 0 << "" << "";
+            << QStringList{"port=1,record=" + record("8"), "port=2,vendor=0483,product=df11"} << flash << 0 << "" << "" << false;
         QTest::newRow("a node the user may not open") << QStringList{"closed"} << flash << 2
-                                                      << "\"" + ErrorTexts::noPermission() + "\"" << "";
+                                                      << "\"" + ErrorTexts::noPermission() + "\"" << "" << false;
         // A flash that was cut left it in DFU mode: flashed without a question, and said so.
         QTest::newRow("waiting in update mode") << QStringList{"dfu,record=" + record("9")} << flash << 0
-                                                << "The device is in update mode: the selected firmware is flashed" << "";
+                                                << "The device is in update mode: the selected firmware is flashed" << "" << false;
         // Another program flashes the device: a clear box, and nothing goes onto it.
         QTest::newRow("the port held by another run") << QStringList{"record=" + record("10")} << flash << 2
-                                                      << "\"Another run is flashing the device on port 1-1\"" << "1-1";
+                                                      << "\"Another run is flashing the device on port 1-1\"" << "1-1" << false;
         // The unit is pulled while it restarts after its last file and another plugged in:
         // the other one, already current, does not count as flashed.
         QTest::newRow("another unit back after the last file")
             << QStringList{"swap=0000042@10"} << flash << 2
-            << "\"Another device is on the port 1-1: serial 0000042, not 0000001\"" << "";
+            << "\"Another device is on the port 1-1: serial 0000042, not 0000001\"" << "" << false;
     }
 
     void unattended()
@@ -119,6 +124,11 @@ private slots:
         QFETCH(QString, logged);
         QFETCH(int, exitCode);
         QFETCH(QString, held);
+        QFETCH(bool, central);
+        if (central && !PostgresServer::unavailable().isEmpty())
+            QSKIP(qPrintable(PostgresServer::unavailable()));
+        if (central && !postgres.start())
+            QFAIL(qPrintable(postgres.error()));
         // Root in a user namespace of its own has no other user to run a tool as.
         const bool closedNode = devices.join(',').contains("closed") || devices.join(',').contains("lag=");
         if (closedNode && getuid() == 0 && !TestSupport::userMapped(65534))
@@ -127,7 +137,7 @@ private slots:
         if (!held.isEmpty())
             QVERIFY(otherRun.lock(held));
         TestSupport::Sandbox program;
-        program.writeConfig({{"mode", "internal"}});
+        program.writeConfig({{"mode", "internal"}, {"central", central ? postgres.url() : QString()}});
         program.installProgram({"gpg"});
         QVERIFY(QFile::link(TestSupport::binDir() + "/dfu-util-umockdev", program.app() + "/dfu-util"));
         QString runner = EmulatedBus::emulator();
@@ -175,6 +185,12 @@ private slots:
                               bootLoaderOnly ? "2_0_1" : "1_2_4", after));
             QCOMPARE(unit.files.size(), bootLoaderOnly ? 1 : 5);
             QCOMPARE(unit.signer.size(), 40);
+            QCOMPARE(unit.station, QSysInfo::machineHostName());
+            // A technician's cable flash reaches the plant's record, under the same id.
+            if (central)
+                QCOMPARE(postgres.query("SELECT program, station, serial, outcome, jsonb_array_length(files) FROM "
+                                        "flashes WHERE id = '" + unit.id + "'"),
+                         QStringList{"window|" + QSysInfo::machineHostName() + "|0000001|flashed|5"});
         }
         QCOMPARE(TestSupport::liveProcessesWith(program.instanceFolder() + "/ZelkoExtract/"), 0);
     }

@@ -141,7 +141,8 @@ private slots:
 
     // The package's scripts as dpkg runs them on a systemd machine (in a mount namespace
     // of the test's own, with stand-ins for the commands they call): removal stops the
-    // service, an upgrade restarts a running one, a first installation starts nothing.
+    // service, an upgrade restarts a running one, a first installation starts nothing;
+    // the password file of the central record is made for the service's group alone.
     void maintainerScripts_data()
     {
         QTest::addColumn<QString>("script");
@@ -162,7 +163,7 @@ private slots:
         QCOMPARE(run("dpkg-deb", {"-e", debs["morvanta-station"], control}).exitCode, 0);
         const QString standIns = work.path() + "/stand-ins";
         const QString calls = work.path() + "/calls-" + QString(QTest::currentDataTag()).replace(' ', '-');
-        for (const char *command : {"deb-systemd-invoke", "systemctl", "adduser", "udevadm"})
+        for (const char *command : {"deb-systemd-invoke", "systemctl", "adduser", "udevadm", "install"})
             QVERIFY(TestSupport::writeFile(standIns + "/" + command,
                                            "#!/bin/sh\necho \"$(basename \"$0\") $*\" >> \"$CALLS\"\n") &&
                     QFile::setPermissions(standIns + "/" + command, QFile::ReadOwner | QFile::WriteOwner |
@@ -187,6 +188,9 @@ private slots:
                 asked << line.section(' ', 1, 1);
         }
         QTEST(asked, "service");
+        // The central record's password file: the service's group reads it, nobody else.
+        if (script == "postinst")
+            QVERIFY(TestSupport::readFile(calls).contains("install -m 0640 -o root -g morvanta /dev/null /etc/morvanta/pgpass\n"));
     }
 
     // The station needs no display: neither its package nor its program pulls in Qt's
@@ -195,7 +199,7 @@ private slots:
     {
         const QStringList station = dependsOf("morvanta-station");
         for (const char *needed : {"gpg", "dfu-util", "adduser", "libqt6core6", "libqt6network6", "libqt6sql6-sqlite",
-                                   "libzip4", "libcurl4"})
+                                   "libqt6sql6-psql", "libzip4", "libcurl4"})
             QVERIFY2(station.contains(needed), needed);
         const QRegularExpression display("^(libqt6gui|libqt6widgets|qt6-qpa|libx11|libxcb|libgl|libegl)");
         QCOMPARE(station.filter(display), QStringList{});

@@ -2,6 +2,7 @@
 // flashed by a run of its own at the same time, with Debian's real dfu-util on emulated
 // devices, every line of its JSON output read as a script reads it. No display anywhere.
 #include "firmwarekit.h"
+#include "postgresserver.h"
 #include "testsupport.h"
 
 #include "platform/ownedfolder.h"
@@ -10,6 +11,7 @@
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -27,6 +29,7 @@
 
 using TestSupport::EmulatedBus;
 using TestSupport::FirmwareKit;
+using TestSupport::PostgresServer;
 
 namespace {
 constexpr int fileSize = 1500;
@@ -40,6 +43,7 @@ class TestStation : public QObject
     QString firmware;   // V1_2_4, alone in its folder
     QString bootLoader; // V2_0_1
     QList<QByteArray> flashed;
+    std::unique_ptr<PostgresServer> postgres; // the plant's central record, started by the first test that needs it
 
     struct Run {
         std::unique_ptr<QProcess> process = std::make_unique<QProcess>();
@@ -120,6 +124,20 @@ class TestStation : public QObject
     QList<QByteArray> received(const QString &name) const
     {
         return EmulatedBus::received(sandbox.root() + "/received/" + name);
+    }
+    // The central record's server, started by the first test that needs it.
+    bool startCentral()
+    {
+        if (!postgres)
+            postgres = std::make_unique<PostgresServer>();
+        return postgres->start();
+    }
+    QStringList central(const QString &sql)
+    {
+        const QStringList rows = postgres->query(sql);
+        if (!postgres->error().isEmpty())
+            qWarning() << sql << postgres->error();
+        return rows;
     }
 
 private slots:
@@ -247,7 +265,7 @@ private slots:
         start(csv, {"history", "--csv", "--serial", "=1+2", "--since", "2026-01-01", "--history", history});
         QVERIFY(finish(csv));
         QCOMPARE(csv.notJson.size(), 2);
-        QVERIFY(csv.notJson[0].startsWith("started,ended,host,user,program,port,serial,"));
+        QVERIFY(csv.notJson[0].startsWith("id,started,ended,station,operator,order,host,user,program,port,serial,"));
         // A serial that a spreadsheet would take for a formula stays text.
         QVERIFY2(csv.notJson[1].contains(",\"1-8\",\"'=1+2\",\"1_2_3\",\"1_2_4\",\"1_2_4\","), qPrintable(csv.notJson[1]));
     }
@@ -409,6 +427,11 @@ private slots:
             << "Cannot lock port 1-1: " + lockFile + " belongs to another user (65534)";
         for (const char *seconds : {"soon", "0", "86401", "4294968"})
             QTest::addRow("--timeout %s", seconds) << one << QStringList{"--timeout", seconds} << "" << 64 << "";
+        // A command line is every user's to read: no password in it.
+        for (const char *url : {"postgresql://line:secret@db/morvanta", "postgresql://line@db/morvanta?password=secret",
+                                "http://db/morvanta", "postgresql://line@db/morvanta?options=a;b"})
+            QTest::addRow("--central %s", url) << one << QStringList{"--central", url} << "" << 64 << "";
+        QTest::newRow("an empty station name") << one << QStringList{"--station", " "} << "" << 64 << "";
     }
 
     void refusals()
@@ -666,6 +689,240 @@ private slots:
                          text.startsWith("Cannot prepare the working folder"),
                      qPrintable(text));
         }
+    }
+
+    // Eight stations of a plant flash at once, each with its own history: the central
+    // record has every unit once, with what went onto it and who signed it, and any
+    // station reads all of them back.
+    void centralEightStations()
+    {
+        if (!PostgresServer::unavailable().isEmpty())
+            QSKIP(qPrintable(PostgresServer::unavailable()));
+        QVERIFY2(startCentral(), qPrintable(postgres->error()));
+        QStringList devices;
+        for (int i = 1; i <= 8; ++i)
+            devices << QString("port=%1").arg(i);
+        EmulatedBus bus(devices);
+        QVERIFY(bus.isUp());
+        Run runs[8];
+        for (int i = 0; i < 8; ++i)
+            start(runs[i], {"flash", "--json", "--history", sandbox.root() + QString("/plant-%1.sqlite").arg(i + 1),
+                            "--station", QString("line-%1").arg(i + 1), "--operator", "badge 0815", "--order",
+                            i < 4 ? "WO-1" : "WO-2", "--central", postgres->url(), "--port", QString("1-%1").arg(i + 1),
+                            firmware});
+        for (Run &run : runs) {
+            QVERIFY(finish(run));
+            QCOMPARE(run.process->exitCode(), 0);
+            QCOMPARE(countOf(run, "error"), 0);
+        }
+        const QString sha = QCryptographicHash::hash(flashed.last(), QCryptographicHash::Sha256).toHex();
+        QStringList expected;
+        for (int i = 1; i <= 8; ++i)
+            expected << QString("line-%1|000000%1|flashed|1_2_3|1_2_4|%2|40|badge 0815|WO-%3|station")
+                            .arg(i)
+                            .arg(sha)
+                            .arg(i <= 4 ? 1 : 2);
+        QCOMPARE(central("SELECT station, serial, outcome, before, after, files->-1->>'sha256', length(signer), "
+                         "operator, work_order, program FROM flashes WHERE station LIKE 'line-%' ORDER BY station"),
+                 expected);
+        // What a plant's dashboard reads.
+        QCOMPARE(central("SELECT count(DISTINCT station), sum(flashed), sum(failed), sum(total) FROM flashes_per_hour "
+                         "WHERE station LIKE 'line-%'"),
+                 QStringList{"8|8|0|8"});
+
+        // The local record knows it was sent, under the same id.
+        Run local;
+        start(local, {"history", "--json", "--history", sandbox.root() + "/plant-3.sqlite"});
+        QVERIFY(finish(local));
+        QCOMPARE(local.events.size(), 1);
+        QVERIFY(!local.events[0]["sent"].toString().isEmpty());
+        QCOMPARE(central("SELECT station FROM flashes WHERE id = '" + local.events[0]["id"].toString() + "'"),
+                 QStringList{"line-3"});
+        Run plant;
+        start(plant, {"history", "--json", "--central", postgres->url(), "--order", "WO-2", "--station", "line-7"});
+        QVERIFY(finish(plant));
+        QCOMPARE(plant.process->exitCode(), 0);
+        QCOMPARE(plant.events.size(), 1);
+        QCOMPARE(plant.events[0]["serial"].toString(), QString("0000007"));
+        QVERIFY(!plant.events[0]["received"].toString().isEmpty());
+    }
+
+    // The server goes away in the middle of a day: the line flashes on, and every record
+    // arrives once when it is back, through the running watch and through sync; a send
+    // cut after the server's commit counts once.
+    void centralAway()
+    {
+        if (!PostgresServer::unavailable().isEmpty())
+            QSKIP(qPrintable(PostgresServer::unavailable()));
+        QVERIFY2(startCentral(), qPrintable(postgres->error()));
+        QVERIFY(postgres->stop(true));
+        EmulatedBus bus({"port=1", "port=2"});
+        QVERIFY(bus.isUp());
+        const QString watched = sandbox.root() + "/away-watch.sqlite";
+        const QString flashedAlone = sandbox.root() + "/away-flash.sqlite";
+        Run watch;
+        start(watch, {"watch", "--json", "--ports", "1-1", "--history", watched, "--station", "away-watch",
+                      "--central", postgres->url(), firmware});
+        Run flash;
+        start(flash, {"flash", "--json", "--port", "1-2", "--history", flashedAlone, "--station", "away-flash",
+                      "--central", postgres->url(), firmware});
+        QVERIFY(finish(flash));
+        QCOMPARE(flash.process->exitCode(), 0);
+        QCOMPARE(flash.last("result")["outcome"].toString(), QString("flashed"));
+        QVERIFY(flash.has("The central record cannot take records"));
+        QCOMPARE(flash.last("result"), flash.events.last());
+        QDeadlineTimer deadline(90000);
+        while (countOf(watch, "result") == 0 && !deadline.hasExpired()) {
+            watch.process->waitForReadyRead(200);
+            watch.read();
+        }
+        QCOMPARE(watch.last("result")["outcome"].toString(), QString("flashed"));
+
+        QVERIFY(postgres->start());
+        // The watch tries again by itself, a minute apart at most.
+        QTRY_COMPARE_WITH_TIMEOUT(central("SELECT count(*) FROM flashes WHERE station = 'away-watch'"),
+                                  QStringList{"1"}, 90000);
+        Run sync;
+        start(sync, {"sync", "--json", "--history", flashedAlone, "--central", postgres->url()});
+        QVERIFY(finish(sync));
+        QCOMPARE(sync.process->exitCode(), 0);
+        QCOMPARE(sync.last("sync"), (QJsonObject{{"event", "sync"}, {"sent", 1}, {"left", 0}}));
+
+        // Cut between the server's commit and the local mark: the record goes again.
+        {
+            QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "cut");
+            db.setDatabaseName(flashedAlone);
+            QVERIFY(db.open());
+            QSqlQuery unmark(db);
+            QVERIFY(unmark.exec("UPDATE flashes SET sent = NULL"));
+        }
+        QSqlDatabase::removeDatabase("cut");
+        Run again;
+        start(again, {"sync", "--json", "--history", flashedAlone, "--central", postgres->url()});
+        QVERIFY(finish(again));
+        QCOMPARE(again.last("sync")["sent"].toInt(), 1);
+        QCOMPARE(central("SELECT count(*) FROM flashes WHERE station = 'away-flash'"), QStringList{"1"});
+
+        ::kill(pid_t(watch.process->processId()), SIGTERM);
+        QVERIFY(finish(watch));
+        QCOMPARE(watch.process->exitCode(), 0);
+    }
+
+    // A station killed in a flash: the next run marks its record interrupted and sends it.
+    void centralKilled()
+    {
+        if (!PostgresServer::unavailable().isEmpty())
+            QSKIP(qPrintable(PostgresServer::unavailable()));
+        QVERIFY2(startCentral(), qPrintable(postgres->error()));
+        EmulatedBus bus({"port=1,after=60000"});
+        QVERIFY(bus.isUp());
+        const QString history = sandbox.root() + "/killed.sqlite";
+        Run run;
+        start(run, {"flash", "--json", "--history", history, "--station", "killed", "--central", postgres->url(),
+                    firmware});
+        QDeadlineTimer deadline(60000);
+        while (countOf(run, "file") == 0 && !deadline.hasExpired()) {
+            run.process->waitForReadyRead(200);
+            run.read();
+        }
+        QVERIFY(countOf(run, "file") > 0);
+        run.process->kill();
+        QVERIFY(run.process->waitForFinished());
+        QCOMPARE(central("SELECT count(*) FROM flashes WHERE station = 'killed'"), QStringList{"0"});
+        Run sync;
+        start(sync, {"sync", "--json", "--history", history, "--central", postgres->url()});
+        QVERIFY(finish(sync));
+        QCOMPARE(sync.process->exitCode(), 0);
+        QCOMPARE(central("SELECT outcome, serial FROM flashes WHERE station = 'killed'"),
+                 QStringList{"interrupted|0000001"});
+    }
+
+    // Schemas have versions: an old history is brought up to date and sent, a newer one
+    // and a newer central schema are refused and left as they are.
+    void centralSchemas_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("said");
+        QTest::newRow("a history of the first version") << "old" << 0 << "";
+        QTest::newRow("a history of a newer program") << "newer" << 2 << "has schema version 3, newer than this program knows (2)";
+        QTest::newRow("a central record of a newer program") << "newer central" << 2 << "The central record's schema is version 2, newer than this program knows (1)";
+    }
+
+    void centralSchemas()
+    {
+        QFETCH(QString, kind);
+        QFETCH(int, exitCode);
+        QFETCH(QString, said);
+        if (!PostgresServer::unavailable().isEmpty())
+            QSKIP(qPrintable(PostgresServer::unavailable()));
+        QVERIFY2(startCentral(), qPrintable(postgres->error()));
+        const QString path = sandbox.root() + "/schema-" + QString(kind).replace(' ', '-') + ".sqlite";
+        {
+            QSqlDatabase db = QSqlDatabase::addDatabase("QSQLITE", "old");
+            db.setDatabaseName(path);
+            QVERIFY(db.open());
+            QSqlQuery make(db);
+            // What the first program made.
+            QVERIFY(make.exec("CREATE TABLE flashes (id INTEGER PRIMARY KEY, started TEXT NOT NULL, ended TEXT, "
+                              "host TEXT, user TEXT, program TEXT, process TEXT, port TEXT, serial TEXT, before TEXT, "
+                              "after TEXT, version TEXT, files TEXT, signed INTEGER, signer TEXT, tool TEXT, "
+                              "outcome TEXT NOT NULL, error TEXT, seconds REAL)"));
+            QVERIFY(make.exec("INSERT INTO flashes (started, ended, host, user, program, serial, files, signed, "
+                              "outcome, seconds) VALUES ('2026-03-02T08:00:00Z', '2026-03-02T08:01:00Z', 'old-pc', "
+                              "'tech', 'window', 'OLD" + kind.left(5) + "', '[]', 1, 'flashed', 60)"));
+            if (kind == "newer")
+                QVERIFY(make.exec("PRAGMA user_version = 3"));
+        }
+        QSqlDatabase::removeDatabase("old");
+        const QByteArray before = TestSupport::readFile(path);
+        if (kind == "newer central")
+            central("UPDATE morvanta_schema SET version = 2");
+        Run sync;
+        start(sync, {"sync", "--json", "--history", path, "--central", postgres->url()});
+        QVERIFY(finish(sync));
+        if (kind == "newer central")
+            central("UPDATE morvanta_schema SET version = 1");
+        QCOMPARE(sync.process->exitCode(), exitCode);
+        const QString serial = "OLD" + kind.left(5);
+        if (kind == "old") {
+            QCOMPARE(central("SELECT station, program, outcome, length(id::text) FROM flashes WHERE serial = '" + serial + "'"),
+                     QStringList{"old-pc|window|flashed|36"});
+            return;
+        }
+        QVERIFY2(std::any_of(sync.events.cbegin(), sync.events.cend(),
+                             [&said](const QJsonObject &e) { return e["text"].toString().contains(said); }),
+                 qPrintable(QJsonDocument(sync.events.value(0)).toJson()));
+        QCOMPARE(central("SELECT count(*) FROM flashes WHERE serial = '" + serial + "'"), QStringList{"0"});
+        if (kind == "newer")
+            QCOMPARE(TestSupport::readFile(path), before);
+    }
+
+    // A server whose address never answers holds no flash beyond its time limit: the
+    // record waits in the history.
+    void centralBlackHole()
+    {
+        if (QProcess::execute("ip", {"route", "add", "10.99.0.0/24", "dev", "lo"}) != 0)
+            QSKIP("needs a network namespace of the test's own");
+        const auto away = qScopeGuard([] { QProcess::execute("ip", {"route", "del", "10.99.0.0/24", "dev", "lo"}); });
+        EmulatedBus bus({"port=1"});
+        QVERIFY(bus.isUp());
+        const QString history = sandbox.root() + "/black-hole.sqlite";
+        Run run;
+        QElapsedTimer clock;
+        clock.start();
+        start(run, {"flash", "--json", "--timeout", "60", "--history", history, "--central",
+                    "postgresql://line@10.99.0.2/morvanta", firmware});
+        QVERIFY(finish(run, 120000));
+        QVERIFY2(clock.elapsed() < 60000, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(run.process->exitCode(), 0);
+        // A script reads the result as the last line, whatever the server does after it.
+        QCOMPARE(run.last("result"), run.events.last());
+        Run local;
+        start(local, {"history", "--json", "--history", history});
+        QVERIFY(finish(local));
+        QCOMPARE(local.events.size(), 1);
+        QCOMPARE(local.events[0]["sent"], QJsonValue(QJsonValue::Null));
     }
 
     // The wizard's two stages without a person: the device restarts after its boot

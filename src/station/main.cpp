@@ -3,6 +3,7 @@
 // output a script can read, and keeps a record of every flash. Any number of runs at
 // once, one per device. No display, no boxes, no questions.
 #include "stationoutput.h"
+#include "stationrecords.h"
 #include "stationrun.h"
 #include "stationwatch.h"
 
@@ -13,6 +14,7 @@
 #include "app/settings.h"
 #include "app/toolrun.h"
 #include "firmware/devicelisting.h"
+#include "history/centralsender.h"
 #include "history/flashhistory.h"
 #include "history/historywriter.h"
 #include "platform/stopsignals.h"
@@ -50,45 +52,6 @@ int list(Settings &settings, StationOutput &output)
     return toInt(ExitCode::Success);
 }
 
-QString dashIfEmpty(const QString &text)
-{
-    return text.isEmpty() ? QStringLiteral("-") : text;
-}
-
-// Reads only, and prints each record as it comes: a year of them is never held at once.
-int printHistory(const QString &path, bool json, bool csv, const QString &serial, const QDateTime &since)
-{
-    FlashHistory history;
-    if (!history.openForReading(path)) {
-        std::fprintf(stderr, "morvanta-station: %s\n", qPrintable(history.error()));
-        return toInt(ExitCode::Failed);
-    }
-    if (csv)
-        std::printf("%s\r\n", historyCsvHeader().constData());
-    const bool read = history.forEach(serial, since, [json, csv](const FlashRecord &record) {
-        if (json) {
-            std::printf("%s\n", historyJson(record).constData());
-        } else if (csv) {
-            std::printf("%s\r\n", historyCsv(record).constData());
-        } else {
-            // Serials, versions and errors come from devices and tools: nothing may redraw the terminal.
-            const QString line = QStringLiteral("%1  %2 %3 port %4 serial %5 %6 -> %7 (package %8) %9")
-                                     .arg(record.started.toString(Qt::ISODate), record.program.leftJustified(7),
-                                          record.outcome.leftJustified(11), record.port.leftJustified(6),
-                                          record.serial.leftJustified(10), dashIfEmpty(record.before),
-                                          dashIfEmpty(record.after), record.version, record.error.simplified());
-            std::printf("%s\n", withVisibleControls(line).toLocal8Bit().constData());
-        }
-        return true;
-    });
-    std::fflush(stdout);
-    if (!read) {
-        std::fprintf(stderr, "morvanta-station: %s\n", qPrintable(history.error()));
-        return toInt(ExitCode::Failed);
-    }
-    return toInt(ExitCode::Success);
-}
-
 // --since takes a date or a date and time, read as UTC.
 QDateTime sinceDate(const QString &text)
 {
@@ -116,7 +79,10 @@ int main(int argc, char **argv)
         "  history [options]             the record of every flash, oldest first\n"
         "Exit codes of flash: 0 flashed and verified, 2 failed, 3 flashed but its record could not be\n"
         "completed, 1 stopped by SIGINT or SIGTERM. Of watch: 0 stopped, no unit failed; 4 stopped, a\n"
-        "unit failed; 1 a second signal stopped running flashes; 2 the watch could not run. 64 a usage error."));
+        "unit failed; 1 a second signal stopped running flashes; 2 the watch could not run. Of sync: 0\n"
+        "nothing left to send, 2 the central record could not take them all. 64 a usage error.\n"
+        "The central record: a libpq URI without a password (postgresql://user@host/db); libpq's password\n"
+        "file (~/.pgpass, PGPASSFILE) gives the password. MORVANTA_CENTRAL stands for --central."));
     parser.addHelpOption();
     const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("One JSON object per line, nothing else."));
     const QCommandLineOption csv(QStringLiteral("csv"), QStringLiteral("history: CSV with a header row."));
@@ -140,8 +106,25 @@ int main(int argc, char **argv)
                                     QStringLiteral("S"));
     const QCommandLineOption since(QStringLiteral("since"), QStringLiteral("history: flashes from this date (UTC) on."),
                                    QStringLiteral("DATE"));
-    parser.addOptions({json, csv, port, portList, timeout, zip, bootLoader, log, historyFile, serial, since});
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, flash, watch or history"));
+    const QCommandLineOption station(QStringLiteral("station"),
+                                     QStringLiteral("The station's name in its records (default: the host's name); "
+                                                    "history: this station's records only."),
+                                     QStringLiteral("NAME"));
+    const QCommandLineOption operatorId(QStringLiteral("operator"), QStringLiteral("Who flashes, for the records."),
+                                        QStringLiteral("ID"));
+    const QCommandLineOption order(QStringLiteral("order"),
+                                   QStringLiteral("The work order or batch, for the records; history: its records only."),
+                                   QStringLiteral("ID"));
+    const QCommandLineOption central(QStringLiteral("central"),
+                                     QStringLiteral("The plant's central record (PostgreSQL), as a libpq URI; "
+                                                    "history: read from there."),
+                                     QStringLiteral("URL"));
+    const QList<const QCommandLineOption *> every{&json,   &csv,       &port,        &portList,   &timeout,
+                                                  &zip,    &bootLoader, &log,        &historyFile, &serial,
+                                                  &since,  &station,   &operatorId,  &order,      &central};
+    for (const QCommandLineOption *option : every)
+        parser.addOption(*option);
+    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, flash, watch, history or sync"));
 
     if (!parser.parse(QCoreApplication::arguments()))
         return usageError(parser, parser.errorText());
@@ -156,15 +139,16 @@ int main(int argc, char **argv)
     // Each command takes its own options only: a misplaced one is a mistake, not a no-op.
     QList<const QCommandLineOption *> allowed{&json, &log};
     if (flash || watch)
-        allowed << &timeout << &zip << &historyFile;
+        allowed << &timeout << &zip << &historyFile << &station << &operatorId << &order << &central;
     if (flash)
         allowed << &port << &bootLoader;
     if (watch)
         allowed << &portList;
     if (command == QLatin1String("history"))
-        allowed = {&json, &csv, &historyFile, &serial, &since};
-    for (const QCommandLineOption *option : {&json, &csv, &port, &portList, &timeout, &zip, &bootLoader, &log,
-                                             &historyFile, &serial, &since}) {
+        allowed = {&json, &csv, &historyFile, &serial, &since, &station, &order, &central};
+    if (command == QLatin1String("sync"))
+        allowed = {&json, &historyFile, &central};
+    for (const QCommandLineOption *option : every) {
         if (parser.isSet(*option) && !allowed.contains(option))
             return usageError(parser, QStringLiteral("%1 takes no --%2").arg(command, option->names().first()));
     }
@@ -174,13 +158,32 @@ int main(int argc, char **argv)
     for (const QString &item : parser.value(portList).split(QLatin1Char(','), Qt::SkipEmptyParts))
         if (!watchedPorts.contains(item.trimmed())) // a port named twice is watched once
             watchedPorts << item.trimmed();
-    if ((command == QLatin1String("list") || command == QLatin1String("history")) && words.size() == 1) {
+    // A name in a record is one line of text.
+    for (const QCommandLineOption *option : {&station, &operatorId, &order}) {
+        const QString value = parser.value(*option);
+        if (parser.isSet(*option) &&
+            (value.trimmed().isEmpty() || value.size() > 200 ||
+             std::any_of(value.cbegin(), value.cend(), [](QChar c) { return c.category() == QChar::Other_Control; })))
+            return usageError(parser, QStringLiteral("--%1 takes a name of one line, 1 to 200 characters")
+                                          .arg(option->names().first()));
+    }
+    const QString centralText = parser.isSet(central) ? parser.value(central) : qEnvironmentVariable("MORVANTA_CENTRAL");
+    CentralAddress::Problem centralProblem = CentralAddress::Problem::None;
+    QString centralWhy;
+    const CentralAddress centralAddress = CentralAddress::parse(centralText, &centralProblem, &centralWhy);
+    if (centralProblem != CentralAddress::Problem::None && allowed.contains(&central))
+        return usageError(parser, QStringLiteral("--central %1").arg(centralWhy));
+    if (command == QLatin1String("sync") && !centralAddress.isSet())
+        return usageError(parser, QStringLiteral("sync needs --central URL (or MORVANTA_CENTRAL)"));
+    if ((command == QLatin1String("list") || command == QLatin1String("history") || command == QLatin1String("sync")) &&
+        words.size() == 1) {
         if (parser.isSet(json) && parser.isSet(csv))
             return usageError(parser, QStringLiteral("say --json or --csv, not both"));
         if (parser.isSet(since) && !sinceDate(parser.value(since)).isValid())
             return usageError(parser, QStringLiteral("--since takes a date such as 2026-11-24"));
     } else if (!(flash || watch) || words.size() != 2) {
-        return usageError(parser, QStringLiteral("say \"list\", \"history\", or \"flash\" or \"watch\" and one FIRMWARE"));
+        return usageError(parser,
+                          QStringLiteral("say \"list\", \"history\", \"sync\", or \"flash\" or \"watch\" and one FIRMWARE"));
     } else if (!timeoutOk || seconds < 1 || seconds > maxTimeoutSeconds) {
         return usageError(parser, QStringLiteral("--timeout takes 1 to %1 seconds").arg(maxTimeoutSeconds));
     } else if (parser.isSet(portList) && watchedPorts.isEmpty()) {
@@ -195,11 +198,21 @@ int main(int argc, char **argv)
     }
 
     const QString historyPath = parser.isSet(historyFile) ? parser.value(historyFile) : FlashHistory::defaultPath();
-    if (command == QLatin1String("history"))
-        return printHistory(historyPath, parser.isSet(json), parser.isSet(csv), parser.value(serial),
-                            sinceDate(parser.value(since)));
+    if (command == QLatin1String("history")) {
+        const auto format = parser.isSet(json)  ? StationRecords::Format::Json
+                            : parser.isSet(csv) ? StationRecords::Format::Csv
+                                                : StationRecords::Format::Text;
+        return StationRecords::print(historyPath, centralAddress, format,
+                                     {parser.value(serial), sinceDate(parser.value(since)), parser.value(station),
+                                      parser.value(order)});
+    }
+    if (command == QLatin1String("sync")) {
+        StationOutput output(parser.isSet(json));
+        return StationRecords::sync(historyPath, centralAddress, output);
+    }
     // Written on a thread of its own: a busy history never holds the flashes.
     HistoryWriter history;
+    history.setIdentity({parser.value(station), parser.value(operatorId), parser.value(order)});
     if ((flash || watch) && !history.open(historyPath)) {
         // Production keeps a record of every unit: no flash goes unrecorded.
         StationOutput(parser.isSet(json))
@@ -231,6 +244,38 @@ int main(int argc, char **argv)
     StopSignals stopSignals;
     if (!stopSignals.isValid())
         return toInt(ExitCode::Failed);
+    // Records go to the central record beside the flashes, never in their way; what the
+    // server could not take waits in the history for the next run or sync.
+    std::unique_ptr<CentralSender> sender;
+    bool runEnded = false; // its last line, the result, is printed
+    if (centralAddress.isSet()) {
+        sender = std::make_unique<CentralSender>(historyPath, centralAddress);
+        QObject::connect(sender.get(), &CentralSender::passEnded, &app,
+                         [&output, &runEnded, said = QString()](int, int, const QString &error) mutable {
+                             // After the result, which a script reads as the last line: on stderr.
+                             if (!error.isEmpty() && error != said && runEnded)
+                                 std::fprintf(stderr, "morvanta-station: %s\n", qPrintable(error));
+                             else if (!error.isEmpty() && error != said)
+                                 output.error(error);
+                             said = error;
+                         });
+        QObject::connect(&history, &HistoryWriter::completed, sender.get(), &CentralSender::sendSoon);
+        sender->start();
+    }
+    // The run is over: its record gets a few seconds to reach the server, and a call to a
+    // server that does not answer is not waited for.
+    const auto exitAfterSending = [&sender, &runEnded](ExitCode code, bool threadsLeft, int waitMs) {
+        runEnded = true;
+        if (sender) {
+            if (waitMs > 0)
+                sender->waitUntilSent(waitMs);
+            threadsLeft = !sender->stop(1000) || threadsLeft;
+        }
+        std::fflush(stdout);
+        if (threadsLeft)
+            std::_Exit(toInt(code));
+        QCoreApplication::exit(toInt(code));
+    };
     if (watch) {
         StationWatch::Options watchOptions;
         watchOptions.run = options;
@@ -238,22 +283,19 @@ int main(int argc, char **argv)
         watchOptions.json = parser.isSet(json);
         StationWatch station(&settings, &output, &history, watchOptions);
         QObject::connect(&stopSignals, &StopSignals::stopRequested, &station, &StationWatch::stop);
-        QObject::connect(&station, &StationWatch::finished, &app, [](ExitCode code) {
-            std::fflush(stdout);
-            QCoreApplication::exit(toInt(code));
-        });
+        QObject::connect(&station, &StationWatch::finished, &app,
+                         [&exitAfterSending](ExitCode code) { exitAfterSending(code, false, 2000); });
         QTimer::singleShot(0, &station, &StationWatch::start);
         return QCoreApplication::exec();
     }
+    // Its record goes first, a few seconds at most, so that the result stays the last line.
+    if (sender)
+        options.beforeResult = [&sender] { sender->waitUntilSent(5000); };
     StationRun run(&settings, &output, &history, options);
     QObject::connect(&stopSignals, &StopSignals::stopRequested, &run, &StationRun::stop);
-    QObject::connect(&run, &StationRun::finished, &app, [&run](ExitCode code) {
+    QObject::connect(&run, &StationRun::finished, &app, [&run, &exitAfterSending](ExitCode code) {
         // A thread held by a dead share would keep the process alive at its end.
-        if (run.leftThreadsBehind()) {
-            std::fflush(stdout);
-            std::_Exit(toInt(code));
-        }
-        QCoreApplication::exit(toInt(code));
+        exitAfterSending(code, run.leftThreadsBehind(), 0);
     });
     QTimer::singleShot(0, &run, [&run] { run.start(); });
     return QCoreApplication::exec();

@@ -207,3 +207,11 @@ QString StationOutput::signedText() const
 {
     return signedPackage ? QStringLiteral("signature checked") : QStringLiteral("plain zip, no signature checked");
 }
+
+void StationOutput::synced(int sent, int left)
+{
+    if (json)
+        emitEvent({{"event", "sync"}, {"sent", sent}, {"left", left}});
+    else
+        line(QStringLiteral("Sent %1 records to the central record, %2 left").arg(sent).arg(left));
+}

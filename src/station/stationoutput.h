@@ -40,6 +40,8 @@ public:
         int flashed = 0, recovered = 0, current = 0, failed = 0, stopped = 0, skipped = 0;
     };
     void summary(const Counts &counts, double seconds);
+    // What a pass to the central record sent, and what is left to send.
+    void synced(int sent, int left);
 
 private:
     void emitEvent(const QJsonObject &event);

@@ -228,6 +228,8 @@ void StationRun::end(FlashOutcome outcome, bool isRecorded)
     if (!workingFolder.isEmpty() && !Settings::removeFolder(workingFolder))
         output->error(QStringLiteral("Cannot remove the working folder %1").arg(workingFolder));
     const ExitCode code = exitCodeFor(outcome, recorded);
+    if (options.beforeResult)
+        options.beforeResult();
     output->result(toInt(code), outcomeWord(outcome), before, after, clock.elapsed() / 1000.0, recorded);
     emit finished(code);
 }

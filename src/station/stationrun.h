@@ -57,6 +57,8 @@ public:
         int timeoutSeconds = 600;
         bool portLocked = false;   // the caller holds the port's lock
         bool leaveCurrent = false; // a unit that runs the package's version is left alone
+        // Before the result, the last line a script reads: the run's record on its way.
+        std::function<void()> beforeResult;
     };
 
     // The package's files and version, or why there is none.

@@ -1,5 +1,6 @@
 #include "flashhistory.h"
 
+#include "historyschema.h"
 #include "platform/platform.h"
 
 #include <QCoreApplication>
@@ -15,6 +16,7 @@
 #include <QSqlQuery>
 #include <QStandardPaths>
 #include <QUrl>
+#include <QUuid>
 #include <QSysInfo>
 #include <QVariant>
 
@@ -25,32 +27,6 @@ const char *const columns = "id, started, ended, host, user, program, port, seri
 
 const char *const interruptedText = "The flashing program ended before it recorded the flash's end";
 
-QString isoText(const QDateTime &time)
-{
-    return time.isValid() ? time.toUTC().toString(Qt::ISODate) : QString();
-}
-
-QString filesText(const FlashRecord &record)
-{
-    QJsonArray files;
-    for (const auto &file : record.files)
-        files.append(QJsonObject{{"name", file.first}, {"sha256", file.second}});
-    return QString::fromUtf8(QJsonDocument(files).toJson(QJsonDocument::Compact));
-}
-
-QJsonValue textOrNull(const QString &text)
-{
-    return text.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(text);
-}
-
-// Doubled quotes, and every field quoted: names and errors come from outside. A field
-// that a spreadsheet would take for a formula starts with an apostrophe.
-QByteArray csvField(QString text)
-{
-    if (!text.isEmpty() && QStringLiteral("=+-@").contains(text.front()))
-        text.prepend(QLatin1Char('\''));
-    return '"' + text.replace(QLatin1Char('"'), QLatin1String("\"\"")).toUtf8() + '"';
-}
 // A journal's records of this machine by id: what they would have said.
 QHash<qint64, FlashRecord> readJournal(const QString &path)
 {
@@ -64,13 +40,13 @@ QHash<qint64, FlashRecord> readJournal(const QString &path)
         if (object.value(QLatin1String("host")).toString() != QSysInfo::machineHostName())
             continue;
         FlashRecord record;
-        record.id = object.value(QLatin1String("id")).toInteger();
+        record.row = object.value(QLatin1String("id")).toInteger();
         record.ended = QDateTime::fromString(object.value(QLatin1String("ended")).toString(), Qt::ISODate);
         record.after = object.value(QLatin1String("after")).toString();
         record.error = object.value(QLatin1String("error")).toString();
         record.seconds = object.value(QLatin1String("seconds")).toDouble();
-        if (record.id > 0)
-            noted.insert(record.id, record);
+        if (record.row > 0)
+            noted.insert(record.row, record);
     }
     return noted;
 }
@@ -113,17 +89,18 @@ bool FlashHistory::open(const QString &path, int busyTimeoutMs)
         lastError = db.lastError().text();
         return false;
     }
+    // A newer file is refused before anything is written to it, the journal mode too.
+    schema = HistorySchema::versionOf(db, &lastError);
+    if (schema > HistorySchema::version) {
+        lastError = HistorySchema::newerText(path, schema);
+        db.close();
+        return false;
+    }
     // Runs that open a new file at once meet in its first changes (journal mode, schema):
     // there SQLite may answer "locked" without waiting, so they are tried again until the timeout.
-    const auto setUp = [this] {
+    const auto setUp = [this, &db] {
         return exec(QStringLiteral("PRAGMA journal_mode=WAL")) && exec(QStringLiteral("PRAGMA synchronous=FULL")) &&
-               exec(QStringLiteral("CREATE TABLE IF NOT EXISTS flashes (id INTEGER PRIMARY KEY, started TEXT NOT NULL, "
-                                   "ended TEXT, host TEXT, user TEXT, program TEXT, process TEXT, port TEXT, "
-                                   "serial TEXT, before TEXT, after TEXT, version TEXT, files TEXT, signed INTEGER, "
-                                   "signer TEXT, tool TEXT, outcome TEXT NOT NULL, error TEXT, seconds REAL)")) &&
-               exec(QStringLiteral("CREATE INDEX IF NOT EXISTS flashes_serial ON flashes (serial)")) &&
-               // The order they are read in, without a sort of all of them first.
-               exec(QStringLiteral("CREATE INDEX IF NOT EXISTS flashes_started ON flashes (started, id)"));
+               HistorySchema::setUp(db, &lastError, &lastBusy);
     };
     QElapsedTimer waited;
     waited.start();
@@ -134,6 +111,7 @@ bool FlashHistory::open(const QString &path, int busyTimeoutMs)
         }
         QThread::msleep(20);
     }
+    schema = HistorySchema::version;
     applyJournal();
     markInterrupted();
     return true;
@@ -157,8 +135,14 @@ bool FlashHistory::openForReading(const QString &path)
         QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection);
         db.setDatabaseName(url + mode);
         db.setConnectOptions(QStringLiteral("QSQLITE_OPEN_URI;QSQLITE_OPEN_READONLY;QSQLITE_BUSY_TIMEOUT=5000"));
-        if (db.open() && exec(QStringLiteral("SELECT count(*) FROM flashes")))
-            return true;
+        if (db.open() && exec(QStringLiteral("SELECT count(*) FROM flashes"))) {
+            schema = HistorySchema::versionOf(db, &lastError);
+            if (schema <= HistorySchema::version)
+                return true;
+            lastError = HistorySchema::newerText(path, schema);
+            db.close();
+            return false;
+        }
         lastError = db.lastError().text().isEmpty() ? lastError : db.lastError().text();
         db.close();
         if (QFileInfo::exists(path + QLatin1String("-wal")))
@@ -212,19 +196,24 @@ void FlashHistory::markInterrupted()
 
 qint64 FlashHistory::begin(FlashRecord &record)
 {
+    record.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    record.station = writer.station.isEmpty() ? QSysInfo::machineHostName() : writer.station;
+    record.operatorId = writer.operatorId;
+    record.order = writer.order;
     record.host = QSysInfo::machineHostName();
     record.user = Platform::userName();
     record.outcome = QStringLiteral("pending");
     if (!record.started.isValid())
         record.started = QDateTime::currentDateTimeUtc();
     QSqlQuery query(QSqlDatabase::database(connection, false));
-    query.prepare(QStringLiteral("INSERT INTO flashes (started, host, user, program, process, port, serial, before, "
-                                 "version, files, signed, signer, tool, outcome) "
-                                 "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"));
+    query.prepare(QStringLiteral("INSERT INTO flashes (uuid, started, station, operator, work_order, host, user, "
+                                 "program, process, port, serial, before, version, files, signed, signer, tool, "
+                                 "outcome) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)"));
     for (const QVariant &value :
-         {QVariant(isoText(record.started)), QVariant(record.host), QVariant(record.user), QVariant(record.program),
-          QVariant(Platform::processIdentity()), QVariant(record.port), QVariant(record.serial),
-          QVariant(record.before), QVariant(record.version), QVariant(filesText(record)),
+         {QVariant(record.id), QVariant(isoText(record.started)), QVariant(record.station),
+          QVariant(record.operatorId), QVariant(record.order), QVariant(record.host), QVariant(record.user),
+          QVariant(record.program), QVariant(Platform::processIdentity()), QVariant(record.port),
+          QVariant(record.serial), QVariant(record.before), QVariant(record.version), QVariant(filesJson(record)),
           QVariant(record.signedPackage ? 1 : 0), QVariant(record.signer), QVariant(record.tool),
           QVariant(record.outcome)})
         query.addBindValue(value);
@@ -232,8 +221,8 @@ qint64 FlashHistory::begin(FlashRecord &record)
         lastError = query.lastError().text();
         return 0;
     }
-    record.id = query.lastInsertId().toLongLong();
-    return record.id;
+    record.row = query.lastInsertId().toLongLong();
+    return record.row;
 }
 
 bool FlashHistory::finish(const FlashRecord &record, int busyTimeoutMs)
@@ -245,9 +234,9 @@ bool FlashHistory::finish(const FlashRecord &record, int busyTimeoutMs)
                                  "signer = ?, tool = ?, outcome = ?, error = ?, seconds = ? WHERE id = ?"));
     for (const QVariant &value :
          {QVariant(isoText(record.ended.isValid() ? record.ended : QDateTime::currentDateTimeUtc())),
-          QVariant(record.serial), QVariant(record.before), QVariant(record.after), QVariant(filesText(record)),
+          QVariant(record.serial), QVariant(record.before), QVariant(record.after), QVariant(filesJson(record)),
           QVariant(record.signer), QVariant(record.tool), QVariant(record.outcome), QVariant(record.error),
-          QVariant(qRound(record.seconds * 10) / 10.0), QVariant(record.id)})
+          QVariant(qRound(record.seconds * 10) / 10.0), QVariant(record.row)})
         query.addBindValue(value);
     if (!query.exec() || query.numRowsAffected() != 1) {
         lastError = query.lastError().text();
@@ -256,46 +245,62 @@ bool FlashHistory::finish(const FlashRecord &record, int busyTimeoutMs)
     return true;
 }
 
-bool FlashHistory::forEach(const QString &serial, const QDateTime &since,
-                           const std::function<bool(const FlashRecord &)> &each)
+bool FlashHistory::forEach(const HistoryFilter &filter, const std::function<bool(const FlashRecord &)> &each)
 {
-    QString statement = QStringLiteral("SELECT %1 FROM flashes WHERE 1").arg(QLatin1String(columns));
-    if (!serial.isEmpty())
-        statement += QLatin1String(" AND serial = :serial");
-    if (since.isValid())
+    // A file of the first version is read as it is: the new fields are empty.
+    const QString added = schema >= 2 ? QStringLiteral("uuid, station, operator, work_order, sent")
+                                      : QStringLiteral("NULL, host, NULL, NULL, NULL");
+    QString statement = QStringLiteral("SELECT %1, %2 FROM flashes WHERE 1").arg(QLatin1String(columns), added);
+    const QList<QPair<QString, QString>> conditions{{QStringLiteral("serial"), filter.serial},
+                                                    {QStringLiteral("station"), filter.station},
+                                                    {QStringLiteral("work_order"), filter.order}};
+    for (const auto &condition : conditions) {
+        if (!condition.second.isEmpty())
+            statement += QStringLiteral(" AND %1 = :%1").arg(condition.first);
+    }
+    if (filter.since.isValid())
         statement += QLatin1String(" AND started >= :since");
     QSqlQuery query(QSqlDatabase::database(connection, false));
     // Row by row: a year of records is never held at once.
     query.setForwardOnly(true);
     query.prepare(statement + QLatin1String(" ORDER BY started, id"));
-    if (!serial.isEmpty())
-        query.bindValue(QStringLiteral(":serial"), serial);
-    if (since.isValid())
-        query.bindValue(QStringLiteral(":since"), isoText(since));
+    for (const auto &condition : conditions) {
+        if (!condition.second.isEmpty())
+            query.bindValue(QLatin1Char(':') + condition.first, condition.second);
+    }
+    if (filter.since.isValid())
+        query.bindValue(QStringLiteral(":since"), isoText(filter.since));
     if (!query.exec()) {
         lastError = query.lastError().text();
         return false;
     }
+    return read(query, each);
+}
+
+bool FlashHistory::read(QSqlQuery &query, const std::function<bool(const FlashRecord &)> &each)
+{
     const QHash<qint64, FlashRecord> unrecorded = journal();
     while (query.next()) {
         FlashRecord record;
         int column = 0;
-        record.id = query.value(column++).toLongLong();
+        record.row = query.value(column++).toLongLong();
         record.started = QDateTime::fromString(query.value(column++).toString(), Qt::ISODate);
         record.ended = QDateTime::fromString(query.value(column++).toString(), Qt::ISODate);
         for (QString *text : {&record.host, &record.user, &record.program, &record.port, &record.serial,
                               &record.before, &record.after, &record.version})
             *text = query.value(column++).toString();
-        for (const QJsonValue &file : QJsonDocument::fromJson(query.value(column++).toString().toUtf8()).array())
-            record.files << qMakePair(file[QLatin1String("name")].toString(), file[QLatin1String("sha256")].toString());
+        record.files = filesFromJson(query.value(column++).toString());
         record.signedPackage = query.value(column++).toInt() != 0;
         for (QString *text : {&record.signer, &record.tool, &record.outcome, &record.error})
             *text = query.value(column++).toString();
         record.seconds = query.value(column++).toDouble();
         const QString process = query.value(column++).toString();
+        for (QString *text : {&record.id, &record.station, &record.operatorId, &record.order})
+            *text = query.value(column++).toString();
+        record.sent = QDateTime::fromString(query.value(column++).toString(), Qt::ISODate);
         // Shown as the next writer will mark them: a reader changes nothing.
-        if (record.outcome == QLatin1String("pending") && unrecorded.contains(record.id)) {
-            const FlashRecord &noted = unrecorded[record.id];
+        if (record.outcome == QLatin1String("pending") && unrecorded.contains(record.row)) {
+            const FlashRecord &noted = unrecorded[record.row];
             record.outcome = QStringLiteral("unrecorded");
             record.ended = noted.ended;
             record.after = noted.after;
@@ -312,14 +317,59 @@ bool FlashHistory::forEach(const QString &serial, const QDateTime &since,
     return true;
 }
 
-QList<FlashRecord> FlashHistory::records(const QString &serial, const QDateTime &since)
+QList<FlashRecord> FlashHistory::records(const HistoryFilter &filter)
 {
     QList<FlashRecord> list;
-    forEach(serial, since, [&list](const FlashRecord &record) {
+    forEach(filter, [&list](const FlashRecord &record) {
         list << record;
         return true;
     });
     return list;
+}
+
+// Pending ones wait: the central record takes a record once, when it is whole.
+bool FlashHistory::unsent(int limit, QList<FlashRecord> *records)
+{
+    QSqlQuery query(QSqlDatabase::database(connection, false));
+    query.setForwardOnly(true);
+    query.prepare(QStringLiteral("SELECT %1, uuid, station, operator, work_order, sent FROM flashes "
+                                 "WHERE sent IS NULL AND outcome <> 'pending' ORDER BY id LIMIT %2")
+                      .arg(QLatin1String(columns))
+                      .arg(limit));
+    if (!query.exec()) {
+        lastError = query.lastError().text();
+        return false;
+    }
+    records->clear();
+    return read(query, [records](const FlashRecord &record) {
+        *records << record;
+        return true;
+    });
+}
+
+int FlashHistory::unsentCount()
+{
+    QSqlQuery query(QSqlDatabase::database(connection, false));
+    if (!query.exec(QStringLiteral("SELECT count(*) FROM flashes WHERE sent IS NULL AND outcome <> 'pending'")) ||
+        !query.next()) {
+        lastError = query.lastError().text();
+        return -1;
+    }
+    return query.value(0).toInt();
+}
+
+bool FlashHistory::markSent(const QList<qint64> &rows)
+{
+    QStringList list;
+    for (const qint64 row : rows)
+        list << QString::number(row);
+    QSqlQuery query(QSqlDatabase::database(connection, false));
+    if (!query.exec(QStringLiteral("UPDATE flashes SET sent = '%1' WHERE id IN (%2)")
+                        .arg(isoText(QDateTime::currentDateTimeUtc()), list.join(QLatin1Char(','))))) {
+        lastError = query.lastError().text();
+        return false;
+    }
+    return true;
 }
 
 // One line a record: {"id", "host", "ended", "after", "error", "seconds"}, the error
@@ -331,7 +381,7 @@ bool FlashHistory::noteUnrecorded(const FlashRecord &record)
         return false;
     const QString error = QStringLiteral("%1, but the record could not be completed at the flash's end%2")
                               .arg(record.outcome, record.error.isEmpty() ? QString() : QLatin1String(": ") + record.error);
-    const QJsonObject line{{"id", record.id},
+    const QJsonObject line{{"id", record.row},
                            {"host", QSysInfo::machineHostName()},
                            {"ended", isoText(record.ended.isValid() ? record.ended : QDateTime::currentDateTimeUtc())},
                            {"after", record.after},
@@ -360,7 +410,7 @@ void FlashHistory::applyJournal()
         update.prepare(QStringLiteral("UPDATE flashes SET outcome = 'unrecorded', ended = ?, after = ?, error = ?, "
                                       "seconds = ? WHERE id = ? AND outcome = 'pending'"));
         for (const QVariant &value : {QVariant(isoText(record.ended)), QVariant(record.after), QVariant(record.error),
-                                      QVariant(record.seconds), QVariant(record.id)})
+                                      QVariant(record.seconds), QVariant(record.row)})
             update.addBindValue(value);
         applied = update.exec() && applied;
     }
@@ -372,51 +422,3 @@ void FlashHistory::applyJournal()
     QFile::remove(taken);
 }
 
-QByteArray historyJson(const FlashRecord &record)
-{
-    QJsonArray files;
-    for (const auto &file : record.files)
-        files.append(QJsonObject{{"name", file.first}, {"sha256", file.second}});
-    const QJsonObject object{{"id", record.id},
-                             {"started", isoText(record.started)},
-                             {"ended", textOrNull(isoText(record.ended))},
-                             {"host", record.host},
-                             {"user", record.user},
-                             {"program", record.program},
-                             {"port", textOrNull(record.port)},
-                             {"serial", textOrNull(record.serial)},
-                             {"before", textOrNull(record.before)},
-                             {"after", textOrNull(record.after)},
-                             {"version", textOrNull(record.version)},
-                             {"files", files},
-                             {"signed", record.signedPackage},
-                             {"signer", textOrNull(record.signer)},
-                             {"tool", textOrNull(record.tool)},
-                             {"outcome", record.outcome},
-                             {"error", textOrNull(record.error)},
-                             {"seconds", record.seconds}};
-    return QJsonDocument(object).toJson(QJsonDocument::Compact);
-}
-
-QByteArray historyCsvHeader()
-{
-    return "started,ended,host,user,program,port,serial,before,after,version,files,signed,signer,tool,outcome,"
-           "error,seconds";
-}
-
-QByteArray historyCsv(const FlashRecord &record)
-{
-    QStringList files;
-    for (const auto &file : record.files)
-        files << file.first + QLatin1Char(':') + file.second;
-    QByteArrayList fields;
-    for (const QString &text :
-         {isoText(record.started), isoText(record.ended), record.host, record.user, record.program, record.port,
-          record.serial, record.before, record.after, record.version, files.join(QLatin1Char(' '))})
-        fields << csvField(text);
-    fields << (record.signedPackage ? "yes" : "no");
-    for (const QString &text : {record.signer, record.tool, record.outcome, record.error})
-        fields << csvField(text);
-    fields << QByteArray::number(record.seconds, 'f', 1);
-    return fields.join(',');
-}

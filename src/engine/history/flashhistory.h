@@ -11,9 +11,13 @@
 
 // One flash of one unit, as the history keeps it.
 struct FlashRecord {
-    qint64 id = 0;
+    qint64 row = 0;  // this file's key
+    QString id;      // a UUID, made when the record is first written: its key everywhere
     QDateTime started; // UTC
     QDateTime ended;   // invalid while pending
+    QString station;    // by default the host's name
+    QString operatorId; // who flashed, a badge or a name
+    QString order;      // a work order or batch
     QString host;
     QString user;
     QString program; // "station" or "window"
@@ -29,6 +33,23 @@ struct FlashRecord {
     QString outcome = QStringLiteral("pending");
     QString error;
     double seconds = 0;
+    QDateTime sent;     // when the central record took it; invalid while it has not
+    QDateTime received; // the central server's time, in a record read from there
+};
+
+// Who writes the records: set once per run.
+struct RecordIdentity {
+    QString station; // empty: the host's name
+    QString operatorId;
+    QString order;
+};
+
+// Which records a reader wants; an empty field or an invalid date leaves that filter out.
+struct HistoryFilter {
+    QString serial;
+    QDateTime since;
+    QString station;
+    QString order;
 };
 
 // The record of every flash on this machine, in one SQLite file that any number of
@@ -36,7 +57,8 @@ struct FlashRecord {
 // flash starts and completed when it ends. One left pending by a run that could not
 // complete it is noted in a small journal beside the file and marked "unrecorded" by
 // the next run that opens the history to write; one left pending by a process that is
-// gone is marked "interrupted". A connection serves the thread that opened it.
+// gone is marked "interrupted". A finished record waits for the central record (if one
+// is set) until it is marked sent. A connection serves the thread that opened it.
 class FlashHistory
 {
 public:
@@ -50,6 +72,7 @@ public:
 
     // For writing: makes the file if need be. busyTimeoutMs: how long a write waits for
     // another writer; 15 s lets eight stations that finish at once all write.
+    // An older file is brought to this program's schema; a newer one is refused as it is.
     bool open(const QString &path, int busyTimeoutMs = 15000);
     // For reading only: changes and makes nothing, also when its writer is stopped and
     // the reader may not write there. A missing file is an error.
@@ -58,22 +81,29 @@ public:
     QString error() const { return lastError; }
     QString path() const { return file; }
 
-    // The new record's id, 0 on failure. Host, user and process are filled in here.
+    void setIdentity(const RecordIdentity &identity) { writer = identity; }
+    // The new record's row, 0 on failure. Its id, the identity, host, user and process are
+    // filled in here.
     qint64 begin(FlashRecord &record);
     // Waits at most busyTimeoutMs for another writer (0: as opened).
     bool finish(const FlashRecord &record, int busyTimeoutMs = 0);
     // A record that could not be completed: what it would have said goes into the journal.
     bool noteUnrecorded(const FlashRecord &record);
     // Oldest first, one at a time, without holding them all; false from `each` stops.
-    // An empty serial or an invalid date leaves that filter out.
-    bool forEach(const QString &serial, const QDateTime &since, const std::function<bool(const FlashRecord &)> &each);
-    QList<FlashRecord> records(const QString &serial = QString(), const QDateTime &since = QDateTime());
+    bool forEach(const HistoryFilter &filter, const std::function<bool(const FlashRecord &)> &each);
+    QList<FlashRecord> records(const HistoryFilter &filter = HistoryFilter());
+
+    // The outbox: finished records the central record has not taken, oldest first.
+    bool unsent(int limit, QList<FlashRecord> *records);
+    int unsentCount();
+    bool markSent(const QList<qint64> &rows);
 
 private:
     bool exec(const QString &statement);
     QString journalPath() const { return file + QLatin1String(".unrecorded"); }
     // The journal's records by id: what they would have said.
     QHash<qint64, FlashRecord> journal() const;
+    bool read(QSqlQuery &query, const std::function<bool(const FlashRecord &)> &each);
     void applyJournal();
     void markInterrupted();
 
@@ -81,9 +111,16 @@ private:
     QString file;
     QString lastError;
     bool lastBusy = false; // the last failed statement met another writer
+    int schema = 0;        // the file's version
+    RecordIdentity writer;
 };
 
-// The record as one JSON object, and as CSV (its header row and one row).
-QByteArray historyJson(const FlashRecord &record);
-QByteArray historyCsvHeader();
-QByteArray historyCsv(const FlashRecord &record);
+// The record as one JSON object, and as CSV (its header row and one row). central: read
+// from the central record, which says when it took it, not when it was sent.
+QByteArray historyJson(const FlashRecord &record, bool central = false);
+QByteArray historyCsvHeader(bool central = false);
+QByteArray historyCsv(const FlashRecord &record, bool central = false);
+QString isoText(const QDateTime &time);
+// The record's files as the databases keep them: a JSON array of {name, sha256}.
+QString filesJson(const FlashRecord &record);
+QList<QPair<QString, QString>> filesFromJson(const QString &text);

@@ -25,7 +25,7 @@ public:
     // The same two at once, for a run that must end now.
     bool finishNow(int busyTimeoutMs, QString *why);
     bool noteUnrecordedNow();
-    bool hasBegun() const { return record.id != 0; }
+    bool hasBegun() const { return record.row != 0; }
     QString path() const { return writer->path(); }
 
 private:

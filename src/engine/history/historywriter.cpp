@@ -26,11 +26,21 @@ bool HistoryWriter::open(const QString &path, int busyTimeoutMs)
         [this, busyTimeoutMs] {
             delete history;
             history = new FlashHistory;
+            history->setIdentity(who);
             opened = history->open(file, busyTimeoutMs);
             openError = history->error();
         },
         Qt::BlockingQueuedConnection);
     return opened;
+}
+
+void HistoryWriter::setIdentity(const RecordIdentity &identity)
+{
+    QMetaObject::invokeMethod(home, [this, identity] {
+        who = identity;
+        if (history)
+            history->setIdentity(identity);
+    });
 }
 
 void HistoryWriter::write(QObject *context, std::function<bool(FlashHistory &)> work, Answer done)
@@ -69,7 +79,12 @@ void HistoryWriter::begin(FlashRecord *unit, QObject *context, Answer done)
 void HistoryWriter::finish(const FlashRecord &record, int busyTimeoutMs, QObject *context, Answer done)
 {
     write(
-        context, [record, busyTimeoutMs](FlashHistory &h) { return h.finish(record, busyTimeoutMs); }, std::move(done));
+        context, [record, busyTimeoutMs](FlashHistory &h) { return h.finish(record, busyTimeoutMs); },
+        [this, done = std::move(done)](bool written, const QString &why) {
+            if (written)
+                emit completed();
+            done(written, why);
+        });
 }
 
 void HistoryWriter::noteUnrecorded(const FlashRecord &record, QObject *context, Answer done)
@@ -88,6 +103,8 @@ bool HistoryWriter::finishNow(const FlashRecord &record, int busyTimeoutMs, QStr
             *why = history ? history->error() : QString();
         },
         Qt::BlockingQueuedConnection);
+    if (written)
+        emit completed();
     return written;
 }
 

@@ -21,6 +21,8 @@ public:
     // Opens the history for writing, and waits for the answer: before a run starts.
     bool open(const QString &path, int busyTimeoutMs = 15000);
     bool isOpen() const { return opened; }
+    // Who writes: for the records begun from now on.
+    void setIdentity(const RecordIdentity &identity);
     QString path() const { return file; }
     QString error() const { return openError; }
 
@@ -35,6 +37,10 @@ public:
     bool finishNow(const FlashRecord &record, int busyTimeoutMs, QString *why);
     bool noteUnrecordedNow(const FlashRecord &record);
 
+signals:
+    // A record was completed: it may go to the central record.
+    void completed();
+
 private:
     // Runs on the writer's thread; the answer goes to context on the main thread.
     void write(QObject *context, std::function<bool(FlashHistory &)> work, Answer done);
@@ -42,6 +48,7 @@ private:
     QThread thread;
     QObject *home; // lives on the thread; the history is used there only
     FlashHistory *history = nullptr;
+    RecordIdentity who; // used on the thread
     QString file;
     QString openError;
     bool opened = false;

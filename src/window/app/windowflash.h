@@ -11,8 +11,14 @@ class Version;
 // What the main window and the boot loader wizard share in running a flash job.
 
 // The history the window's flashes are recorded in, opened at a flash; none when it
-// cannot be opened (a line in the log says why), and tried again at the next.
-HistoryWriter *windowHistory();
+// cannot be opened (a line in the log says why), and tried again at the next. With the
+// key `central` in the configuration, its records go to the plant's central record as
+// well, in the background: a laptop delivers them when it is back on the plant's network.
+HistoryWriter *windowHistory(const Settings &settings);
+// Before an automatic run ends: its record gets a few seconds to reach the central record.
+// False when a call to the server still holds the sender: the process must not run its
+// static destructors under it.
+bool windowSendRecords(int waitMs);
 
 // A flash of the window: of the device its last look found, recorded in its history.
 FlashJob::Options windowFlashOptions(const Settings &settings, const Version &version, const QStringList &files,

@@ -1,4 +1,6 @@
 #include "dialog.h"
+
+#include "app/windowflash.h"
 #include "ui_dialog.h"
 
 #include "dialogquestions.h"
@@ -427,6 +429,9 @@ void Dialog::exitInternalAutomatic(ExitCode code)
     // Workers first, so the verdict is the log's last line for the calling script; the
     // record of the flash is completed before the process ends.
     stopWorkers();
+    const bool senderEnded = windowSendRecords(5000);
     qDebug() << quoted(QStringLiteral("%1 exit %2").arg(QStringLiteral("Morvanta")).arg(toInt(code)));
+    if (!senderEnded)
+        std::_Exit(toInt(code));
     std::exit(toInt(code));
 }
