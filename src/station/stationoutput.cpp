@@ -213,5 +213,8 @@ void StationOutput::synced(int sent, int left)
     if (json)
         emitEvent({{"event", "sync"}, {"sent", sent}, {"left", left}});
     else
-        line(QStringLiteral("Sent %1 records to the central record, %2 left").arg(sent).arg(left));
+        line(QStringLiteral("Sent %1 %2 to the central record, %3 left")
+                 .arg(sent)
+                 .arg(sent == 1 ? QStringLiteral("record") : QStringLiteral("records"))
+                 .arg(left));
 }
