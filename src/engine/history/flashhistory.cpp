@@ -251,12 +251,14 @@ bool FlashHistory::forEach(const HistoryFilter &filter, const std::function<bool
     const QString added = schema >= 2 ? QStringLiteral("uuid, station, operator, work_order, sent")
                                       : QStringLiteral("NULL, host, NULL, NULL, NULL");
     QString statement = QStringLiteral("SELECT %1, %2 FROM flashes WHERE 1").arg(QLatin1String(columns), added);
-    const QList<QPair<QString, QString>> conditions{{QStringLiteral("serial"), filter.serial},
-                                                    {QStringLiteral("station"), filter.station},
-                                                    {QStringLiteral("work_order"), filter.order}};
+    // In a first-version file the station is the host, and no record has an order.
+    const QList<QPair<QString, QString>> conditions{
+        {QStringLiteral("serial"), filter.serial},
+        {schema >= 2 ? QStringLiteral("station") : QStringLiteral("host"), filter.station},
+        {schema >= 2 ? QStringLiteral("work_order") : QStringLiteral("NULL"), filter.order}};
     for (const auto &condition : conditions) {
         if (!condition.second.isEmpty())
-            statement += QStringLiteral(" AND %1 = :%1").arg(condition.first);
+            statement += QStringLiteral(" AND %1 = :%2").arg(condition.first, condition.first.toLower());
     }
     if (filter.since.isValid())
         statement += QLatin1String(" AND started >= :since");
@@ -266,7 +268,7 @@ bool FlashHistory::forEach(const HistoryFilter &filter, const std::function<bool
     query.prepare(statement + QLatin1String(" ORDER BY started, id"));
     for (const auto &condition : conditions) {
         if (!condition.second.isEmpty())
-            query.bindValue(QLatin1Char(':') + condition.first, condition.second);
+            query.bindValue(QLatin1Char(':') + condition.first.toLower(), condition.second);
     }
     if (filter.since.isValid())
         query.bindValue(QStringLiteral(":since"), isoText(filter.since));
