@@ -47,7 +47,7 @@ void CentralSender::sendSoon()
 }
 
 // On the thread.
-void CentralSender::pass()
+bool CentralSender::pass()
 {
     passAsked = false;
     retry->stop();
@@ -59,22 +59,20 @@ void CentralSender::pass()
         retry->start(backOffMs);
     }
     emit passEnded(done.sent, done.left, done.ok ? QString() : done.error);
+    return done.ok && done.left == 0;
 }
 
 bool CentralSender::waitUntilSent(int ms)
 {
     QEventLoop loop;
     bool sent = false;
-    const auto heard = connect(this, &CentralSender::passEnded, &loop,
-                               [&loop, &sent](int, int left, const QString &error) {
-                                   sent = left == 0 && error.isEmpty();
-                                   loop.quit();
-                               });
-    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    QMetaObject::invokeMethod(home, [this] {
-        if (outbox)
-            pass();
+    // The answer of this pass, not of one that began before the caller's last record.
+    const auto heard = connect(this, &CentralSender::askedPassEnded, &loop, [&loop, &sent](bool allSent) {
+        sent = allSent;
+        loop.quit();
     });
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    QMetaObject::invokeMethod(home, [this] { emit askedPassEnded(outbox && pass()); });
     loop.exec();
     disconnect(heard);
     return sent;

@@ -32,9 +32,12 @@ public:
 signals:
     // After each pass. left -1: unknown.
     void passEnded(int sent, int left, const QString &error);
+    // After the pass that waitUntilSent asked for.
+    void askedPassEnded(bool allSent);
 
 private:
-    void pass();
+    // True when nothing is left to send.
+    bool pass();
 
     QThread thread;
     QObject *home; // lives on the thread, with the outbox
