@@ -3,6 +3,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QProcess>
+#include <QSqlDatabase>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -34,8 +35,7 @@ QString PostgresServer::unavailable()
 {
     if (!QFileInfo(binDir + QLatin1String("/initdb")).isExecutable())
         return QStringLiteral("needs Debian's postgresql-15");
-    if (!QFileInfo(QStringLiteral("/usr/lib/x86_64-linux-gnu/qt6/plugins/sqldrivers/libqsqlpsql.so")).exists() &&
-        !QFileInfo(QStringLiteral("/usr/lib/aarch64-linux-gnu/qt6/plugins/sqldrivers/libqsqlpsql.so")).exists())
+    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QPSQL")))
         return QStringLiteral("needs Qt's PostgreSQL driver (libqt6sql6-psql)");
     // A root of a user namespace of its own has no other user to run the server as.
     if (geteuid() == 0 && QProcess::execute(QStringLiteral("setpriv"),

@@ -9,7 +9,6 @@
 #include <QElapsedTimer>
 #include <QThread>
 #include <QFileInfo>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSqlError>

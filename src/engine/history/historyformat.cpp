@@ -27,12 +27,17 @@ QString isoText(const QDateTime &time)
     return time.isValid() ? time.toUTC().toString(Qt::ISODate) : QString();
 }
 
-QString filesJson(const FlashRecord &record)
+static QJsonArray filesArray(const FlashRecord &record)
 {
     QJsonArray files;
     for (const auto &file : record.files)
         files.append(QJsonObject{{"name", file.first}, {"sha256", file.second}});
-    return QString::fromUtf8(QJsonDocument(files).toJson(QJsonDocument::Compact));
+    return files;
+}
+
+QString filesJson(const FlashRecord &record)
+{
+    return QString::fromUtf8(QJsonDocument(filesArray(record)).toJson(QJsonDocument::Compact));
 }
 
 QList<QPair<QString, QString>> filesFromJson(const QString &text)
@@ -45,9 +50,6 @@ QList<QPair<QString, QString>> filesFromJson(const QString &text)
 
 QByteArray historyJson(const FlashRecord &record, bool central)
 {
-    QJsonArray files;
-    for (const auto &file : record.files)
-        files.append(QJsonObject{{"name", file.first}, {"sha256", file.second}});
     QJsonObject object{{"id", textOrNull(record.id)},
                        {"started", isoText(record.started)},
                        {"ended", textOrNull(isoText(record.ended))},
@@ -62,7 +64,7 @@ QByteArray historyJson(const FlashRecord &record, bool central)
                        {"before", textOrNull(record.before)},
                        {"after", textOrNull(record.after)},
                        {"version", textOrNull(record.version)},
-                       {"files", files},
+                       {"files", filesArray(record)},
                        {"signed", record.signedPackage},
                        {"signer", textOrNull(record.signer)},
                        {"tool", textOrNull(record.tool)},
