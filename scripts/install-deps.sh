@@ -13,6 +13,7 @@ packages=(
   xvfb xauth xdotool imagemagick libxcb1-dev
   dosfstools fusefat
   libudev-dev libqt6sql6-sqlite libqt6sql6-psql postgresql-15
+  libmicrohttpd-dev chromium chromium-driver python3-selenium python3-prometheus-client
   dfu-util umockdev libumockdev-dev dpkg-dev file appstream desktop-file-utils lintian systemd
   fonts-dejavu-core poppler-utils
   clang libfuzzer-14-dev

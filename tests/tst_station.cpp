@@ -15,7 +15,9 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QSqlDatabase>
+#include <QTcpSocket>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QTest>
@@ -48,6 +50,7 @@ class TestStation : public QObject
     struct Run {
         std::unique_ptr<QProcess> process = std::make_unique<QProcess>();
         QList<QJsonObject> events;
+        QList<qint64> heard; // each event's arrival on the monotonic clock, ms
         QStringList notJson;
         QJsonObject last(const QString &event) const
         {
@@ -62,8 +65,12 @@ class TestStation : public QObject
             while (process->canReadLine()) {
                 const QByteArray line = process->readLine().trimmed();
                 const QJsonDocument json = QJsonDocument::fromJson(line);
-                if (json.isObject())
+                if (json.isObject()) {
                     events << json.object();
+                    QElapsedTimer now; // the monotonic clock, as Python's time.monotonic()
+                    now.start();
+                    heard << now.msecsSinceReference();
+                }
                 else
                     notJson << QString::fromUtf8(line);
             }
@@ -951,6 +958,331 @@ private slots:
         QCOMPARE(run.process->exitCode(), 0);
         QCOMPARE(run.last("result")["after"].toString(), QString("1_2_4"));
         QCOMPARE(received("two-stages"), FirmwareKit::flashedImages({"bl"}, 1, fileSize) + flashed);
+    }
+
+    // One HTTP exchange as written; from: the client's own address.
+    static QByteArray http(const QByteArray &request, quint16 port, const QString &to = "127.0.0.1",
+                           const QString &from = QString())
+    {
+        QTcpSocket socket;
+        if (!from.isEmpty())
+            socket.bind(QHostAddress(from));
+        socket.connectToHost(to, port);
+        if (!socket.waitForConnected(5000))
+            return {};
+        // One request a connection: the reply ends when the station closes it.
+        const qsizetype line = request.indexOf("\r\n");
+        socket.write(request.contains("Connection:") || line < 0
+                         ? request
+                         : request.left(line + 2) + "Connection: close\r\n" + request.mid(line + 2));
+        QByteArray reply;
+        while (socket.waitForReadyRead(5000))
+            reply += socket.readAll();
+        return reply + socket.readAll();
+    }
+    static QByteArray get(const QByteArray &path, quint16 port, const QByteArray &headers = {})
+    {
+        return http("GET " + path + " HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(port) + "\r\n" + headers +
+                        "\r\n",
+                    port);
+    }
+    static int status(const QByteArray &reply)
+    {
+        return reply.mid(9, 3).toInt();
+    }
+    static QByteArray body(const QByteArray &reply)
+    {
+        return reply.mid(reply.indexOf("\r\n\r\n") + 4);
+    }
+    // Prometheus' own parser of its text format: each sample as "name{labels} value".
+    static QStringList promSamples(const QByteArray &text)
+    {
+        QProcess parser;
+        parser.start("/usr/bin/python3",
+                     {"-c", "import sys\nfrom prometheus_client.parser import text_string_to_metric_families as f\n"
+                            "for family in f(sys.stdin.read()):\n"
+                            "  for s in family.samples:\n"
+                            "    print(s.name + '{' + ','.join(k + '=' + v for k, v in sorted(s.labels.items())) + '} '"
+                            " + repr(s.value))\n"});
+        parser.write(text);
+        parser.closeWriteChannel();
+        parser.waitForFinished(20000);
+        if (parser.exitCode() != 0)
+            qWarning() << parser.readAllStandardError();
+        return QString::fromUtf8(parser.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+    }
+
+    // The page in a headless Chromium while units arrive: each tile goes from waiting to
+    // flashing to its outcome within a second of the station's own event; the counts are
+    // the summary's; a serial that holds markup is shown as text and runs nothing; the CSV
+    // holds every record; the page speaks German to a German browser.
+    void pageInBrowser()
+    {
+        if (!BROWSER_TESTS)
+            QSKIP("the browser looks at the page in the plain build");
+        QVERIFY2(QFile::exists("/usr/bin/chromedriver"), "chromium-driver is not installed");
+        QStringList devices;
+        for (const QString &port : QStringList{"1", "2", "3"}) {
+            TestSupport::writeFile(sandbox.root() + "/pageplug" + port, "pulled\n");
+            devices << "port=" + port + ",scenario=busy,after=40,control=" + sandbox.root() + "/pageplug" + port;
+        }
+        devices[2] += ",serial=<img src=x onerror=injected=1>";
+        EmulatedBus bus(devices);
+        QVERIFY(bus.isUp());
+        const QString history = sandbox.root() + "/page.sqlite";
+        Run station;
+        start(station, {"watch", "--json", "--http", "18380", "--history", history, "--ports", "1-1,1-2,1-3", firmware});
+        QVERIFY(finish(station, 60000, "Watching ports"));
+        QCOMPARE(station.events.first()["text"].toString(), QString("The station's page: http://127.0.0.1:18380/"));
+
+        QProcess browser;
+        browser.start("/usr/bin/python3", {PAGE_DRIVER});
+        auto ask = [&browser](const QByteArray &command) {
+            browser.write(command + '\n');
+            while (!browser.canReadLine() && browser.waitForReadyRead(60000)) {
+            }
+            const QJsonObject answer = QJsonDocument::fromJson(browser.readLine()).object();
+            if (answer.contains("error"))
+                qWarning() << command << answer["error"].toString() << browser.readAllStandardError();
+            return answer["ok"];
+        };
+        const auto quit = qScopeGuard([&browser] {
+            browser.write("quit\n");
+            browser.waitForFinished(20000);
+        });
+        QCOMPARE(ask("open http://127.0.0.1:18380/ en")["lang"].toString(), QString("en"));
+        for (const QJsonValue &tile : ask("tiles").toArray())
+            QCOMPARE(tile[2].toString(), QString("waiting"));
+        // Events are read as they come, for the time each was heard.
+        const auto readFor = [&station](int ms, int results) {
+            QDeadlineTimer deadline(ms);
+            while (countOf(station, "result") < results && !deadline.hasExpired()) {
+                station.process->waitForReadyRead(20);
+                station.read();
+            }
+        };
+        for (const QString &port : QStringList{"1", "2", "3"}) {
+            TestSupport::writeFile(sandbox.root() + "/pageplug" + port, "plugged\n");
+            readFor(700, 4);
+        }
+        readFor(90000, 3);
+        QCOMPARE(countOf(station, "result"), 3);
+        QTest::qWait(1500);
+        // Each port's tile against the station's events, on the same monotonic clock.
+        const QJsonArray changes = ask("changes").toArray();
+        for (const QString &port : QStringList{"1-1", "1-2", "1-3"}) {
+            QStringList states;
+            QHash<QString, double> seen;
+            for (const QJsonValue &change : changes) {
+                if (change[0].toString() != port)
+                    continue;
+                if (states.isEmpty() || states.last() != change[1].toString())
+                    states << change[1].toString();
+                if (!seen.contains(change[1].toString()))
+                    seen.insert(change[1].toString(), change[3].toDouble() * 1000);
+            }
+            QCOMPARE(states, (QStringList{"waiting", "flashing", "done"}));
+            for (int i = 0; i < station.events.size(); ++i) {
+                const QJsonObject &e = station.events[i];
+                if (e["port"].toString() != port || (e["event"] != QString("start") && e["event"] != QString("result")))
+                    continue;
+                const double late = seen.value(e["event"] == QString("start") ? "flashing" : "done") - station.heard[i];
+                QVERIFY2(late < 1000, qPrintable(QString("%1 %2: the tile changed %3 ms after the event")
+                                                     .arg(port, e["event"].toString())
+                                                     .arg(late)));
+            }
+        }
+        const QJsonObject counts = ask("counts").toObject();
+        const QJsonArray recent = ask("recent").toArray();
+        QCOMPARE(recent.size(), 3);
+        QStringList serials;
+        for (const QJsonValue &row : recent)
+            serials << row[2].toString();
+        serials.sort();
+        QCOMPARE(serials, (QStringList{"0000001", "0000002", "<img src=x onerror=injected=1>"}));
+        const QJsonObject injected = ask("injected").toObject();
+        QCOMPARE(injected["alert"], QJsonValue());
+        QCOMPARE(injected["elements"].toInt(), 0);
+        QCOMPARE(injected["marker"], QJsonValue());
+        QCOMPARE(injected["severe"].toArray(), QJsonArray());
+        ask(QByteArray("screenshot ") + QFile::encodeName(TestSupport::binDir() + "/../station-page.png"));
+        const QJsonObject found = ask("search <img src=x onerror=injected=1>").toObject();
+        QCOMPARE(found["note"].toString(), QString("One record of serial <img src=x onerror=injected=1>"));
+        QCOMPARE(found["rows"].toArray().size(), 1);
+        QCOMPARE(ask("search 0000009")["note"].toString(), QString("No record of serial 0000009"));
+        // The download holds every record, as history --csv gives them.
+        const QString downloaded = ask("csv").toString();
+        Run records;
+        start(records, {"history", "--csv", "--history", history});
+        QVERIFY(finish(records));
+        QCOMPARE(downloaded.count('\n'), 4);
+        QCOMPARE(downloaded, records.notJson.join("\r\n") + "\r\n");
+
+        QCOMPARE(ask("open http://127.0.0.1:18380/ de-DE,de;q=0.9,en;q=0.5")["lang"].toString(), QString("de"));
+        QVERIFY(ask("labels").toVariant().toStringList().contains("geflasht"));
+        QCOMPARE(ask("tiles")[0][2].toString(), QString("geflasht"));
+        ask(QByteArray("screenshot ") + QFile::encodeName(TestSupport::binDir() + "/../station-page-de.png"));
+
+        ::kill(pid_t(station.process->processId()), SIGTERM);
+        QVERIFY(finish(station, 20000));
+        const QJsonObject summary = station.last("summary");
+        for (const QString &key : counts.keys())
+            QCOMPARE(counts[key].toString(), QString::number(summary[key].toInt()));
+        QCOMPARE(summary["flashed"].toInt(), 3);
+    }
+
+    // The page's rules without a browser: /metrics in Prometheus' format with the history's
+    // counts; read-only, its own Host only; a token on any other address than the
+    // loopback, never in a URL; a hundred clients that send half a request hold up neither
+    // another client nor a flash.
+    void pageRules()
+    {
+        const QString plug = sandbox.root() + "/rulesplug";
+        TestSupport::writeFile(plug, "pulled\n");
+        EmulatedBus bus({"port=1,scenario=busy,after=100,control=" + plug});
+        QVERIFY(bus.isUp());
+        const QString history = sandbox.root() + "/rules.sqlite";
+        Run station;
+        start(station, {"watch", "--json", "--http", "127.0.0.1:18381", "--history", history, firmware});
+        QVERIFY(finish(station, 60000, "Watching every port"));
+
+        QList<QTcpSocket *> slow;
+        const auto closeSlow = qScopeGuard([&slow] { qDeleteAll(slow); });
+        for (int i = 0; i < 100; ++i) {
+            slow << new QTcpSocket;
+            slow.last()->bind(QHostAddress("127.0.0.2"));
+            slow.last()->connectToHost("127.0.0.1", 18381);
+            slow.last()->write("GET /metrics HTTP/1.1\r\nHost: 127.0.0.1:18381\r\n");
+        }
+        for (QTcpSocket *socket : std::as_const(slow))
+            socket->waitForBytesWritten(1000);
+        TestSupport::writeFile(plug, "plugged\n");
+        QVERIFY(finish(station, 60000, "Search for DFU USB device"));
+        // Answered while the hundred hang, well before they time out.
+        const QByteArray during = get("/api/state", 18381);
+        QCOMPARE(status(during), 200);
+        QCOMPARE(QJsonDocument::fromJson(body(during))["ports"][0]["state"].toString(), QString("flashing"));
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == 1), 60000);
+        QCOMPARE(station.last("result")["outcome"].toString(), QString("flashed"));
+
+        const QStringList samples = promSamples(body(get("/metrics", 18381)));
+        QVERIFY(samples.contains("morvanta_units_total{outcome=flashed} 1.0"));
+        QVERIFY(samples.contains("morvanta_units_total{outcome=failed} 0.0"));
+        QVERIFY(samples.contains("morvanta_port_busy{port=1-1} 0.0"));
+        QVERIFY(samples.contains("morvanta_flash_duration_seconds_count{} 1.0"));
+        QVERIFY(samples.contains("morvanta_build_info{version=Morvanta.03.20260616.0} 1.0"));
+        QVERIFY(!samples.join('\n').contains("serial"));
+        QVERIFY(!samples.join('\n').contains("central"));
+        Run records;
+        start(records, {"history", "--json", "--history", history});
+        QVERIFY(finish(records));
+        QCOMPARE(records.events.size(), 1);
+        QCOMPARE(records.events[0]["outcome"].toString(), QString("flashed"));
+
+        const QByteArray host = "Host: 127.0.0.1:18381\r\n";
+        const QList<QPair<QByteArray, int>> requests{
+            {"POST /api/state HTTP/1.1\r\n" + host + "Content-Length: 2\r\n\r\n{}", 405},
+            {"DELETE / HTTP/1.1\r\n" + host + "\r\n", 405},
+            {"GET / HTTP/1.1\r\nHost: attacker.example:18381\r\n\r\n", 421},
+            {"GET /api/state HTTP/1.1\r\nHost: 127.0.0.1.attacker.example\r\n\r\n", 421},
+            {"GET /api/state HTTP/1.0\r\n\r\n", 421},
+            {"GET /api/state HTTP/1.1\r\nHost: localhost:18381\r\n\r\n", 200},
+            {"HEAD / HTTP/1.1\r\n" + host + "\r\n", 200},
+            {"GET /history.csv?since=yesterday HTTP/1.1\r\n" + host + "\r\n", 400},
+            {"GET /../../etc/passwd HTTP/1.1\r\n" + host + "\r\n", 404},
+            {"GET / HTTP/1.1\r\n" + host + "X-Long: " + QByteArray(20000, 'a') + "\r\n\r\n", 431},
+        };
+        for (const auto &[request, expected] : requests) {
+            const QByteArray reply = http(request, 18381);
+            QVERIFY2(status(reply) == expected, (request.left(60) + " -> " + reply.left(20)).constData());
+            if (request.startsWith("HEAD"))
+                QVERIFY(body(reply).isEmpty());
+        }
+        ::kill(pid_t(station.process->processId()), SIGTERM);
+        QVERIFY(finish(station, 20000));
+        QCOMPARE(station.process->exitCode(), 0);
+    }
+
+    // Any address but the loopback: every request needs the token, by Basic or Bearer,
+    // and a token in the URL counts for nothing.
+    void pageToken()
+    {
+        QCOMPARE(QProcess::execute("ip", {"addr", "add", "10.77.0.1/32", "dev", "lo"}), 0);
+        const QByteArray token = "a-line-secret-of-more-than-32-characters";
+        const QString file = sandbox.root() + "/page.token";
+        TestSupport::writeFile(file, token + "\n");
+        QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner);
+        EmulatedBus bus({"port=1,name=V1_2_4"});
+        Run station;
+        start(station, {"watch", "--json", "--http", "10.77.0.1:18382", "--http-token-file", file, "--http-host",
+                        "station-7.plant.example", "--history", sandbox.root() + "/token.sqlite", firmware});
+        QVERIFY(finish(station, 60000, "Watching every port"));
+        const QList<QPair<QByteArray, int>> requests{
+            {"GET /metrics", 401},
+            {"GET /metrics?token=" + token, 401},
+            {"GET /metrics\r\nAuthorization: Bearer " + token, 200},
+            {"GET /metrics\r\nAuthorization: Bearer " + token.chopped(1), 401},
+            {"GET /metrics\r\nAuthorization: Basic " + ("anyone:" + token).toBase64(), 200},
+            {"GET /metrics\r\nAuthorization: Basic " + ("anyone:" + token + "x").toBase64(), 401},
+            {"GET /metrics\r\nAuthorization: Basic " + token.toBase64(), 401},
+        };
+        for (const auto &[request, expected] : requests) {
+            const int line = request.indexOf("\r\n");
+            const QByteArray text = (line < 0 ? request : request.left(line)) + " HTTP/1.1\r\nHost: 10.77.0.1:18382\r\n" +
+                                    (line < 0 ? QByteArray() : request.mid(line + 2) + "\r\n") + "\r\n";
+            const QByteArray reply = http(text, 18382, "10.77.0.1");
+            QVERIFY2(status(reply) == expected, (request.left(50) + " -> " + reply.left(20)).constData());
+            if (expected == 401)
+                QVERIFY(reply.contains("WWW-Authenticate: Basic realm=\"morvanta-station\""));
+        }
+        QCOMPARE(status(http("GET / HTTP/1.1\r\nHost: station-7.plant.example:18382\r\nAuthorization: Bearer " + token +
+                                 "\r\n\r\n",
+                             18382, "10.77.0.1")),
+                 200);
+        ::kill(pid_t(station.process->processId()), SIGTERM);
+        QVERIFY(finish(station, 20000));
+    }
+
+    void pageRefusals_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<QString>("token"); // the token file's content; "open": readable by all
+        QTest::addColumn<QString>("error");
+        QTest::newRow("another address, no token") << QStringList{"watch", "--http", "0.0.0.0:18383"} << ""
+                                                   << "--http on 0.0.0.0, which other PCs may reach, needs "
+                                                      "--http-token-file FILE";
+        QTest::newRow("a short token") << QStringList{"watch", "--http", "0.0.0.0:18383"} << "short-secret"
+                                       << "must hold one secret of at least 32 characters";
+        QTest::newRow("a token all may read") << QStringList{"watch", "--http", "0.0.0.0:18383"} << "open"
+                                              << "every user of this PC can read";
+        QTest::newRow("no port") << QStringList{"watch", "--http", "127.0.0.1:"} << ""
+                                 << "--http takes [ADDRESS:]PORT, a port from 1 to 65535";
+        QTest::newRow("a name for an address") << QStringList{"watch", "--http", "station.example:80"} << ""
+                                               << "--http takes an IP address, not \"station.example\"";
+        QTest::newRow("a token without a page") << QStringList{"watch", "--http-host", "x"} << ""
+                                                << "--http-token-file and --http-host go with --http";
+        QTest::newRow("a page for one flash") << QStringList{"flash", "--http", "18383"} << ""
+                                              << "flash takes no --http";
+    }
+
+    void pageRefusals()
+    {
+        QFETCH(QStringList, args);
+        QFETCH(QString, token);
+        if (!token.isEmpty()) {
+            const QString file = sandbox.root() + "/refused.token";
+            TestSupport::writeFile(file, token == "open" ? QByteArray(40, 'k') : token.toUtf8());
+            QFile::setPermissions(file, QFile::ReadOwner | QFile::WriteOwner |
+                                            (token == "open" ? QFile::ReadOther : QFile::Permissions()));
+            args << "--http-token-file" << file;
+        }
+        Run run;
+        start(run, args << firmware);
+        QVERIFY(finish(run));
+        QCOMPARE(run.process->exitCode(), 64);
+        const QString said = QString::fromUtf8(run.process->readAllStandardError());
+        QFETCH(QString, error);
+        QVERIFY2(said.contains(error), qPrintable(said));
     }
 };
 

@@ -5,8 +5,11 @@
 #include "stationoutput.h"
 #include "stationrecords.h"
 #include "stationrun.h"
+#include "stationpage.h"
+#include "stationstate.h"
 #include "stationwatch.h"
 
+#include "app/buildidentity.h"
 #include "app/errortexts.h"
 #include "app/exitcode.h"
 #include "app/log.h"
@@ -21,6 +24,7 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QSysInfo>
 #include <QTimer>
 
 #include <cstdio>
@@ -52,16 +56,6 @@ int list(Settings &settings, StationOutput &output)
     return toInt(ExitCode::Success);
 }
 
-// --since takes a date or a date and time, read as UTC.
-QDateTime sinceDate(const QString &text)
-{
-    QDateTime when = QDateTime::fromString(text, Qt::ISODate);
-    if (!when.isValid())
-        when = QDate::fromString(text, Qt::ISODate).startOfDay(Qt::UTC);
-    if (when.isValid() && when.timeSpec() == Qt::LocalTime)
-        when.setTimeSpec(Qt::UTC);
-    return when;
-}
 } // namespace
 
 int main(int argc, char **argv)
@@ -119,9 +113,20 @@ int main(int argc, char **argv)
                                      QStringLiteral("The plant's central record (PostgreSQL), as a libpq URI; "
                                                     "history: read from there."),
                                      QStringLiteral("URL"));
-    const QList<const QCommandLineOption *> every{&json,   &csv,       &port,        &portList,   &timeout,
-                                                  &zip,    &bootLoader, &log,        &historyFile, &serial,
-                                                  &since,  &station,   &operatorId,  &order,      &central};
+    const QCommandLineOption http(QStringLiteral("http"),
+                                  QStringLiteral("watch: serve the station's page on this address (127.0.0.1 unless "
+                                                 "given); MORVANTA_HTTP stands for it."),
+                                  QStringLiteral("[ADDR:]PORT"));
+    const QCommandLineOption httpToken(QStringLiteral("http-token-file"),
+                                       QStringLiteral("watch: the page's token (32 characters or more), asked of "
+                                                      "every request; needed on any address but the loopback."),
+                                       QStringLiteral("FILE"));
+    const QCommandLineOption httpHost(QStringLiteral("http-host"),
+                                      QStringLiteral("watch: a further name the page is asked by (repeatable)."),
+                                      QStringLiteral("NAME"));
+    const QList<const QCommandLineOption *> every{&json,    &csv,       &port,       &portList,    &timeout, &zip,
+                                                  &bootLoader, &log,    &historyFile, &serial,     &since,   &station,
+                                                  &operatorId, &order,  &central,    &http,        &httpToken, &httpHost};
     for (const QCommandLineOption *option : every)
         parser.addOption(*option);
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, flash, watch, history or sync"));
@@ -143,7 +148,7 @@ int main(int argc, char **argv)
     if (flash)
         allowed << &port << &bootLoader;
     if (watch)
-        allowed << &portList;
+        allowed << &portList << &http << &httpToken << &httpHost;
     if (command == QLatin1String("history"))
         allowed = {&json, &csv, &historyFile, &serial, &since, &station, &order, &central};
     if (command == QLatin1String("sync"))
@@ -173,13 +178,32 @@ int main(int argc, char **argv)
     const CentralAddress centralAddress = CentralAddress::parse(centralText, &centralProblem, &centralWhy);
     if (centralProblem != CentralAddress::Problem::None && allowed.contains(&central))
         return usageError(parser, QStringLiteral("--central %1").arg(centralWhy));
+    StationPage::Options pageOptions;
+    const QString httpText = parser.isSet(http) ? parser.value(http) : qEnvironmentVariable("MORVANTA_HTTP");
+    if (watch && !httpText.isEmpty()) {
+        QString why;
+        if (!StationPage::parseListen(httpText, &pageOptions.address, &pageOptions.port, &why))
+            return usageError(parser, why);
+        if (parser.isSet(httpToken)) {
+            pageOptions.tokenDigest = StationPage::readToken(parser.value(httpToken), &why);
+            if (pageOptions.tokenDigest.isEmpty())
+                return usageError(parser, why);
+        } else if (!pageOptions.address.isLoopback()) {
+            return usageError(parser, QStringLiteral("--http on %1, which other PCs may reach, needs "
+                                                     "--http-token-file FILE")
+                                          .arg(pageOptions.address.toString()));
+        }
+        pageOptions.hosts = parser.values(httpHost);
+    } else if (parser.isSet(httpToken) || parser.isSet(httpHost)) {
+        return usageError(parser, QStringLiteral("--http-token-file and --http-host go with --http"));
+    }
     if (command == QLatin1String("sync") && !centralAddress.isSet())
         return usageError(parser, QStringLiteral("sync needs --central URL (or MORVANTA_CENTRAL)"));
     if ((command == QLatin1String("list") || command == QLatin1String("history") || command == QLatin1String("sync")) &&
         words.size() == 1) {
         if (parser.isSet(json) && parser.isSet(csv))
             return usageError(parser, QStringLiteral("say --json or --csv, not both"));
-        if (parser.isSet(since) && !sinceDate(parser.value(since)).isValid())
+        if (parser.isSet(since) && !StationRecords::sinceDate(parser.value(since)).isValid())
             return usageError(parser, QStringLiteral("--since takes a date such as 2026-11-24"));
     } else if (!(flash || watch) || words.size() != 2) {
         return usageError(parser,
@@ -202,9 +226,12 @@ int main(int argc, char **argv)
         const auto format = parser.isSet(json)  ? StationRecords::Format::Json
                             : parser.isSet(csv) ? StationRecords::Format::Csv
                                                 : StationRecords::Format::Text;
-        return StationRecords::print(historyPath, centralAddress, format,
-                                     {parser.value(serial), sinceDate(parser.value(since)), parser.value(station),
-                                      parser.value(order)});
+        HistoryFilter filter;
+        filter.serial = parser.value(serial);
+        filter.since = StationRecords::sinceDate(parser.value(since));
+        filter.station = parser.value(station);
+        filter.order = parser.value(order);
+        return StationRecords::print(historyPath, centralAddress, format, filter);
     }
     if (command == QLatin1String("sync")) {
         StationOutput output(parser.isSet(json));
@@ -281,7 +308,31 @@ int main(int argc, char **argv)
         watchOptions.run = options;
         watchOptions.ports = watchedPorts;
         watchOptions.json = parser.isSet(json);
+        // The page follows the watch's own events; it is served beside the flashing.
+        StationState state(parser.isSet(station) ? parser.value(station) : QSysInfo::machineHostName(),
+                           !options.zip);
+        state.setWatchedPorts(watchedPorts);
+        std::unique_ptr<StationPage> page;
+        if (pageOptions.port != 0) {
+            state.setToday(StationRecords::countsSince(historyPath, QDate::currentDate().startOfDay()));
+            output.setListener([&state](const QJsonObject &event) { state.heard(event); });
+            QObject::connect(&history, &HistoryWriter::completed, &app, [&state] { state.recordCompleted(); });
+            if (sender)
+                QObject::connect(sender.get(), &CentralSender::passEnded, &app,
+                                 [&state](int, int left, const QString &error) { state.setCentral(left, error); });
+            pageOptions.historyPath = historyPath;
+            pageOptions.programVersion = QString::fromLatin1(BuildIdentity::appVersion);
+            page = std::make_unique<StationPage>(&state, pageOptions);
+            QString why;
+            if (!page->start(&why)) {
+                output.error(why);
+                return toInt(ExitCode::Failed);
+            }
+            output.stage(QStringLiteral("The station's page: http://%1/").arg(page->where()));
+        }
         StationWatch station(&settings, &output, &history, watchOptions);
+        QObject::connect(&station, &StationWatch::firmwareReady, &app,
+                         [&state](const QString &version, const QStringList &files) { state.setPackage(version, files); });
         QObject::connect(&stopSignals, &StopSignals::stopRequested, &station, &StationWatch::stop);
         QObject::connect(&station, &StationWatch::finished, &app,
                          [&exitAfterSending](ExitCode code) { exitAfterSending(code, false, 2000); });

@@ -42,6 +42,10 @@ void StationOutput::emitEvent(const QJsonObject &given)
         event.insert(QStringLiteral("port"), unitPort);
         event.insert(QStringLiteral("serial"), textOrNull(unitSerial));
     }
+    if (listener)
+        listener(event);
+    if (!json)
+        return;
     std::fputs(QJsonDocument(event).toJson(QJsonDocument::Compact).constData(), out);
     std::fputc('\n', out);
     std::fflush(out);
@@ -65,7 +69,7 @@ void StationOutput::line(const QString &text)
 void StationOutput::device(const ListedDevice &device, bool arrived)
 {
     const QString mode = device.dfuMode ? QStringLiteral("dfu") : QStringLiteral("run-time");
-    if (json) {
+    {
         QJsonObject event{{"event", "device"}, {"port", device.port}, {"mode", mode},
                           {"version", textOrNull(device.version)},
                           {"form", device.version.isEmpty() ? QJsonValue() : QJsonValue(device.hasV ? "V" : "plain")},
@@ -73,7 +77,8 @@ void StationOutput::device(const ListedDevice &device, bool arrived)
         if (arrived)
             event.insert(QStringLiteral("arrived"), true);
         emitEvent(event);
-        return;
+        if (json)
+            return;
     }
     line(QStringLiteral("%1%2  %3  %4  serial %5")
              .arg(arrived ? QStringLiteral("Arrived: ") : QString())
@@ -86,11 +91,10 @@ void StationOutput::device(const ListedDevice &device, bool arrived)
 void StationOutput::start(const QString &port, const QStringList &firmware, const QString &packageVersion,
                           const QString &deviceVersion)
 {
-    if (json) {
-        emitEvent({{"event", "start"}, {"port", port}, {"firmware", QJsonArray::fromStringList(firmware)},
-                   {"version", packageVersion}, {"before", textOrNull(deviceVersion)}, {"signed", signedPackage}});
+    emitEvent({{"event", "start"}, {"port", port}, {"firmware", QJsonArray::fromStringList(firmware)},
+               {"version", packageVersion}, {"before", textOrNull(deviceVersion)}, {"signed", signedPackage}});
+    if (json)
         return;
-    }
     line(QStringLiteral("Flashing version %1 onto the Tessel NINE on port %2, which runs %3; %4")
              .arg(packageVersion, port, deviceVersion.isEmpty() ? QStringLiteral("no firmware in sight") : deviceVersion,
                   signedText()));
@@ -98,18 +102,16 @@ void StationOutput::start(const QString &port, const QStringList &firmware, cons
 
 void StationOutput::stage(const QString &text)
 {
-    if (json)
-        emitEvent({{"event", "stage"}, {"text", text}});
-    else
+    emitEvent({{"event", "stage"}, {"text", text}});
+    if (!json)
         line(text);
 }
 
 void StationOutput::file(const QString &stage, const QString &name, int number, int total)
 {
     lastPercent = -1;
-    if (json)
-        emitEvent({{"event", "file"}, {"stage", stage}, {"file", name}, {"number", number}, {"total", total}});
-    else
+    emitEvent({{"event", "file"}, {"stage", stage}, {"file", name}, {"number", number}, {"total", total}});
+    if (!json)
         line(QStringLiteral("File %1/%2: %3, stage %4").arg(number).arg(total).arg(name, stage));
 }
 
@@ -120,12 +122,9 @@ void StationOutput::progress(int percent, long written, long total, bool bytes, 
         return;
     lastPercent = percent;
     const QString unit = bytes ? QStringLiteral("B") : QStringLiteral("kB");
-    if (json) {
-        emitEvent({{"event", "progress"}, {"percent", percent}, {"written", qint64(written)}, {"total", qint64(total)},
-                   {"unit", unit}, {"remaining", remainingSeconds < 0 ? QJsonValue() : QJsonValue(remainingSeconds)}});
-        return;
-    }
-    if (!terminal || labelled)
+    emitEvent({{"event", "progress"}, {"percent", percent}, {"written", qint64(written)}, {"total", qint64(total)},
+               {"unit", unit}, {"remaining", remainingSeconds < 0 ? QJsonValue() : QJsonValue(remainingSeconds)}});
+    if (json || !terminal || labelled)
         return;
     const QString left = remainingSeconds < 0 ? QString()
                                               : QStringLiteral("   %1:%2 left")
@@ -141,25 +140,22 @@ void StationOutput::progress(int percent, long written, long total, bool bytes, 
 
 void StationOutput::error(const QString &text, const QString &port)
 {
-    if (json) {
-        QJsonObject event{{"event", "error"}, {"text", text}};
-        if (!port.isEmpty())
-            event.insert(QStringLiteral("port"), port);
-        emitEvent(event);
-    } else {
+    QJsonObject event{{"event", "error"}, {"text", text}};
+    if (!port.isEmpty())
+        event.insert(QStringLiteral("port"), port);
+    emitEvent(event);
+    if (!json)
         line(QStringLiteral("Error: ") + text);
-    }
 }
 
 void StationOutput::result(int exitCode, const QString &outcome, const QString &before, const QString &after,
                            double seconds, bool recorded)
 {
-    if (json) {
-        emitEvent({{"event", "result"}, {"exitCode", exitCode}, {"outcome", outcome}, {"port", textOrNull(unitPort)},
-                   {"before", textOrNull(before)}, {"after", textOrNull(after)},
-                   {"seconds", qRound(seconds * 10) / 10.0}, {"signed", signedPackage}, {"recorded", recorded}});
+    emitEvent({{"event", "result"}, {"exitCode", exitCode}, {"outcome", outcome}, {"port", textOrNull(unitPort)},
+               {"before", textOrNull(before)}, {"after", textOrNull(after)},
+               {"seconds", qRound(seconds * 10) / 10.0}, {"signed", signedPackage}, {"recorded", recorded}});
+    if (json)
         return;
-    }
     static const QHash<QString, QString> hows{{"flashed", "Flashed and verified"},
                                               {"recovered", "Recovered from update mode, flashed and verified"},
                                               {"current", "Already current, left alone"},
@@ -177,9 +173,8 @@ void StationOutput::result(int exitCode, const QString &outcome, const QString &
 
 void StationOutput::skipped(const QString &port, const QString &serial, const QString &reason)
 {
-    if (json)
-        emitEvent({{"event", "skipped"}, {"port", port}, {"serial", textOrNull(serial)}, {"reason", reason}});
-    else
+    emitEvent({{"event", "skipped"}, {"port", port}, {"serial", textOrNull(serial)}, {"reason", reason}});
+    if (!json)
         line(QStringLiteral("Skipped: port %1, serial %2: %3").arg(port, serial.isEmpty() ? QStringLiteral("-") : serial,
                                                                   reason));
 }
@@ -187,12 +182,11 @@ void StationOutput::skipped(const QString &port, const QString &serial, const QS
 void StationOutput::summary(const Counts &counts, double seconds)
 {
     const double tenths = qRound(seconds * 10) / 10.0;
-    if (json) {
-        emitEvent({{"event", "summary"}, {"flashed", counts.flashed}, {"recovered", counts.recovered},
-                   {"current", counts.current}, {"failed", counts.failed}, {"stopped", counts.stopped},
-                   {"skipped", counts.skipped}, {"seconds", tenths}});
+    emitEvent({{"event", "summary"}, {"flashed", counts.flashed}, {"recovered", counts.recovered},
+               {"current", counts.current}, {"failed", counts.failed}, {"stopped", counts.stopped},
+               {"skipped", counts.skipped}, {"seconds", tenths}});
+    if (json)
         return;
-    }
     line(QStringLiteral("Summary: %1 flashed, %2 recovered, %3 current, %4 failed, %5 stopped, %6 skipped in %7 s")
              .arg(counts.flashed)
              .arg(counts.recovered)
@@ -210,9 +204,8 @@ QString StationOutput::signedText() const
 
 void StationOutput::synced(int sent, int left)
 {
-    if (json)
-        emitEvent({{"event", "sync"}, {"sent", sent}, {"left", left}});
-    else
+    emitEvent({{"event", "sync"}, {"sent", sent}, {"left", left}});
+    if (!json)
         line(QStringLiteral("Sent %1 %2 to the central record, %3 left")
                  .arg(sent)
                  .arg(sent == 1 ? QStringLiteral("record") : QStringLiteral("records"))

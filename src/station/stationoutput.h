@@ -5,6 +5,7 @@
 #include <QStringList>
 
 #include <cstdio>
+#include <functional>
 
 struct ListedDevice;
 
@@ -15,6 +16,11 @@ class StationOutput
 {
 public:
     explicit StationOutput(bool json, FILE *out = stdout);
+
+    // Hears every event as its JSON object, printed or not: the station's page follows them.
+    using Listener = std::function<void(const QJsonObject &event)>;
+    void setListener(Listener heard) { listener = std::move(heard); }
+    Listener eventListener() const { return listener; }
 
     // The unit every following event is about; with `labelled`, plain lines start with
     // its port, for output where several units interleave (and no progress line is drawn).
@@ -51,6 +57,7 @@ private:
 
     bool json;
     bool terminal;
+    Listener listener;
     FILE *out;
     bool signedPackage = true;
     QString unitPort;

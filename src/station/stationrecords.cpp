@@ -78,3 +78,32 @@ int StationRecords::sync(const QString &historyPath, const CentralAddress &centr
     std::fflush(stdout);
     return toInt(pass.ok && pass.left == 0 ? ExitCode::Success : ExitCode::Failed);
 }
+
+QDateTime StationRecords::sinceDate(const QString &text)
+{
+    QDateTime when = QDateTime::fromString(text, Qt::ISODate);
+    if (!when.isValid())
+        when = QDate::fromString(text, Qt::ISODate).startOfDay(Qt::UTC);
+    if (when.isValid() && when.timeSpec() == Qt::LocalTime)
+        when.setTimeSpec(Qt::UTC);
+    return when;
+}
+
+StationOutput::Counts StationRecords::countsSince(const QString &historyPath, const QDateTime &since)
+{
+    StationOutput::Counts counts;
+    FlashHistory history;
+    if (!history.openForReading(historyPath))
+        return counts;
+    HistoryFilter filter;
+    filter.since = since;
+    history.forEach(filter, [&counts](const FlashRecord &record) {
+        const QHash<QString, int *> fields{{"flashed", &counts.flashed}, {"recovered", &counts.recovered},
+                                           {"current", &counts.current}, {"failed", &counts.failed},
+                                           {"stopped", &counts.stopped}};
+        if (int *count = fields.value(record.outcome))
+            ++*count;
+        return true;
+    });
+    return counts;
+}

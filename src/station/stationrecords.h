@@ -3,7 +3,8 @@
 #include "history/centraladdress.h"
 #include "history/flashhistory.h"
 
-class StationOutput;
+#include "stationoutput.h"
+
 
 // The station's commands about records: what the history holds, here or in the central
 // record, and sending what the central record has not taken.
@@ -14,4 +15,8 @@ enum class Format { Text, Json, Csv };
 int print(const QString &historyPath, const CentralAddress &central, Format format, const HistoryFilter &filter);
 // Every unsent record now: 0 when nothing is left, 2 when the server could not take them all.
 int sync(const QString &historyPath, const CentralAddress &central, StationOutput &output);
+// --since and ?since= take a date or a date and time, read as UTC; invalid when neither.
+QDateTime sinceDate(const QString &text);
+// The outcomes of the history's records from `since` on; none when it cannot be read.
+StationOutput::Counts countsSince(const QString &historyPath, const QDateTime &since);
 } // namespace StationRecords

@@ -69,6 +69,7 @@ void StationWatch::firmwareChosen(const StationRun::FirmwareChoice &choice)
     }
     firmware = choice;
     ready = true;
+    emit firmwareReady(firmware.version, firmware.files);
     output->stage(QStringLiteral("Watching %1 for Tessel NINEs to bring to version %2")
                       .arg(options.ports.isEmpty() ? QStringLiteral("every port")
                                                    : QStringLiteral("ports ") + watchedPorts().join(QLatin1String(", ")),
@@ -146,6 +147,7 @@ void StationWatch::arrived(const ListedDevice &device)
         return;
     Port &slot = ports[device.port];
     slot.output = std::make_unique<StationOutput>(options.json);
+    slot.output->setListener(output->eventListener());
     slot.output->setSigned(!options.run.zip);
     slot.output->setUnit(device.port, device.serial, true);
     startRun(device, slot);

@@ -44,6 +44,8 @@ public:
     void stop();
 
 signals:
+    // The package every unit gets: its version and files.
+    void firmwareReady(const QString &version, const QStringList &files);
     void finished(ExitCode code);
 
 private:

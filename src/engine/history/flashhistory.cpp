@@ -261,16 +261,27 @@ bool FlashHistory::forEach(const HistoryFilter &filter, const std::function<bool
     }
     if (filter.since.isValid())
         statement += QLatin1String(" AND started >= :since");
+    if (filter.afterStarted.isValid())
+        statement += filter.newestFirst ? QLatin1String(" AND (started, id) < (:afterStarted, :afterRow)")
+                                        : QLatin1String(" AND (started, id) > (:afterStarted, :afterRow)");
+    statement += filter.newestFirst ? QLatin1String(" ORDER BY started DESC, id DESC")
+                                    : QLatin1String(" ORDER BY started, id");
+    if (filter.limit > 0)
+        statement += QStringLiteral(" LIMIT %1").arg(filter.limit);
     QSqlQuery query(QSqlDatabase::database(connection, false));
     // Row by row: a year of records is never held at once.
     query.setForwardOnly(true);
-    query.prepare(statement + QLatin1String(" ORDER BY started, id"));
+    query.prepare(statement);
     for (const auto &condition : conditions) {
         if (!condition.second.isEmpty())
             query.bindValue(QLatin1Char(':') + condition.first.toLower(), condition.second);
     }
     if (filter.since.isValid())
         query.bindValue(QStringLiteral(":since"), isoText(filter.since));
+    if (filter.afterStarted.isValid()) {
+        query.bindValue(QStringLiteral(":afterStarted"), isoText(filter.afterStarted));
+        query.bindValue(QStringLiteral(":afterRow"), filter.afterRow);
+    }
     if (!query.exec()) {
         lastError = query.lastError().text();
         return false;

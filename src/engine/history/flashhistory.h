@@ -50,6 +50,11 @@ struct HistoryFilter {
     QDateTime since;
     QString station;
     QString order;
+    bool newestFirst = false;
+    int limit = 0; // 0: every record
+    // Only the records after this one in the reading order: for reading in pages.
+    QDateTime afterStarted;
+    qint64 afterRow = 0;
 };
 
 // The record of every flash on this machine, in one SQLite file that any number of
