@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Builds and runs the benchmarks; prints figures, asserts nothing.
 #   bench/run-benchmarks.sh [BUILD_DIR] [SECTION...]
-#   sections: prepare parser download ftp usb emulated station speed watch history central
+#   sections: prepare parser download ftp usb emulated station speed watch history central page
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${1:-build}
 shift || true
-sections=${*:-prepare parser download ftp usb emulated station speed watch history central}
+sections=${*:-prepare parser download ftp usb emulated station speed watch history central page}
 want() { [[ " $sections " == *" $1 "* ]]; }
 command -v /usr/bin/time >/dev/null || { apt-get install -y -qq time >/dev/null; }
 cmake --build "$build" -j2 --target benchmarks >/dev/null
@@ -446,5 +446,71 @@ for with in "" "--central $url"; do
     echo "  peak memory of a flash $label: $(cat "$work/ctime") KiB"
 done
 kill "$cbus"; wait "$cbus" 2>/dev/null || true
+unset UMOCKDEV_DIR
+fi
+
+if want page; then
+echo "== the station's page: /api/state and /metrics asked as fast as they answer while four units flash"
+bash tools/make-firmware-kit.sh "$build/devkey" "$work/pagefw" Tessel_NINE_V1_2_4 3 2 16384 >/dev/null
+papp=$work/pageapp
+program_folder "$papp" morvanta-station
+pport=$(/usr/bin/python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+# Four new units, unplugged.
+page_bus() {
+    rm -f "$work/pbed"
+    for p in 1 2 3 4; do echo pulled > "$work/pplug$p"; done
+    "$bin/tessel-emulator" --announce "$work/pbed" --device "port=1,control=$work/pplug1" \
+        --device "port=2,control=$work/pplug2" --device "port=3,control=$work/pplug3" \
+        --device "port=4,control=$work/pplug4" -- sleep 3600 &
+    pbus=$!
+    while [ ! -s "$work/pbed" ]; do sleep 0.1; done
+    export UMOCKDEV_DIR=$(cat "$work/pbed")
+}
+# One round: the four units plugged in at once and flashed; its time in ms.
+page_round() {
+    local http=$1 load=$2 out=$work/page.out
+    page_bus
+    rm -f "$work/p.sqlite"*
+    # shellcheck disable=SC2086
+    LD_PRELOAD="$bin/uevent-socket-preload.so:libumockdev-preload.so.0" "$papp/morvanta-station" watch --json \
+        $http --history "$work/p.sqlite" "$work/pagefw" > "$out" &
+    local watcher=$!
+    until grep -q Watching "$out"; do sleep 0.05; done
+    if [ -n "$load" ]; then
+        /usr/bin/python3 bench/pageload.py "$pport" 3600 2 /api/state /metrics > "$work/load.out" &
+        loader=$!
+        sleep 1
+    fi
+    local start=$(date +%s%N)
+    for p in 1 2 3 4; do echo plugged > "$work/pplug$p"; done
+    until [ "$(grep -c '"event":"result"' "$out")" -ge 4 ]; do sleep 0.05; done
+    echo $(( ($(date +%s%N) - start) / 1000000 )) > "$work/round.ms"
+    [ -z "$load" ] || { kill -INT "$loader" 2>/dev/null; wait "$loader" 2>/dev/null || true; }
+    kill -TERM "$watcher"; wait "$watcher" || true
+    [ "$(grep -o '"flashed":[0-9]*' "$out" | cut -d: -f2)" = 4 ] || echo "  not all four flashed"
+    kill "$pbus"; wait "$pbus" 2>/dev/null || true
+}
+declare -a quiet loaded
+for round in 1 2 3; do
+    page_round "" ""; quiet+=("$(cat "$work/round.ms")")
+    page_round "--http 127.0.0.1:$pport" load; loaded+=("$(cat "$work/round.ms")")
+done
+# The rate alone, for a while, with the four units flashing.
+page_bus
+LD_PRELOAD="$bin/uevent-socket-preload.so:libumockdev-preload.so.0" "$papp/morvanta-station" watch --json \
+    --http "127.0.0.1:$pport" --history "$work/p.sqlite" "$work/pagefw" > "$work/rate.out" &
+rwatch=$!
+until grep -q Watching "$work/rate.out"; do sleep 0.05; done
+for p in 1 2 3 4; do echo plugged > "$work/pplug$p"; done
+/usr/bin/python3 bench/pageload.py "$pport" 4 2 /api/state /metrics > "$work/rate.txt"
+kill -TERM "$rwatch"; wait "$rwatch" || true
+while read -r path rate failed; do
+    echo "  $path: $rate requests/s while four units flash ($failed not answered 200)"
+done < "$work/rate.txt"
+median() { printf '%s\n' "$@" | sort -n | sed -n 2p; }
+q=$(median "${quiet[@]}"); l=$(median "${loaded[@]}")
+echo "  four units flashed: ${quiet[*]} ms without the page, ${loaded[*]} ms with the page under load;" \
+    "median $l / $q ms = $(awk -v a="$l" -v b="$q" 'BEGIN { printf "%.3f", a / b }') x"
+kill "$pbus"; wait "$pbus" 2>/dev/null || true
 unset UMOCKDEV_DIR
 fi

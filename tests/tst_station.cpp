@@ -769,7 +769,7 @@ private slots:
         const QString flashedAlone = sandbox.root() + "/away-flash.sqlite";
         Run watch;
         start(watch, {"watch", "--json", "--ports", "1-1", "--history", watched, "--station", "away-watch",
-                      "--central", postgres->url(), firmware});
+                      "--central", postgres->url(), "--http", "18384", firmware});
         Run flash;
         start(flash, {"flash", "--json", "--port", "1-2", "--history", flashedAlone, "--station", "away-flash",
                       "--central", postgres->url(), firmware});
@@ -784,11 +784,20 @@ private slots:
             watch.read();
         }
         QCOMPARE(watch.last("result")["outcome"].toString(), QString("flashed"));
+        // The line's page and metrics say the record waits.
+        QTRY_VERIFY_WITH_TIMEOUT(promSamples(body(get("/metrics", 18384))).contains("morvanta_outbox_pending{} 1.0"),
+                                 10000);
+        QVERIFY(promSamples(body(get("/metrics", 18384))).contains("morvanta_central_up{} 0.0"));
+        const QJsonObject away = QJsonDocument::fromJson(body(get("/api/state", 18384)))["central"].toObject();
+        QCOMPARE(away["up"], QJsonValue(false));
+        QVERIFY(away["error"].toString().startsWith("The central record cannot take records"));
 
         QVERIFY(postgres->start());
         // The watch tries again by itself, a minute apart at most.
         QTRY_COMPARE_WITH_TIMEOUT(central("SELECT count(*) FROM flashes WHERE station = 'away-watch'"),
                                   QStringList{"1"}, 90000);
+        QTRY_VERIFY_WITH_TIMEOUT(promSamples(body(get("/metrics", 18384))).contains("morvanta_central_up{} 1.0"), 10000);
+        QVERIFY(promSamples(body(get("/metrics", 18384))).contains("morvanta_outbox_pending{} 0.0"));
         Run sync;
         start(sync, {"sync", "--json", "--history", flashedAlone, "--central", postgres->url()});
         QVERIFY(finish(sync));
