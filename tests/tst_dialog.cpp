@@ -170,6 +170,16 @@ private slots:
         auto *text = license->findChild<QTextBrowser *>("textView");
         QVERIFY(text->toPlainText().contains("GNU LESSER GENERAL PUBLIC LICENSE"));
 
+        // The flash history: asked for again while open, the same window reads again.
+        for (int asked = 0; asked < 2; ++asked)
+            child<QAction>(dialog, "actionHistory")->trigger();
+        QWidgetList histories;
+        for (QWidget *w : QApplication::topLevelWidgets())
+            if (w->objectName() == "HistoryView" && w->isVisible())
+                histories << w;
+        QCOMPARE(histories.size(), 1);
+        QCOMPARE(histories[0]->windowTitle(), QString("Flash history"));
+
         QTest::keyClick(&dialog, Qt::Key_Escape);
         QTest::keyClick(&dialog, Qt::Key_Return);
         QVERIFY(dialog.isVisible());

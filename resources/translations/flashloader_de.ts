@@ -347,6 +347,10 @@ Bitte einen USB-Stick einstecken, auf den die Firmware geschrieben werden kann.<
         <source>The device waits in update mode: an earlier flash did not end</source>
         <translation>Gerät im Update-Modus: ein früheres Flashen endete nicht</translation>
     </message>
+    <message>
+        <source>Flash history</source>
+        <translation>Flashverlauf</translation>
+    </message>
 </context>
 <context>
     <name>DialogQuestions</name>
@@ -898,6 +902,193 @@ nach
     <message>
         <source>Another device is on the port %1: serial %2, not %3</source>
         <translation>Ein anderes Gerät ist am Port %1: Seriennummer %2, nicht %3</translation>
+    </message>
+</context>
+<context>
+    <name>HistoryModel</name>
+    <message>
+        <source>sent</source>
+        <translation>gesendet</translation>
+    </message>
+    <message>
+        <source>not yet</source>
+        <translation>noch nicht</translation>
+    </message>
+    <message>
+        <source>not sent</source>
+        <translation>nicht gesendet</translation>
+    </message>
+    <message>
+        <source>Taken by the central record on %1</source>
+        <translation>Von der zentralen Erfassung übernommen am %1</translation>
+    </message>
+    <message>
+        <source>No central record is set up on this PC.</source>
+        <translation>Auf diesem PC ist keine zentrale Erfassung eingerichtet.</translation>
+    </message>
+    <message>
+        <source>flashed</source>
+        <translation>geflasht</translation>
+    </message>
+    <message>
+        <source>recovered</source>
+        <translation>wiederhergestellt</translation>
+    </message>
+    <message>
+        <source>already current</source>
+        <translation>bereits aktuell</translation>
+    </message>
+    <message>
+        <source>failed</source>
+        <translation>fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>stopped</source>
+        <translation>abgebrochen</translation>
+    </message>
+    <message>
+        <source>running</source>
+        <translation>läuft</translation>
+    </message>
+    <message>
+        <source>interrupted</source>
+        <translation>unterbrochen</translation>
+    </message>
+    <message>
+        <source>end not recorded</source>
+        <translation>Ende nicht erfasst</translation>
+    </message>
+    <message>
+        <source>Started</source>
+        <translation>Beginn</translation>
+    </message>
+    <message>
+        <source>Serial</source>
+        <translation>Seriennummer</translation>
+    </message>
+    <message>
+        <source>Before</source>
+        <translation>Vorher</translation>
+    </message>
+    <message>
+        <source>After</source>
+        <translation>Nachher</translation>
+    </message>
+    <message>
+        <source>Outcome</source>
+        <translation>Ergebnis</translation>
+    </message>
+    <message>
+        <source>Program</source>
+        <translation>Programm</translation>
+    </message>
+    <message>
+        <source>Central record</source>
+        <translation>Zentrale Erfassung</translation>
+    </message>
+</context>
+<context>
+    <name>HistoryReader</name>
+    <message>
+        <source>There is no history at %1</source>
+        <translation>Unter %1 gibt es keinen Verlauf</translation>
+    </message>
+</context>
+<context>
+    <name>HistoryView</name>
+    <message>
+        <source>Flash history</source>
+        <translation>Flashverlauf</translation>
+    </message>
+    <message>
+        <source>&amp;Serial:</source>
+        <translation>&amp;Seriennummer:</translation>
+    </message>
+    <message>
+        <source>Type or scan a serial number</source>
+        <translation>Seriennummer tippen oder scannen</translation>
+    </message>
+    <message>
+        <source>Export...</source>
+        <translation>Exportieren...</translation>
+    </message>
+    <message>
+        <source>Close</source>
+        <translation>Schließen</translation>
+    </message>
+    <message>
+        <source>Export flash history</source>
+        <translation>Flashverlauf exportieren</translation>
+    </message>
+    <message>
+        <source>CSV files (*.csv);;All files (*)</source>
+        <translation>CSV-Dateien (*.csv);;Alle Dateien (*)</translation>
+    </message>
+    <message>
+        <source>The flash history could not be exported to
+%1
+
+%2
+
+A file that was there is left as it was.</source>
+        <translation>Der Flashverlauf konnte nicht exportiert werden nach
+%1
+
+%2
+
+Eine Datei, die dort war, bleibt unverändert.</translation>
+    </message>
+    <message>
+        <source>Reading the history...</source>
+        <translation>Der Verlauf wird gelesen...</translation>
+    </message>
+    <message>
+        <source>No flashes recorded on this PC yet.</source>
+        <translation>Auf diesem PC ist noch kein Flashvorgang erfasst.</translation>
+    </message>
+    <message>
+        <source>The history cannot be read: %1</source>
+        <translation>Der Verlauf kann nicht gelesen werden: %1</translation>
+    </message>
+    <message>
+        <source>1 flash recorded on this PC.</source>
+        <translation>1 Flashvorgang auf diesem PC erfasst.</translation>
+    </message>
+    <message>
+        <source>%1 flashes recorded on this PC.</source>
+        <translation>%1 Flashvorgänge auf diesem PC erfasst.</translation>
+    </message>
+    <message>
+        <source>The newest %1 of %2 flashes recorded on this PC are shown; the filter and the export take them all.</source>
+        <translation>Die neuesten %1 von %2 auf diesem PC erfassten Flashvorgängen werden gezeigt; Filter und Export berücksichtigen alle.</translation>
+    </message>
+    <message>
+        <source>No flash of the serial %1 is recorded on this PC.</source>
+        <translation>Für die Seriennummer %1 ist auf diesem PC kein Flashvorgang erfasst.</translation>
+    </message>
+    <message>
+        <source>1 flash of the serial %1 recorded on this PC.</source>
+        <translation>1 Flashvorgang der Seriennummer %1 auf diesem PC erfasst.</translation>
+    </message>
+    <message>
+        <source>%1 flashes of the serial %2 recorded on this PC.</source>
+        <translation>%1 Flashvorgänge der Seriennummer %2 auf diesem PC erfasst.</translation>
+    </message>
+    <message>
+        <source>The newest %1 of %2 flashes of the serial %3 are shown; the export takes them all.</source>
+        <translation>Die neuesten %1 von %2 Flashvorgängen der Seriennummer %3 werden gezeigt; der Export berücksichtigt alle.</translation>
+    </message>
+    <message>
+        <source>Exporting to %1...</source>
+        <translation>Export nach %1...</translation>
+    </message>
+    <message>
+        <source>1 flash exported to %1.</source>
+        <translation>1 Flashvorgang nach %1 exportiert.</translation>
+    </message>
+    <message>
+        <source>%1 flashes exported to %2.</source>
+        <translation>%1 Flashvorgänge nach %2 exportiert.</translation>
     </message>
 </context>
 <context>

@@ -164,7 +164,9 @@ void ModalAnswerer::timerEvent(QTimerEvent *)
             // having loaded the folder, typing does not.
             if (auto *name = dialog->findChild<QLineEdit *>("fileNameEdit"))
                 name->setText(fileToChoose);
-            QMetaObject::invokeMethod(dialog, "accept");
+            // Queued: a box the dialog asks on accepting (replace the file?) is answered
+            // by the next tick, which could not come while this one waited for it.
+            QMetaObject::invokeMethod(dialog, "accept", Qt::QueuedConnection);
         }
         return;
     }

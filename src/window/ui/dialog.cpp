@@ -78,11 +78,12 @@ Dialog::Dialog(SearchOptions searchOptions, bool dfuMissing, QWidget *parent)
 
 Dialog::~Dialog()
 {
+    // The menu's windows first: the history window's reader is among the workers waited for.
+    delete menu;
     stopWorkers();
     disposeDownloader(true);
     NoExtractDestination();
     delete swCheck;
-    delete menu;
     delete ui;
 }
 
@@ -130,6 +131,7 @@ void Dialog::setUpMenu()
     menu = new MyMenu(settings, language);
     connect(ui->actionManual, &QAction::triggered, menu, &MyMenu::manual);
     connect(ui->actionLogfile, &QAction::triggered, menu, &MyMenu::log);
+    connect(ui->actionHistory, &QAction::triggered, menu, &MyMenu::history);
     connect(ui->actionEnglish, &QAction::triggered, menu, &MyMenu::changeLanguageEnglish);
     connect(ui->actionGerman, &QAction::triggered, menu, &MyMenu::changeLanguageGerman);
     connect(ui->actionInfo, &QAction::triggered, menu, &MyMenu::license);

@@ -1,10 +1,13 @@
 #include "mymenu.h"
 
 #include "about.h"
+#include "historyview.h"
 #include "licenseview.h"
 
 #include "app/log.h"
 #include "app/settings.h"
+#include "history/centraladdress.h"
+#include "history/flashhistory.h"
 
 #include <QCoreApplication>
 #include <QDesktopServices>
@@ -22,6 +25,7 @@ MyMenu::~MyMenu()
 {
     delete aboutWindow;
     delete licenseWindow;
+    delete historyWindow;
 }
 
 static void showAndActivate(QWidget *window)
@@ -62,6 +66,22 @@ void MyMenu::manual()
     const QFileInfo file = beside.isFile() || !here.isFile() ? beside : here;
     if (!file.isFile() || !QDesktopServices::openUrl(QUrl::fromLocalFile(file.absoluteFilePath())))
         emit sendMsgBox(ErrorTexts::Error, tr("Unable to open manual! %1").arg(file.absoluteFilePath()));
+}
+
+void MyMenu::history()
+{
+    // Open: read again, a flash may have ended since. Closed, it goes with its connection.
+    if (historyWindow) {
+        historyWindow->reload();
+    } else {
+        CentralAddress::Problem problem = CentralAddress::Problem::None;
+        QString why;
+        const bool centralSet =
+            CentralAddress::parse(settings->getValue(QStringLiteral("central")), &problem, &why).isSet();
+        historyWindow = new HistoryView(FlashHistory::defaultPath(), centralSet);
+        historyWindow->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    showAndActivate(historyWindow);
 }
 
 void MyMenu::changeLanguageTo(const QString &name)

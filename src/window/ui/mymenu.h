@@ -3,13 +3,15 @@
 #include "app/errortexts.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 class About;
+class HistoryView;
 class LicenseView;
 class Settings;
 
-// What the Help menu opens: manual, log, language, notices, About.
+// What the Help menu opens: manual, log, flash history, language, notices, About.
 class MyMenu : public QObject
 {
     Q_OBJECT
@@ -22,6 +24,7 @@ public slots:
     void license();
     void log();
     void manual();
+    void history();
     void changeLanguageGerman();
     void changeLanguageEnglish();
 
@@ -34,6 +37,7 @@ private:
 
     About *aboutWindow;
     LicenseView *licenseWindow;
+    QPointer<HistoryView> historyWindow; // made when asked for, gone when closed
     Settings *settings;
     QString language;
 };
