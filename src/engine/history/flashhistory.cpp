@@ -244,12 +244,9 @@ bool FlashHistory::finish(const FlashRecord &record, int busyTimeoutMs)
     return true;
 }
 
-bool FlashHistory::forEach(const HistoryFilter &filter, const std::function<bool(const FlashRecord &)> &each)
+bool FlashHistory::select(QSqlQuery &query, const QString &what, const HistoryFilter &filter, bool ordered)
 {
-    // A file of the first version is read as it is: the new fields are empty.
-    const QString added = schema >= 2 ? QStringLiteral("uuid, station, operator, work_order, sent")
-                                      : QStringLiteral("NULL, host, NULL, NULL, NULL");
-    QString statement = QStringLiteral("SELECT %1, %2 FROM flashes WHERE 1").arg(QLatin1String(columns), added);
+    QString statement = QStringLiteral("SELECT %1 FROM flashes WHERE 1").arg(what);
     // In a first-version file the station is the host, and no record has an order.
     const QList<QPair<QString, QString>> conditions{
         {QStringLiteral("serial"), filter.serial},
@@ -264,11 +261,12 @@ bool FlashHistory::forEach(const HistoryFilter &filter, const std::function<bool
     if (filter.afterStarted.isValid())
         statement += filter.newestFirst ? QLatin1String(" AND (started, id) < (:afterStarted, :afterRow)")
                                         : QLatin1String(" AND (started, id) > (:afterStarted, :afterRow)");
-    statement += filter.newestFirst ? QLatin1String(" ORDER BY started DESC, id DESC")
-                                    : QLatin1String(" ORDER BY started, id");
-    if (filter.limit > 0)
-        statement += QStringLiteral(" LIMIT %1").arg(filter.limit);
-    QSqlQuery query(QSqlDatabase::database(connection, false));
+    if (ordered) {
+        statement += filter.newestFirst ? QLatin1String(" ORDER BY started DESC, id DESC")
+                                        : QLatin1String(" ORDER BY started, id");
+        if (filter.limit > 0)
+            statement += QStringLiteral(" LIMIT %1").arg(filter.limit);
+    }
     // Row by row: a year of records is never held at once.
     query.setForwardOnly(true);
     query.prepare(statement);
@@ -286,7 +284,26 @@ bool FlashHistory::forEach(const HistoryFilter &filter, const std::function<bool
         lastError = query.lastError().text();
         return false;
     }
+    return true;
+}
+
+bool FlashHistory::forEach(const HistoryFilter &filter, const std::function<bool(const FlashRecord &)> &each)
+{
+    // A file of the first version is read as it is: the new fields are empty.
+    const QString added = schema >= 2 ? QStringLiteral("uuid, station, operator, work_order, sent")
+                                      : QStringLiteral("NULL, host, NULL, NULL, NULL");
+    QSqlQuery query(QSqlDatabase::database(connection, false));
+    if (!select(query, QStringLiteral("%1, %2").arg(QLatin1String(columns), added), filter, true))
+        return false;
     return read(query, each);
+}
+
+qint64 FlashHistory::count(const HistoryFilter &filter)
+{
+    QSqlQuery query(QSqlDatabase::database(connection, false));
+    if (!select(query, QStringLiteral("count(*)"), filter, false) || !query.next())
+        return -1;
+    return query.value(0).toLongLong();
 }
 
 bool FlashHistory::read(QSqlQuery &query, const std::function<bool(const FlashRecord &)> &each)

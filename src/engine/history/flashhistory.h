@@ -9,6 +9,8 @@
 
 #include <functional>
 
+class QSqlQuery;
+
 // One flash of one unit, as the history keeps it.
 struct FlashRecord {
     qint64 row = 0;  // this file's key
@@ -97,6 +99,8 @@ public:
     // Oldest first, one at a time, without holding them all; false from `each` stops.
     bool forEach(const HistoryFilter &filter, const std::function<bool(const FlashRecord &)> &each);
     QList<FlashRecord> records(const HistoryFilter &filter = HistoryFilter());
+    // How many records the filter lets through (its order and limit aside); -1 on failure.
+    qint64 count(const HistoryFilter &filter);
 
     // The outbox: finished records the central record has not taken, oldest first.
     bool unsent(int limit, QList<FlashRecord> *records);
@@ -105,6 +109,8 @@ public:
 
 private:
     bool exec(const QString &statement);
+    // Runs "SELECT what" over the filter's records, in its order and limit when ordered.
+    bool select(QSqlQuery &query, const QString &what, const HistoryFilter &filter, bool ordered);
     QString journalPath() const { return file + QLatin1String(".unrecorded"); }
     // The journal's records by id: what they would have said.
     QHash<qint64, FlashRecord> journal() const;

@@ -3,7 +3,6 @@
 #include <QFileInfo>
 #include <QSaveFile>
 
-#include <deque>
 
 HistoryReader::HistoryReader(const QString &path, int pageSize) : path(path), pageSize(pageSize) {}
 
@@ -52,19 +51,15 @@ void HistoryReader::read(const QString &serial, int ticket)
             emit failed(ticket, error);
         return;
     }
-    // The history streams oldest first: the newest page is what is left at the end.
-    std::deque<FlashRecord> newest;
-    qint64 matching = 0;
     HistoryFilter filter;
     filter.serial = serial;
-    const bool streamed = history.forEach(filter, [&](const FlashRecord &record) {
-        if (moot(ticket))
-            return false;
-        ++matching;
-        newest.push_back(record);
-        if (qsizetype(newest.size()) > pageSize)
-            newest.pop_front();
-        return true;
+    const qint64 matching = history.count(filter);
+    filter.newestFirst = true;
+    filter.limit = pageSize;
+    QList<FlashRecord> newest;
+    const bool streamed = matching >= 0 && history.forEach(filter, [&](const FlashRecord &record) {
+        newest << record;
+        return !moot(ticket);
     });
     if (moot(ticket))
         return;
@@ -72,7 +67,7 @@ void HistoryReader::read(const QString &serial, int ticket)
         emit failed(ticket, history.error());
         return;
     }
-    emit recordsRead(ticket, QList<FlashRecord>(newest.rbegin(), newest.rend()), matching);
+    emit recordsRead(ticket, newest, matching);
 }
 
 void HistoryReader::writeCsv(const QString &target, const QString &serial)
