@@ -1210,6 +1210,15 @@ private slots:
         ::kill(pid_t(station.process->processId()), SIGTERM);
         QVERIFY(finish(station, 20000));
         QCOMPARE(station.process->exitCode(), 0);
+        // Started again the same day: today's counts hold the earlier run's unit, the
+        // counter of this run starts at nought.
+        Run again;
+        start(again, {"watch", "--json", "--http", "127.0.0.1:18381", "--history", history, "--ports", "1-9", firmware});
+        QVERIFY(finish(again, 60000, "Watching ports 1-9"));
+        QCOMPARE(QJsonDocument::fromJson(body(get("/api/state", 18381)))["today"]["flashed"].toInt(), 1);
+        QVERIFY(promSamples(body(get("/metrics", 18381))).contains("morvanta_units_total{outcome=flashed} 0.0"));
+        ::kill(pid_t(again.process->processId()), SIGTERM);
+        QVERIFY(finish(again, 20000));
     }
 
     // Any address but the loopback: every request needs the token, by Basic or Bearer,

@@ -211,3 +211,17 @@ void StationOutput::synced(int sent, int left)
                  .arg(sent == 1 ? QStringLiteral("record") : QStringLiteral("records"))
                  .arg(left));
 }
+
+bool StationOutput::Counts::add(const QString &outcome)
+{
+    const std::pair<const char *, int *> fields[] = {{"flashed", &flashed}, {"recovered", &recovered},
+                                                     {"current", &current}, {"failed", &failed},
+                                                     {"stopped", &stopped}, {"skipped", &skipped}};
+    for (const auto &[name, count] : fields) {
+        if (outcome == QLatin1String(name)) {
+            ++*count;
+            return true;
+        }
+    }
+    return false;
+}

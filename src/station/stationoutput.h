@@ -44,6 +44,8 @@ public:
                 bool recorded = true);
     struct Counts {
         int flashed = 0, recovered = 0, current = 0, failed = 0, stopped = 0, skipped = 0;
+        // Counts one unit of the outcome; false for an outcome that is none of these.
+        bool add(const QString &outcome);
     };
     void summary(const Counts &counts, double seconds);
     // What a pass to the central record sent, and what is left to send.

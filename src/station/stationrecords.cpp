@@ -98,11 +98,7 @@ StationOutput::Counts StationRecords::countsSince(const QString &historyPath, co
     HistoryFilter filter;
     filter.since = since;
     history.forEach(filter, [&counts](const FlashRecord &record) {
-        const QHash<QString, int *> fields{{"flashed", &counts.flashed}, {"recovered", &counts.recovered},
-                                           {"current", &counts.current}, {"failed", &counts.failed},
-                                           {"stopped", &counts.stopped}};
-        if (int *count = fields.value(record.outcome))
-            ++*count;
+        counts.add(record.outcome);
         return true;
     });
     return counts;

@@ -43,17 +43,6 @@ StationState::StationState(const QString &station, bool signedPackage)
     state.day = QDate::currentDate();
 }
 
-int *StationState::counter(StationOutput::Counts &counts, const QString &outcome)
-{
-    int *fields[] = {&counts.flashed, &counts.recovered, &counts.current,
-                     &counts.failed,  &counts.stopped,   &counts.skipped};
-    for (int i = 0; i < 6; ++i) {
-        if (outcome == QLatin1String(outcomes[i]))
-            return fields[i];
-    }
-    return nullptr;
-}
-
 void StationState::rollDay(Snapshot &s) const
 {
     const QDate today = QDate::currentDate();
@@ -157,10 +146,8 @@ void StationState::heard(const QJsonObject &event)
             state.durationSum += tile.seconds;
             ++state.durationCount;
         }
-        for (StationOutput::Counts *counts : {&state.today, &state.total}) {
-            if (int *count = counter(*counts, outcome))
-                ++*count;
-        }
+        state.today.add(outcome);
+        state.total.add(outcome);
     }
 }
 

@@ -70,7 +70,6 @@ public:
     static QByteArray metrics(const Snapshot &state, const QString &programVersion);
 
 private:
-    static int *counter(StationOutput::Counts &counts, const QString &outcome);
     void rollDay(Snapshot &state) const;
 
     mutable QMutex mutex;
