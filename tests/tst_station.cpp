@@ -16,6 +16,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QSqlDatabase>
 #include <QTcpSocket>
 #include <QSqlError>
@@ -1259,6 +1260,82 @@ private slots:
                  200);
         ::kill(pid_t(station.process->processId()), SIGTERM);
         QVERIFY(finish(station, 20000));
+    }
+
+
+    // The command line as a new user tries it: version, each command's own help, and a
+    // mistake named in one line with where to read more.
+    void commandLine_data()
+    {
+        QTest::addColumn<QStringList>("args");
+        QTest::addColumn<int>("exitCode");
+        QTest::addColumn<QString>("out"); // the start of standard output
+        QTest::addColumn<QString>("err"); // all of standard error
+        QTest::newRow("--version") << QStringList{"--version"} << 0 << "morvanta-station Morvanta.03." << "";
+        QTest::newRow("--help") << QStringList{"--help"} << 0 << "Usage: morvanta-station COMMAND [OPTIONS]" << "";
+        QTest::newRow("flash --help") << QStringList{"flash", "--help"} << 0
+                                      << "Usage: morvanta-station flash [OPTIONS] FIRMWARE" << "";
+        QTest::newRow("sync --help") << QStringList{"sync", "--help"} << 0 << "Usage: morvanta-station sync [OPTIONS]"
+                                     << "";
+        QTest::newRow("nothing") << QStringList{} << 64 << ""
+                                 << "morvanta-station: say a command: list, flash, watch, history or sync\n"
+                                    "Try 'morvanta-station --help'.\n";
+        QTest::newRow("no such command") << QStringList{"flsah", "x"} << 64 << ""
+                                         << "morvanta-station: no command \"flsah\": say list, flash, watch, history "
+                                            "or sync\nTry 'morvanta-station --help'.\n";
+        QTest::newRow("another command's option") << QStringList{"history", "--port", "1-1"} << 64 << ""
+                                                  << "morvanta-station: history takes no --port\n"
+                                                     "Try 'morvanta-station history --help'.\n";
+        QTest::newRow("no firmware") << QStringList{"watch", "--json"} << 64 << ""
+                                     << "morvanta-station: watch needs one FIRMWARE\n"
+                                        "Try 'morvanta-station watch --help'.\n";
+        QTest::newRow("an unknown option") << QStringList{"flash", "--prot", "1-1", "fw"} << 64 << ""
+                                           << "morvanta-station: Unknown option 'prot'.\n"
+                                              "Try 'morvanta-station flash --help'.\n";
+    }
+
+    void commandLine()
+    {
+        QFETCH(QStringList, args);
+        Run run;
+        start(run, args);
+        QVERIFY(finish(run, 20000));
+        QTEST(run.process->exitCode(), "exitCode");
+        QFETCH(QString, out);
+        const QString printed = run.notJson.join('\n');
+        QVERIFY2(out.isEmpty() ? printed.isEmpty() : printed.startsWith(out), qPrintable(printed));
+        QTEST(QString::fromUtf8(run.process->readAllStandardError()), "err");
+        // A command's help is its own: flash's knows no --ports, watch's no --port.
+        if (args == QStringList{"flash", "--help"})
+            QVERIFY(printed.contains("--port PATH") && !printed.contains("--ports") && !printed.contains("--csv"));
+    }
+
+    // Every command's options, as its help lists them, are known to the shell's completion
+    // and the man page.
+    void everyOptionDocumented()
+    {
+        const QString completion = QString::fromUtf8(TestSupport::readFile(PACKAGING "/morvanta-station.bash-completion"));
+        const QString manual = QString::fromUtf8(TestSupport::readFile(PACKAGING "/man/morvanta-station.1"));
+        QVERIFY(!completion.isEmpty() && !manual.isEmpty());
+        static const QRegularExpression optionName("^(--[a-z-]+)");
+        for (const QString &command : QStringList{"list", "flash", "watch", "history", "sync"}) {
+            Run help;
+            start(help, {command, "--help"});
+            QVERIFY(finish(help, 20000));
+            const QRegularExpression known("\n\\s*" + command + "\\) options=\"([^\"]*)\"");
+            const QStringList completed = known.match(completion).captured(1).split(' ', Qt::SkipEmptyParts);
+            QStringList listed;
+            for (const QString &line : std::as_const(help.notJson)) {
+                const QRegularExpressionMatch option = optionName.match(line);
+                if (option.hasMatch())
+                    listed << option.captured(1);
+            }
+            QVERIFY(listed.size() > 1);
+            QCOMPARE(QSet<QString>(completed.cbegin(), completed.cend()), QSet<QString>(listed.cbegin(), listed.cend()));
+            for (const QString &option : std::as_const(listed))
+                QVERIFY2(manual.contains(QString(option).replace("-", "\\-")), qPrintable(option));
+            QVERIFY(completion.contains(command));
+        }
     }
 
     void pageRefusals_data()

@@ -38,10 +38,71 @@ void quietHandler(QtMsgType, const QMessageLogContext &, const QString &)
 {
 }
 
-int usageError(const QCommandLineParser &parser, const QString &message)
+// The commands, each with the words of its usage line and what it does.
+struct Command {
+    const char *name;
+    const char *arguments;
+    const char *summary;
+};
+const Command commands[] = {
+    {"list", "[OPTIONS]", "Every Tessel NINE that dfu-util sees: port, mode, version, serial."},
+    {"flash", "[OPTIONS] FIRMWARE",
+     "Flashes one Tessel NINE. FIRMWARE: one file of a pair, or a folder (its newest firmware).\n"
+     "Exit codes: 0 flashed and verified, 2 failed, 3 flashed but its record could not be completed,\n"
+     "1 stopped by SIGINT or SIGTERM, 64 a usage error."},
+    {"watch", "[OPTIONS] FIRMWARE",
+     "Flashes every Tessel NINE that comes, until SIGTERM or SIGINT.\n"
+     "Exit codes: 0 stopped, no unit failed; 4 stopped, a unit failed; 1 a second signal stopped\n"
+     "running flashes; 2 the watch could not run; 64 a usage error."},
+    {"history", "[OPTIONS]", "The record of every flash, oldest first."},
+    {"sync", "[OPTIONS]",
+     "Sends every record the central record lacks, now.\n"
+     "Exit codes: 0 nothing left to send, 2 the central record could not take them all, 64 a usage error."},
+};
+
+const Command *findCommand(const QString &name)
 {
-    std::fprintf(stderr, "morvanta-station: %s\n\n%s", qPrintable(message), qPrintable(parser.helpText()));
+    for (const Command &command : commands) {
+        if (name == QLatin1String(command.name))
+            return &command;
+    }
+    return nullptr;
+}
+
+// A mistake in the command line: one line that names it, and where to read more.
+int usageError(const QString &command, const QString &message)
+{
+    const QString help = findCommand(command) ? QStringLiteral("morvanta-station %1 --help").arg(command)
+                                              : QStringLiteral("morvanta-station --help");
+    std::fprintf(stderr, "morvanta-station: %s\nTry '%s'.\n", qPrintable(message), qPrintable(help));
     return toInt(ExitCode::Usage);
+}
+
+QString overallHelp()
+{
+    QString text = QStringLiteral("Usage: morvanta-station COMMAND [OPTIONS]\n"
+                                  "Lists the Tessel NINEs that dfu-util sees, flashes one of them or every one that comes,\n"
+                                  "unattended, and keeps a record of every flash.\n\nCommands:\n");
+    for (const Command &command : commands) {
+        text += QStringLiteral("  %1 %2\n").arg(QLatin1String(command.name), -8).arg(QLatin1String(command.arguments));
+        text += QStringLiteral("      %1\n").arg(QString::fromLatin1(command.summary).section(QLatin1Char('\n'), 0, 0));
+    }
+    return text + QStringLiteral("\nOptions:\n  --help     this text; after a COMMAND, that command's usage and options\n"
+                                 "  --version  the program's name and version\n\n"
+                                 "Try 'morvanta-station COMMAND --help' for a command's options.\n");
+}
+
+QString commandHelp(const Command &command, const QList<const QCommandLineOption *> &options)
+{
+    QString text = QStringLiteral("Usage: morvanta-station %1 %2\n%3\n\nOptions:\n")
+                       .arg(QLatin1String(command.name), QLatin1String(command.arguments),
+                            QString::fromLatin1(command.summary));
+    for (const QCommandLineOption *option : options) {
+        const QString name = QStringLiteral("--") + option->names().first() +
+                             (option->valueName().isEmpty() ? QString() : QLatin1Char(' ') + option->valueName());
+        text += QStringLiteral("  %1 %2\n").arg(name, -26).arg(option->description());
+    }
+    return text;
 }
 
 int list(Settings &settings, StationOutput &output)
@@ -64,20 +125,11 @@ int main(int argc, char **argv)
     QCoreApplication::setApplicationName(QStringLiteral("morvanta-station"));
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Lists the Tessel NINEs that dfu-util sees, flashes one of them or every one that comes, unattended,\n"
-        "and keeps a record of every flash.\n"
-        "  list                          every Tessel NINE: port, mode, version, serial\n"
-        "  flash [options] FIRMWARE      FIRMWARE: one file of a pair, or a folder (its newest)\n"
-        "  watch [options] FIRMWARE      flash every Tessel NINE that comes, until SIGTERM or SIGINT\n"
-        "  history [options]             the record of every flash, oldest first\n"
-        "Exit codes of flash: 0 flashed and verified, 2 failed, 3 flashed but its record could not be\n"
-        "completed, 1 stopped by SIGINT or SIGTERM. Of watch: 0 stopped, no unit failed; 4 stopped, a\n"
-        "unit failed; 1 a second signal stopped running flashes; 2 the watch could not run. Of sync: 0\n"
-        "nothing left to send, 2 the central record could not take them all. 64 a usage error.\n"
-        "The central record: a libpq URI without a password (postgresql://user@host/db); libpq's password\n"
-        "file (~/.pgpass, PGPASSFILE) gives the password. MORVANTA_CENTRAL stands for --central."));
-    parser.addHelpOption();
+    // Help and version are answered here: each command has its own help.
+    const QCommandLineOption help(QStringLiteral("help"), QStringLiteral("This command's options."));
+    const QCommandLineOption version(QStringLiteral("version"), QStringLiteral("The program's name and version."));
+    parser.addOption(help);
+    parser.addOption(version);
     const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("One JSON object per line, nothing else."));
     const QCommandLineOption csv(QStringLiteral("csv"), QStringLiteral("history: CSV with a header row."));
     const QCommandLineOption port(QStringLiteral("port"), QStringLiteral("The device on this USB port (dfu-util's path)."),
@@ -129,16 +181,19 @@ int main(int argc, char **argv)
                                                   &operatorId, &order,  &central,    &http,        &httpToken, &httpHost};
     for (const QCommandLineOption *option : every)
         parser.addOption(*option);
-    parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("list, flash, watch, history or sync"));
 
-    if (!parser.parse(QCoreApplication::arguments()))
-        return usageError(parser, parser.errorText());
-    if (parser.isSet(QStringLiteral("help"))) {
-        std::fputs(qPrintable(parser.helpText()), stdout);
-        return toInt(ExitCode::Success);
-    }
+    const bool parsed = parser.parse(QCoreApplication::arguments());
     const QStringList words = parser.positionalArguments();
     const QString command = words.value(0);
+    if (!parsed)
+        return usageError(command, parser.errorText());
+    if (parser.isSet(version)) {
+        std::printf("morvanta-station %s\n", BuildIdentity::appVersion);
+        return toInt(ExitCode::Success);
+    }
+    if (!command.isEmpty() && !findCommand(command))
+        return usageError(QString(), QStringLiteral("no command \"%1\": say list, flash, watch, history or sync")
+                                         .arg(command));
     const bool flash = command == QLatin1String("flash");
     const bool watch = command == QLatin1String("watch");
     // Each command takes its own options only: a misplaced one is a mistake, not a no-op.
@@ -153,9 +208,15 @@ int main(int argc, char **argv)
         allowed = {&json, &csv, &historyFile, &serial, &since, &station, &order, &central};
     if (command == QLatin1String("sync"))
         allowed = {&json, &historyFile, &central};
+    if (parser.isSet(help)) {
+        std::fputs(qPrintable(command.isEmpty() ? overallHelp() : commandHelp(*findCommand(command), allowed)), stdout);
+        return toInt(ExitCode::Success);
+    }
+    if (command.isEmpty())
+        return usageError(command, QStringLiteral("say a command: list, flash, watch, history or sync"));
     for (const QCommandLineOption *option : every) {
         if (parser.isSet(*option) && !allowed.contains(option))
-            return usageError(parser, QStringLiteral("%1 takes no --%2").arg(command, option->names().first()));
+            return usageError(command, QStringLiteral("%1 takes no --%2").arg(command, option->names().first()));
     }
     bool timeoutOk = false;
     const int seconds = parser.value(timeout).toInt(&timeoutOk);
@@ -169,7 +230,7 @@ int main(int argc, char **argv)
         if (parser.isSet(*option) &&
             (value.trimmed().isEmpty() || value.size() > 200 ||
              std::any_of(value.cbegin(), value.cend(), [](QChar c) { return c.category() == QChar::Other_Control; })))
-            return usageError(parser, QStringLiteral("--%1 takes a name of one line, 1 to 200 characters")
+            return usageError(command, QStringLiteral("--%1 takes a name of one line, 1 to 200 characters")
                                           .arg(option->names().first()));
     }
     const QString centralText = parser.isSet(central) ? parser.value(central) : qEnvironmentVariable("MORVANTA_CENTRAL");
@@ -177,41 +238,44 @@ int main(int argc, char **argv)
     QString centralWhy;
     const CentralAddress centralAddress = CentralAddress::parse(centralText, &centralProblem, &centralWhy);
     if (centralProblem != CentralAddress::Problem::None && allowed.contains(&central))
-        return usageError(parser, QStringLiteral("--central %1").arg(centralWhy));
+        return usageError(command, QStringLiteral("--central %1").arg(centralWhy));
     StationPage::Options pageOptions;
     const QString httpText = parser.isSet(http) ? parser.value(http) : qEnvironmentVariable("MORVANTA_HTTP");
     if (watch && !httpText.isEmpty()) {
         QString why;
         if (!StationPage::parseListen(httpText, &pageOptions.address, &pageOptions.port, &why))
-            return usageError(parser, why);
+            return usageError(command, why);
         if (parser.isSet(httpToken)) {
             pageOptions.tokenDigest = StationPage::readToken(parser.value(httpToken), &why);
             if (pageOptions.tokenDigest.isEmpty())
-                return usageError(parser, why);
+                return usageError(command, why);
         } else if (!pageOptions.address.isLoopback()) {
-            return usageError(parser, QStringLiteral("--http on %1, which other PCs may reach, needs "
+            return usageError(command, QStringLiteral("--http on %1, which other PCs may reach, needs "
                                                      "--http-token-file FILE")
                                           .arg(pageOptions.address.toString()));
         }
         pageOptions.hosts = parser.values(httpHost);
     } else if (parser.isSet(httpToken) || parser.isSet(httpHost)) {
-        return usageError(parser, QStringLiteral("--http-token-file and --http-host go with --http"));
+        return usageError(command, QStringLiteral("--http-token-file and --http-host go with --http"));
     }
     if (command == QLatin1String("sync") && !centralAddress.isSet())
-        return usageError(parser, QStringLiteral("sync needs --central URL (or MORVANTA_CENTRAL)"));
+        return usageError(command, QStringLiteral("sync needs --central URL (or MORVANTA_CENTRAL)"));
     if ((command == QLatin1String("list") || command == QLatin1String("history") || command == QLatin1String("sync")) &&
         words.size() == 1) {
         if (parser.isSet(json) && parser.isSet(csv))
-            return usageError(parser, QStringLiteral("say --json or --csv, not both"));
+            return usageError(command, QStringLiteral("say --json or --csv, not both"));
         if (parser.isSet(since) && !StationRecords::sinceDate(parser.value(since)).isValid())
-            return usageError(parser, QStringLiteral("--since takes a date such as 2026-11-24"));
-    } else if (!(flash || watch) || words.size() != 2) {
-        return usageError(parser,
-                          QStringLiteral("say \"list\", \"history\", \"sync\", or \"flash\" or \"watch\" and one FIRMWARE"));
+            return usageError(command, QStringLiteral("--since takes a date such as 2026-11-24"));
+    } else if (!(flash || watch)) {
+        return usageError(command, QStringLiteral("%1 takes no FIRMWARE or other word: \"%2\"").arg(command, words.value(1)));
+    } else if (words.size() != 2) {
+        return usageError(command, words.size() < 2 ? QStringLiteral("%1 needs one FIRMWARE").arg(command)
+                                                    : QStringLiteral("%1 takes one FIRMWARE, not \"%2\" too")
+                                                          .arg(command, words.value(2)));
     } else if (!timeoutOk || seconds < 1 || seconds > maxTimeoutSeconds) {
-        return usageError(parser, QStringLiteral("--timeout takes 1 to %1 seconds").arg(maxTimeoutSeconds));
+        return usageError(command, QStringLiteral("--timeout takes 1 to %1 seconds").arg(maxTimeoutSeconds));
     } else if (parser.isSet(portList) && watchedPorts.isEmpty()) {
-        return usageError(parser, QStringLiteral("--ports takes ports such as 1-1,1-2"));
+        return usageError(command, QStringLiteral("--ports takes ports such as 1-1,1-2"));
     }
 
     if (parser.isSet(log)) {

@@ -16,6 +16,9 @@
 #include <QFile>
 #include <QtDebug>
 
+#include <cstdio>
+#include <cstring>
+
 namespace {
 
 bool identityComplete()
@@ -107,6 +110,11 @@ int runPass(int &argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    // Asked by scripts and package checks: answered before any window, display or log.
+    if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
+        std::printf("morvanta %s\n", BuildIdentity::appVersion);
+        return toInt(ExitCode::Success);
+    }
     int result;
     do {
         result = runPass(argc, argv);
