@@ -11,6 +11,7 @@
 
 #include <QCryptographicHash>
 #include <QDir>
+#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -1336,6 +1337,135 @@ private slots:
                 QVERIFY2(manual.contains(QString(option).replace("-", "\\-")), qPrintable(option));
             QVERIFY(completion.contains(command));
         }
+    }
+
+
+    // The prepared folders of watches: the station's own, its .sys files read-only.
+    QStringList preparedFiles() const
+    {
+        QStringList files;
+        QDirIterator it(sandbox.workingRoot(), {"*.sys"}, QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext())
+            files << it.next();
+        return files;
+    }
+
+    // A watch checks and unpacks its package once: the units flash from its folder, a file
+    // changed there fails the next unit before anything reaches it and the package is
+    // prepared again; the folder goes with the watch, and one left by a killed watch with
+    // the next run.
+    void preparedOnce()
+    {
+        QStringList devices;
+        for (const QString &port : QStringList{"1", "2", "3"}) {
+            TestSupport::writeFile(sandbox.root() + "/prepplug" + port, "pulled\n");
+            devices << "port=" + port + ",control=" + sandbox.root() + "/prepplug" + port + ",record=" +
+                           sandbox.root() + "/received/prep" + port;
+        }
+        EmulatedBus bus(devices);
+        QVERIFY(bus.isUp());
+        const QString history = sandbox.root() + "/prepared.sqlite";
+        Run station;
+        start(station, {"watch", "--json", "--history", history, firmware});
+        QVERIFY(finish(station, 60000, "Watching every port"));
+        const QStringList prepared = preparedFiles();
+        QCOMPARE(prepared.size(), 2);
+        for (const QString &file : prepared)
+            QCOMPARE(QFileInfo(file).permissions() & (QFile::WriteOwner | QFile::WriteGroup | QFile::WriteOther),
+                     QFile::Permissions());
+        const auto plugAndWait = [&](const QString &port, int results) {
+            TestSupport::writeFile(sandbox.root() + "/prepplug" + port, "plugged\n");
+            QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == results), 60000);
+        };
+        plugAndWait("1", 1);
+        QCOMPARE(station.last("result")["outcome"].toString(), QString("flashed"));
+        // The unit's run neither checked nor unpacked anything of its own.
+        QVERIFY(!station.has("Extracting firmware"));
+
+        QFile changed(prepared.first());
+        changed.setPermissions(QFile::ReadOwner | QFile::WriteOwner);
+        QVERIFY(changed.open(QIODevice::ReadWrite));
+        changed.seek(changed.size() - 1);
+        changed.write("!");
+        changed.close();
+        plugAndWait("2", 2);
+        QCOMPARE(station.last("result")["outcome"].toString(), QString("failed"));
+        QVERIFY(station.has("The prepared firmware changed: " + QFileInfo(prepared.first()).fileName()));
+        QCOMPARE(received("prep2"), QList<QByteArray>());
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), station.has("Version 1_2_4 is prepared")), 30000);
+        plugAndWait("3", 3);
+        QCOMPARE(station.last("result")["outcome"].toString(), QString("flashed"));
+        QCOMPARE(received("prep1"), flashed);
+        QCOMPARE(received("prep3"), flashed);
+        ::kill(pid_t(station.process->processId()), SIGTERM);
+        QVERIFY(finish(station, 20000));
+        QCOMPARE(workingFolders(), QStringList{});
+
+        // Killed outright: its folder stays until the next run.
+        Run killed;
+        start(killed, {"watch", "--json", "--history", history, "--ports", "1-9", firmware});
+        QVERIFY(finish(killed, 60000, "Watching ports 1-9"));
+        QCOMPARE(preparedFiles().size(), 2);
+        killed.process->kill();
+        QVERIFY(finish(killed));
+        QCOMPARE(workingFolders().size(), 1);
+        Run next;
+        start(next, {"list", "--json"});
+        QVERIFY(finish(next));
+        Run flash;
+        start(flash, {"flash", "--json", "--port", "1-9", "--history", history, firmware});
+        QVERIFY(finish(flash));
+        QCOMPARE(workingFolders(), QStringList{});
+    }
+
+    // SIGHUP: a newer package is prepared beside the one in use; the unit under way keeps
+    // its own, the next gets the new one. A package that fails its check leaves the one in
+    // use, and says so.
+    void reloadOnSignal()
+    {
+        const QString folder = sandbox.root() + "/reloadfw";
+        QDir().mkpath(folder);
+        QCOMPARE(kit.makePackage(folder, "Tessel_NINE_V1_2_4", 1, 1, fileSize, true).size(), 2);
+        TestSupport::writeFile(sandbox.root() + "/reloadplug", "pulled\n");
+        EmulatedBus bus({"port=1,scenario=busy,after=300,record=" + sandbox.root() + "/received/reload1",
+                         "port=2,control=" + sandbox.root() + "/reloadplug,record=" + sandbox.root() +
+                             "/received/reload2"});
+        QVERIFY(bus.isUp());
+        Run station;
+        start(station, {"watch", "--json", "--http", "18385", "--history", sandbox.root() + "/reload.sqlite", folder});
+        QVERIFY(finish(station, 60000, "Watching every port"));
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "file") > 0), 30000);
+        QCOMPARE(kit.makePackage(folder, "Tessel_NINE_V1_2_5", 1, 1, fileSize, true).size(), 2);
+        const pid_t pid = pid_t(station.process->processId());
+        ::kill(pid, SIGHUP);
+        QVERIFY(finish(station, 30000, "Version 1_2_5 is prepared"));
+        QCOMPARE(QJsonDocument::fromJson(body(get("/api/state", 18385)))["package"]["version"].toString(),
+                 QString("1_2_5"));
+        QCOMPARE(countOf(station, "result"), 0);
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == 1), 60000);
+        QCOMPARE(station.last("result")["after"].toString(), QString("1_2_4"));
+        QCOMPARE(received("reload1"), flashed);
+        TestSupport::writeFile(sandbox.root() + "/reloadplug", "plugged\n");
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == 2), 60000);
+        QCOMPARE(station.last("result")["after"].toString(), QString("1_2_5"));
+        QCOMPARE(received("reload2"), FirmwareKit::flashedImages({"os", "pr"}, 1, fileSize, "V1_2_5"));
+
+        // A newer pair whose signature does not hold.
+        const QStringList bad = kit.makePackage(folder, "Tessel_NINE_V1_2_6", 1, 1, fileSize, true);
+        QByteArray bytes = TestSupport::readFile(bad[0]);
+        bytes[bytes.size() / 2] = char(bytes[bytes.size() / 2] ^ 0x55);
+        QVERIFY(TestSupport::writeFile(bad[0], bytes));
+        ::kill(pid, SIGHUP);
+        QVERIFY(finish(station, 30000, "Looking at the firmware again"));
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), station.last("error")["text"].toString().endsWith(
+                                                      "; version 1_2_5 stays in use")),
+                                 30000);
+        QCOMPARE(QJsonDocument::fromJson(body(get("/api/state", 18385)))["package"]["version"].toString(),
+                 QString("1_2_5"));
+        ::kill(pid, SIGTERM);
+        QVERIFY(finish(station, 20000));
+        QCOMPARE(station.process->exitCode(), 0);
+        QCOMPARE(workingFolders(), QStringList{});
     }
 
     void pageRefusals_data()

@@ -900,6 +900,10 @@ nach
         <translation>Der Verlauf %1 kann nicht geschrieben werden: %2</translation>
     </message>
     <message>
+        <source>The prepared firmware changed: %1 is not the file that was checked</source>
+        <translation>Die vorbereitete Firmware hat sich geändert: %1 ist nicht die geprüfte Datei</translation>
+    </message>
+    <message>
         <source>Another device is on the port %1: serial %2, not %3</source>
         <translation>Ein anderes Gerät ist am Port %1: Seriennummer %2, nicht %3</translation>
     </message>

@@ -398,6 +398,9 @@ int main(int argc, char **argv)
         QObject::connect(&station, &StationWatch::firmwareReady, &app,
                          [&state](const QString &version, const QStringList &files) { state.setPackage(version, files); });
         QObject::connect(&stopSignals, &StopSignals::stopRequested, &station, &StationWatch::stop);
+        // systemctl reload: a new firmware without a restart.
+        stopSignals.listenForReload();
+        QObject::connect(&stopSignals, &StopSignals::reloadRequested, &station, &StationWatch::reload);
         QObject::connect(&station, &StationWatch::finished, &app,
                          [&exitAfterSending](ExitCode code) { exitAfterSending(code, false, 2000); });
         QTimer::singleShot(0, &station, &StationWatch::start);

@@ -1,6 +1,7 @@
 #include "stationrun.h"
 
 #include "stationoutput.h"
+#include "stationpackage.h"
 
 #include "app/settings.h"
 #include "firmware/fileverify.h"
@@ -78,6 +79,11 @@ StationRun::StationRun(Settings *settings, StationOutput *output, HistoryWriter 
 
 StationRun::~StationRun() = default;
 
+bool StationRun::preparedChanged() const
+{
+    return job && job->error().code == FlashError::Code::PreparedChanged;
+}
+
 bool StationRun::leftThreadsBehind() const
 {
     return checking || (job && job->leftThreadsBehind());
@@ -142,6 +148,8 @@ void StationRun::startJob(const FirmwareChoice &choice)
     FlashJob::Options flash;
     flash.mode = options.bootLoader.isEmpty() ? FlashMode::Firmware : FlashMode::BootLoaderFirst;
     flash.files = choice.files;
+    if (options.prepared)
+        flash.prepared = options.prepared->package;
     flash.plainZips = options.zip;
     flash.port = options.port;
     flash.portLockHeld = options.portLocked;

@@ -14,6 +14,7 @@
 #include <QCoreApplication>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <thread>
 
@@ -41,6 +42,8 @@ class FlashJob;
 class Settings;
 class StationOutput;
 
+struct PreparedPackage;
+
 // One flash of morvanta-station, with nothing that waits for a person: the firmware is
 // chosen, a working folder of this run's own made, and the engine's flash job run on
 // it, bound to one USB port; the device must come back with the package's version.
@@ -51,6 +54,8 @@ class StationRun : public QObject
 public:
     struct Options {
         QString firmware;   // one file of a pair, or a folder (its newest firmware)
+        // The package checked and unpacked before, for many units (a watch's): taken as it is.
+        std::shared_ptr<const PreparedPackage> prepared;
         QString port;       // empty: the one Tessel NINE there is
         QString bootLoader; // flashed first, then the device is waited for
         bool zip = false;   // plain zip files, nothing to check with gpg
@@ -87,6 +92,8 @@ public:
     bool leftThreadsBehind() const;
 
     FlashOutcome outcome() const { return ending; }
+    // It failed because a file of its prepared package is no longer the one checked.
+    bool preparedChanged() const;
 
 signals:
     // After the result event; outcome() tells how it ended.

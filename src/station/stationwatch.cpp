@@ -1,5 +1,7 @@
 #include "stationwatch.h"
 
+#include "stationpackage.h"
+
 #include "app/settings.h"
 #include "platform/ownedfolder.h"
 #include "platform/platform.h"
@@ -51,30 +53,61 @@ void StationWatch::start()
         output->error(monitor->error() + QStringLiteral(": the ports are looked at every %1 s").arg(pollMs / 1000));
         pollTimer.start(pollMs);
     }
-    runOffThread<StationRun::FirmwareChoice>(
-        this, [run = options.run] { return StationRun::chooseFirmware(run); },
-        [this](const StationRun::FirmwareChoice &choice) { firmwareChosen(choice); });
+    // Checked and unpacked once, for every unit.
+    packages = new StationPackages(options.run, this);
+    connect(packages, &StationPackages::ready, this, &StationWatch::packageReady);
+    connect(packages, &StationPackages::failed, this, &StationWatch::packageFailed);
+    connect(packages, &StationPackages::unchanged, this, [this] {
+        output->stage(QStringLiteral("The firmware is unchanged: version %1 stays in use").arg(firmware().version));
+    });
+    packages->look();
 }
 
-void StationWatch::firmwareChosen(const StationRun::FirmwareChoice &choice)
+StationRun::FirmwareChoice StationWatch::firmware() const
+{
+    return packages && packages->current() ? packages->current()->choice : StationRun::FirmwareChoice();
+}
+
+void StationWatch::packageReady()
 {
     if (ended)
         return;
-    if (!choice.error.isEmpty()) {
-        output->error(choice.error);
-        ended = true;
-        output->summary(counts, clock.elapsed() / 1000.0);
-        emit finished(ExitCode::Failed);
+    emit firmwareReady(firmware().version, firmware().files);
+    stale = false;
+    if (ready) {
+        output->stage(QStringLiteral("Version %1 is prepared: units that arrive from now on get it").arg(firmware().version));
+    } else {
+        ready = true;
+        output->stage(QStringLiteral("Watching %1 for Tessel NINEs to bring to version %2")
+                          .arg(options.ports.isEmpty() ? QStringLiteral("every port")
+                                                       : QStringLiteral("ports ") + watchedPorts().join(QLatin1String(", ")),
+                               firmware().version));
+    }
+    look();
+}
+
+void StationWatch::packageFailed(const QString &error)
+{
+    if (ended)
+        return;
+    if (ready) {
+        output->error(stale ? QStringLiteral("%1; no unit is flashed until its firmware can be prepared again")
+                                  .arg(error)
+                            : QStringLiteral("%1; version %2 stays in use").arg(error, firmware().version));
         return;
     }
-    firmware = choice;
-    ready = true;
-    emit firmwareReady(firmware.version, firmware.files);
-    output->stage(QStringLiteral("Watching %1 for Tessel NINEs to bring to version %2")
-                      .arg(options.ports.isEmpty() ? QStringLiteral("every port")
-                                                   : QStringLiteral("ports ") + watchedPorts().join(QLatin1String(", ")),
-                           firmware.version));
-    look();
+    output->error(error);
+    ended = true;
+    output->summary(counts, clock.elapsed() / 1000.0);
+    emit finished(ExitCode::Failed);
+}
+
+void StationWatch::reload()
+{
+    if (ended || stops > 0 || !packages)
+        return;
+    output->stage(QStringLiteral("Looking at the firmware again"));
+    packages->look();
 }
 
 QStringList StationWatch::watchedPorts() const
@@ -139,7 +172,15 @@ void StationWatch::look()
 
 void StationWatch::arrived(const ListedDevice &device)
 {
+    // A package found changed is prepared again first: the unit waits for it.
+    if (stale) {
+        ports[device.port].present = false;
+        if (!packages->isBusy())
+            packages->look(true);
+        return;
+    }
     output->device(device, true);
+    const StationRun::FirmwareChoice firmware = this->firmware();
     const bool current = !device.dfuMode && device.version == firmware.version && device.hasV == firmware.hasV;
     if (current && done.contains(device.serial))
         return; // flashed by this watch, back after its own reset
@@ -165,6 +206,7 @@ void StationWatch::startRun(const ListedDevice &device, Port &slot)
         slot.lock = std::move(lock);
     }
     StationRun::Options run = options.run;
+    run.prepared = packages->current();
     run.port = device.port;
     run.portLocked = true;
     run.leaveCurrent = true;
@@ -174,13 +216,18 @@ void StationWatch::startRun(const ListedDevice &device, Port &slot)
     own->setParent(slot.run);
     const QString port = device.port;
     connect(slot.run, &StationRun::finished, this, [this, port] { runEnded(port); });
-    slot.run->start(firmware, device);
+    slot.run->start(run.prepared->choice, device);
 }
 
 void StationWatch::runEnded(const QString &port)
 {
     Port &slot = ports[port];
     const FlashOutcome outcome = slot.run->outcome();
+    // Never flashed from a file that changed: the package is prepared again.
+    if (slot.run->preparedChanged() && !stale) {
+        stale = true;
+        packages->look(true);
+    }
     slot.run->deleteLater();
     slot.run = nullptr;
     switch (outcome) {

@@ -17,6 +17,7 @@
 #include <memory>
 
 class HistoryWriter;
+class StationPackages;
 class Settings;
 class UsbMonitor;
 
@@ -42,6 +43,9 @@ public:
     void start();
     // The first stop lets the running flashes end and starts no new one; the second stops them.
     void stop();
+    // Looks at the firmware path again: a new package there is prepared and flashed from
+    // then on; runs under way keep theirs.
+    void reload();
 
 signals:
     // The package every unit gets: its version and files.
@@ -57,7 +61,9 @@ private:
         std::unique_ptr<PortLock> lock;
     };
 
-    void firmwareChosen(const StationRun::FirmwareChoice &choice);
+    void packageReady();
+    void packageFailed(const QString &error);
+    StationRun::FirmwareChoice firmware() const;
     void changed(const QString &port);
     void lookSoon();
     void look();
@@ -71,7 +77,8 @@ private:
     StationOutput *output;
     HistoryWriter *history;
     const Options options;
-    StationRun::FirmwareChoice firmware;
+    StationPackages *packages = nullptr;
+    bool stale = false; // a file of the package in use changed: units wait for it again
     UsbMonitor *monitor = nullptr;
     QTimer lookTimer;
     QTimer pollTimer; // only where udev cannot be listened to

@@ -32,3 +32,12 @@ bool calculateHashes(const QStringList &files)
     }
     return ok;
 }
+
+QString sha256Of(const QString &path)
+{
+    QFile file(path);
+    QCryptographicHash sha256(QCryptographicHash::Sha256);
+    if (!file.open(QIODevice::ReadOnly) || !sha256.addData(&file))
+        return {};
+    return QString::fromLatin1(sha256.result().toHex());
+}

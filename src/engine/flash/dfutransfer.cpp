@@ -3,6 +3,7 @@
 #include "app/logstream.h"
 #include "app/settings.h"
 #include "firmware/devicelisting.h"
+#include "firmware/hashing.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -59,6 +60,13 @@ bool DfuTransfer::transfer(const FlashPackage::File &file)
         return false;
     if (!port.isEmpty())
         args << QStringLiteral("-p") << port;
+    // The file must still be the one checked and recorded: a prepared package serves many
+    // units, and what lies on disk between them is not trusted.
+    if (!file.sha256.isEmpty() && sha256Of(file.path) != file.sha256) {
+        qDebug() << "Changed since it was checked:" << quoted(file.path);
+        lastError = FlashError(FlashError::Code::PreparedChanged, {file.name});
+        return false;
+    }
     qDebug() << quoted(args);
     return runDfu(args) && (!lookedAfter || backAfterDownload());
 }

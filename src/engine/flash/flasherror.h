@@ -51,6 +51,7 @@ struct FlashError {
         ToolExitCode,     // number: the exit code; the tool's last line, if any
         ToolKilled,       // the tool's last line, if any
         WrongUnit,        // the port, the serial there, the serial flashed
+        PreparedChanged,  // the file: not the one checked when the package was prepared
         // After the last file
         DeviceNotBack,    // the port
         WrongVersion,     // the port, the version it runs, the package's

@@ -168,6 +168,8 @@ QString FlashTexts::error(const FlashError &error)
         return withLastLine(tr("%1 was ended by a signal").arg(dfuUtil()), error.arg(0));
     case Code::WrongUnit:
         return tr("Another device is on the port %1: serial %2, not %3").arg(error.arg(0), error.arg(1), error.arg(2));
+    case Code::PreparedChanged:
+        return tr("The prepared firmware changed: %1 is not the file that was checked").arg(error.arg(0));
     case Code::DeviceNotBack:
         return tr("The device did not come back on port %1").arg(error.arg(0));
     case Code::WrongVersion:

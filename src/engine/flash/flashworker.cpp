@@ -3,6 +3,7 @@
 #include "app/logstream.h"
 #include "app/settings.h"
 #include "firmware/firmwarenames.h"
+#include "firmware/hashing.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -39,8 +40,31 @@ void FlashWorker::prepare(const QStringList &files, bool plainZips, FlashMode mo
     readyToTransfer(package, unit);
 }
 
+void FlashWorker::prepareForMany(const QStringList &files, bool plainZips, FlashMode mode)
+{
+    FlashPackage package;
+    if (!unpack(files, plainZips) || !listFiles(mode, package) || !measure(package)) {
+        emit failed(preparation.error());
+        return;
+    }
+    package.signers = preparation.signerFingerprints();
+    // Read by every unit's transfer, written by nobody.
+    for (const FlashPackage::File &file : std::as_const(package.files))
+        QFile::setPermissions(file.path, QFile::ReadOwner);
+    emit prepared(package);
+}
+
 void FlashWorker::adopt(const FlashPackage &package, const ListedDevice &unit)
 {
+    // Many units share it: all of it must still be what was checked before a first byte
+    // goes, so that no unit gets half a package.
+    for (const FlashPackage::File &file : package.files) {
+        if (sha256Of(file.path) != file.sha256) {
+            qDebug() << "Changed since it was checked:" << quoted(file.path);
+            emit failed(FlashError(FlashError::Code::PreparedChanged, {file.name}));
+            return;
+        }
+    }
     readyToTransfer(package, unit);
 }
 
@@ -111,12 +135,8 @@ bool FlashWorker::measure(FlashPackage &package)
     }
     package.totalSize = qint32(total);
     qDebug() << "Total file size: " << package.totalSize << "Byte\n";
-    for (FlashPackage::File &file : package.files) {
-        QFile unpacked(file.path);
-        QCryptographicHash sha256(QCryptographicHash::Sha256);
-        if (unpacked.open(QIODevice::ReadOnly) && sha256.addData(&unpacked))
-            file.sha256 = QString::fromLatin1(sha256.result().toHex());
-    }
+    for (FlashPackage::File &file : package.files)
+        file.sha256 = sha256Of(file.path);
     return true;
 }
 

@@ -29,6 +29,8 @@ public:
 
     // Checks and unpacks the files, lists and measures the .sys files the mode flashes.
     void prepare(const QStringList &files, bool plainZips, FlashMode mode, const ListedDevice &unit);
+    // The same, without a device, for many units to come: the .sys files are made read-only.
+    void prepareForMany(const QStringList &files, bool plainZips, FlashMode mode);
     // Takes a package prepared before, as it is.
     void adopt(const FlashPackage &package, const ListedDevice &unit);
     // Puts these files of the prepared package into the device, in order.

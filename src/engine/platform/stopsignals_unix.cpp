@@ -13,11 +13,11 @@ pid_t owner = 0;
 // Only a byte into the pipe: the event loop does the rest. A child forked for a tool
 // shares the handler and the pipe until it runs the tool; a signal to the process group
 // in that moment is the program's, and counts once.
-void onSignal(int)
+void onSignal(int number)
 {
     if (getpid() != owner)
         return;
-    const char byte = 1;
+    const char byte = number == SIGHUP ? 2 : 1;
     [[maybe_unused]] const ssize_t ignored = write(signalPipe[1], &byte, 1);
 }
 } // namespace
@@ -37,12 +37,24 @@ StopSignals::StopSignals(QObject *parent) : QObject(parent)
     connect(notifier, &QSocketNotifier::activated, this, [this] {
         char byte = 0;
         [[maybe_unused]] const ssize_t ignored = read(signalPipe[0], &byte, 1);
-        emit stopRequested();
+        if (byte == 2)
+            emit reloadRequested();
+        else
+            emit stopRequested();
     });
+}
+
+void StopSignals::listenForReload()
+{
+    struct sigaction action = {};
+    action.sa_handler = onSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGHUP, &action, nullptr);
 }
 
 StopSignals::~StopSignals()
 {
     std::signal(SIGINT, SIG_DFL);
     std::signal(SIGTERM, SIG_DFL);
+    std::signal(SIGHUP, SIG_DFL);
 }
