@@ -263,67 +263,88 @@ unset UMOCKDEV_DIR
 fi
 
 if want watch; then
-echo "== four Tessel NINEs plugged in at once: one watch against a shell loop that starts a flash per device seen"
+echo "== units plugged in at once and one after another: one watch against a shell loop that starts a flash per unit"
 bash tools/make-firmware-kit.sh "$build/devkey" "$work/watchfw" Tessel_NINE_V1_2_4 3 2 16384 >/dev/null
 wapp=$work/watchapp
 program_folder "$wapp" morvanta-station
-ms() { echo $(( ($(date +%s%N) - $1) / 1000000 )); }
-# A bus of four unplugged devices; "plug" plugs them all in at once.
+# Each dfu-util call noted with its time: a unit's first call with its port is its first byte.
+rm "$wapp/dfu-util"
+cat > "$wapp/dfu-util" <<EOS
+#!/bin/sh
+echo "\$(date +%s%N) \$*" >> "$work/dfucalls"
+exec "$bin/dfu-util-umockdev" "\$@"
+EOS
+chmod +x "$wapp/dfu-util"
+preload="$bin/uevent-socket-preload.so:libumockdev-preload.so.0"
+# N unplugged units.
 bus_up() {
     rm -f "$work/wbed"
     devices=()
-    for p in 1 2 3 4; do echo pulled > "$work/plug$p"; devices+=(--device "port=$p,control=$work/plug$p"); done
+    for p in $(seq 1 "$1"); do echo pulled > "$work/plug$p"; devices+=(--device "port=$p,control=$work/plug$p"); done
     "$bin/tessel-emulator" --announce "$work/wbed" "${devices[@]}" -- sleep 3600 &
     wbus=$!
     while [ ! -s "$work/wbed" ]; do sleep 0.1; done
     export UMOCKDEV_DIR=$(cat "$work/wbed")
 }
 bus_down() { kill "$wbus"; wait "$wbus" 2>/dev/null || true; unset UMOCKDEV_DIR; }
-plug() { for p in 1 2 3 4; do echo plugged > "$work/plug$p"; done; }
-trap 'kill "${wbus:-}" 2>/dev/null || true; wait "${wbus:-}" 2>/dev/null || true; rm -rf "$work"' EXIT
-declare -a looped
-for round in 1 2; do
-    bus_up
-    rm -f "$work/w.sqlite"
-    LD_PRELOAD="$bin/uevent-socket-preload.so:libumockdev-preload.so.0" /usr/bin/time -o "$work/wtime" -f "%M" \
-        "$wapp/morvanta-station" watch --json --history "$work/w.sqlite" "$work/watchfw" > "$work/watch.out" &
-    watcher=$!
-    until grep -q Watching "$work/watch.out"; do sleep 0.05; done
-    start=$(date +%s%N)
-    plug
-    until [ "$(grep -c '"event":"result"' "$work/watch.out")" -ge 4 ]; do sleep 0.05; done
-    watched=$(ms "$start")
-    pkill -TERM -f "^$wapp/morvanta-station watch" || true
-    wait "$watcher" || echo "  the watch ended $?"
-    flashed=$(grep -o '"flashed":[0-9]*' "$work/watch.out" | cut -d: -f2)
-    bus_down
-
-    # The loop as a script runs it, and once more with its runs under umockdev's preload
-    # library, as the watch must be to hear the emulated bus's udev events (its gpg and
-    # unpacking go through that library too).
-    for preload in "" "$bin/uevent-socket-preload.so:libumockdev-preload.so.0"; do
-        bus_up
-        start=$(date +%s%N)
-        plug
-        started=()
-        while [ ${#started[@]} -lt 4 ]; do
-            for port in $("$wapp/morvanta-station" list --json | grep -o '"port":"[^"]*"' | cut -d'"' -f4); do
-                [[ " ${started[*]} " == *" $port "* ]] && continue
-                started+=("$port")
-                LD_PRELOAD=$preload "$wapp/morvanta-station" flash --port "$port" --history "$work/l.sqlite" \
-                    "$work/watchfw" >/dev/null &
-            done
-            sleep 0.1
-        done
-        for job in $(jobs -p); do [ "$job" = "$wbus" ] || wait "$job" || echo "  a run failed"; done
-        looped[${#preload}]=$(ms "$start")
-        bus_down
+# Plugs the units in at once (gap 0) or GAP seconds apart, noting when each went in.
+plug() {
+    : > "$work/plugged"
+    for p in $(seq 1 "$1"); do
+        echo "$(date +%s%N) 1-$p" >> "$work/plugged"
+        echo plugged > "$work/plug$p"
+        [ "$2" = 0 ] || sleep "$2"
     done
-    echo "  round $round: watch $watched ms for 4 units ($flashed flashed, $(( 4 * 3600000 / watched )) units/h)," \
-        "shell loop ${looped[0]} ms ($(( 4 * 3600000 / looped[0] )) units/h), the loop under the preload library" \
-        "${looped[-1]} ms ($(( 4 * 3600000 / looped[-1] )) units/h); peak memory of the watch $(cat "$work/wtime") KiB"
+}
+# From each plug to the first dfu-util call for its port, ms, one per line.
+first_bytes() {
+    while read -r at port; do
+        first=$(awk -v p="-p $port" -v t="$at" 'index($0, p) && $1 >= t { print $1; exit }' "$work/dfucalls")
+        [ -z "$first" ] || echo $(( (first - at) / 1000000 ))
+    done < "$work/plugged"
+}
+: > "$work/arrivals"
+trap 'kill "${wbus:-}" 2>/dev/null || true; wait "${wbus:-}" 2>/dev/null || true; rm -rf "$work"' EXIT
+for units in 4 8; do
+    for gap in 0 1; do
+        how="at once"; [ "$gap" = 0 ] || how="${gap} s apart"
+        for round in 1 2; do
+            # One watch.
+            bus_up "$units"; rm -f "$work/w.sqlite"*; : > "$work/dfucalls"
+            LD_PRELOAD=$preload /usr/bin/time -o "$work/wtime" -f "%M %U %S" \
+                "$wapp/morvanta-station" watch --json --history "$work/w.sqlite" "$work/watchfw" > "$work/watch.out" &
+            watcher=$!
+            until grep -q Watching "$work/watch.out"; do sleep 0.05; done
+            start=$(date +%s%N)
+            plug "$units" "$gap"
+            until [ "$(grep -c '"event":"result"' "$work/watch.out")" -ge "$units" ]; do sleep 0.05; done
+            watched=$(( ($(date +%s%N) - start) / 1000000 ))
+            kill -TERM "$watcher"; wait "$watcher" || echo "  the watch ended $?"
+            [ "$gap" = 0 ] || first_bytes "$units" >> "$work/arrivals"
+            flashed=$(grep -o '"flashed":[0-9]*' "$work/watch.out" | cut -d: -f2)
+            read -r wmem wuser wsys < "$work/wtime"
+            bus_down
+            # The loop, its runs under the preload library as the watch's must be here.
+            bus_up "$units"; rm -f "$work/l.sqlite"*
+            start=$(date +%s%N)
+            ( plug "$units" "$gap" ) &
+            LD_PRELOAD=$preload /usr/bin/time -o "$work/ltime" -f "%U %S" \
+                bash bench/flash-loop.sh "$wapp/morvanta-station" "$units" "$work/l.sqlite" "$work/watchfw"
+            looped=$(( ($(date +%s%N) - start) / 1000000 ))
+            wait
+            read -r luser lsys < "$work/ltime"
+            bus_down
+            echo "  $units units $how, round $round: watch $watched ms ($(( units * 3600000 / watched )) units/h," \
+                "$flashed flashed, CPU $(awk -v a="$wuser" -v b="$wsys" 'BEGIN { print a + b }') s, peak $((wmem / 1024)) MB);" \
+                "loop $looped ms ($(( units * 3600000 / looped )) units/h, CPU $(awk -v a="$luser" -v b="$lsys" 'BEGIN { print a + b }') s);" \
+                "$(awk -v a="$watched" -v b="$looped" 'BEGIN { printf "%.2f", a / b }') x"
+        done
+    done
 done
-kill "$wbus" 2>/dev/null || true
+sort -n "$work/arrivals" > "$work/arrivals.sorted"
+n=$(wc -l < "$work/arrivals.sorted")
+echo "  a unit's arrival (its plug) to its first dfu-util call, $n arrivals one after another:" \
+    "median $(sed -n "$(( (n + 1) / 2 ))p" "$work/arrivals.sorted") ms, worst $(tail -n 1 "$work/arrivals.sorted") ms"
 fi
 
 if want history; then

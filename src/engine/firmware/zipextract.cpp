@@ -3,6 +3,7 @@
 #include "app/logstream.h"
 
 #include <QByteArray>
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -47,35 +48,22 @@ bool meetsLink(const QString &outDir, const QString &name)
     return false;
 }
 
-// What lies on disk is the entry: read back, its size and CRC are the archive's.
-bool matchesEntry(const QString &path, const zip_stat_t &stat, char *buffer, int bufferSize)
+// What was written is the entry: its size and CRC are the archive's.
+bool matchesEntry(const QString &path, const zip_stat_t &stat, const EntryDigests &written)
 {
-    QFile written(path);
-    if (!written.open(QIODevice::ReadOnly))
-        return false;
-    uLong crc = crc32(0L, Z_NULL, 0);
-    quint64 size = 0;
-    for (;;) {
-        const qint64 length = written.read(buffer, bufferSize);
-        if (length < 0)
-            return false;
-        if (length == 0)
-            break;
-        crc = crc32(crc, reinterpret_cast<const Bytef *>(buffer), uInt(length));
-        size += quint64(length);
-    }
-    const bool sizeOk = !(stat.valid & ZIP_STAT_SIZE) || size == stat.size;
-    const bool crcOk = !(stat.valid & ZIP_STAT_CRC) || crc == stat.crc;
+    const bool sizeOk = !(stat.valid & ZIP_STAT_SIZE) || written.size == stat.size;
+    const bool crcOk = !(stat.valid & ZIP_STAT_CRC) || written.crc == stat.crc;
     if (!sizeOk || !crcOk)
         qDebug() << quoted(QStringLiteral("Unpacked file differs from the archive: [%1] %2 of %3 bytes")
                                .arg(path)
-                               .arg(size)
+                               .arg(written.size)
                                .arg(stat.size));
     return sizeOk && crcOk;
 }
 } // namespace
 
-bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buffer, int bufferSize)
+bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buffer, int bufferSize,
+                   EntryDigests *digests)
 {
     if (file == nullptr || buffer == nullptr || bufferSize == 0) {
         qDebug() << "zip file, buffer or buffer size is 0";
@@ -87,6 +75,9 @@ bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buf
         qDebug() << quoted(QStringLiteral("Cannot open file: [%1]").arg(path));
         return false;
     }
+    // Summed as the bytes go out: the file is not read a second time.
+    QCryptographicHash sha256(QCryptographicHash::Sha256);
+    uLong crc = crc32(0L, Z_NULL, 0);
     quint64 done = 0;
     while (done < size) {
         const zip_int64_t length = zip_fread(file, buffer, zip_uint64_t(bufferSize));
@@ -103,6 +94,10 @@ bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buf
             qDebug() << quoted(QStringLiteral("Cannot write file: [%1] %2").arg(path, out.errorString()));
             return false;
         }
+        if (digests) {
+            crc = crc32(crc, reinterpret_cast<const Bytef *>(buffer), uInt(length));
+            sha256.addData(QByteArrayView(buffer, length));
+        }
         done += quint64(length);
     }
     out.close();
@@ -110,10 +105,12 @@ bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buf
         qDebug() << quoted(QStringLiteral("Cannot close file: [%1] %2").arg(path, out.errorString()));
         return false;
     }
+    if (digests)
+        *digests = {quint32(crc), done, QString::fromLatin1(sha256.result().toHex())};
     return true;
 }
 
-bool unzipFile(const QString &archive, const QString &outDir)
+bool unzipFile(const QString &archive, const QString &outDir, QHash<QString, QString> *sha256s)
 {
     const QByteArray archivePath = QFile::encodeName(archive);
     zip_stat_t stat;
@@ -187,10 +184,15 @@ bool unzipFile(const QString &archive, const QString &outDir)
         }
         const QString target = outDir + QDir::separator() + nativeName;
         // An entry too large to count in an unsigned would be cut short when written.
+        EntryDigests digests;
         const bool written = stat.size <= std::numeric_limits<unsigned>::max() &&
-                             writeZipEntry(entry, unsigned(stat.size), target, buffer.data(), bufferSize);
+                             writeZipEntry(entry, unsigned(stat.size), target, buffer.data(), bufferSize, &digests);
         zip_fclose(entry);
-        if (!written || !matchesEntry(target, stat, buffer.data(), bufferSize)) {
+        if (written && sha256s)
+            sha256s->insert(QDir::cleanPath(target), digests.sha256);
+        if (!written || !matchesEntry(target, stat, digests)) {
+            if (sha256s)
+                sha256s->remove(QDir::cleanPath(target));
             // Half a file must not be taken for a firmware by the steps after this one.
             QFile::remove(target);
             ok = false;

@@ -136,7 +136,7 @@ bool FlashWorker::measure(FlashPackage &package)
     package.totalSize = qint32(total);
     qDebug() << "Total file size: " << package.totalSize << "Byte\n";
     for (FlashPackage::File &file : package.files)
-        file.sha256 = sha256Of(file.path);
+        file.sha256 = preparation.sha256Of(file.path);
     return true;
 }
 

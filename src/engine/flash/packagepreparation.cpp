@@ -100,11 +100,17 @@ bool PackagePreparation::unpack(const QStringList &archives, const std::function
     if (archives.isEmpty())
         return fail(FlashError::Code::ExtractionFailed);
     for (const QString &archive : archives) {
-        if (!unzipFile(archive, extractFolder() + QLatin1Char('/')))
+        if (!unzipFile(archive, extractFolder() + QLatin1Char('/'), &sha256s))
             return fail(FlashError::Code::ExtractionFailed);
         afterEach();
     }
     return true;
+}
+
+QString PackagePreparation::sha256Of(const QString &path) const
+{
+    const QString known = sha256s.value(QDir::cleanPath(path));
+    return known.isEmpty() ? ::sha256Of(path) : known;
 }
 
 bool PackagePreparation::stageList(const QString &stage, QStringList &list)

@@ -2,6 +2,7 @@
 
 #include "flasherror.h"
 
+#include <QHash>
 #include <QStringList>
 
 #include <atomic>
@@ -32,6 +33,8 @@ public:
     // Unpacks each archive; afterEach runs after each good one (the pause, progress).
     bool unpack(const QStringList &archives, const std::function<void()> &afterEach);
     bool stageList(const QString &stage, QStringList &list);
+    // A file's SHA-256: as it was summed when it was unpacked, or read now.
+    QString sha256Of(const QString &path) const;
     // The fingerprints of the keys that signed the decrypted files.
     QStringList signerFingerprints() const { return signers; }
 
@@ -46,5 +49,6 @@ private:
     QString gpgPath;
     const std::atomic<bool> &stop;
     QStringList signers;
+    QHash<QString, QString> sha256s; // of the files unpacked, by clean path
     FlashError lastError;
 };
