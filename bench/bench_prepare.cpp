@@ -35,9 +35,13 @@ int main(int argc, char **argv)
     FlashJob job(&settings, options);
     QElapsedTimer clock;
     qint64 prepared = -1;
+    qint64 lastStage = 0;
     QObject::connect(&job, &FlashJob::stageChanged, &app, [&](FlashStage stage) {
         if (stage == FlashStage::Hashing)
             clock.start();
+        // Where the time goes: each stage's start, ms from the first.
+        std::printf("stage %d at %lld ms (+%lld)\n", int(stage), clock.elapsed(), clock.elapsed() - lastStage);
+        lastStage = clock.elapsed();
         if (stage == FlashStage::Searching && prepared < 0) {
             prepared = clock.elapsed();
             job.stop();

@@ -1,6 +1,7 @@
 #include "log.h"
 
 #include <QFile>
+#include <QMutex>
 #include <QTextStream>
 
 namespace {
@@ -35,8 +36,23 @@ void clearLogFile()
         QFile::remove(Log::filePath());
 }
 
+namespace {
+QMutex writing;
+bool ended = false; // the verdict is written: nothing follows it
+} // namespace
+
+void Log::endWith(const QString &message)
+{
+    logMessageHandler(QtDebugMsg, QMessageLogContext(), message);
+    const QMutexLocker lock(&writing);
+    ended = true;
+}
+
 void logMessageHandler(QtMsgType type, const QMessageLogContext &, const QString &message)
 {
+    const QMutexLocker lock(&writing);
+    if (ended)
+        return;
     QFile file(Log::filePath());
     if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
         return;

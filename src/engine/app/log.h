@@ -11,6 +11,9 @@ void setFolder(const QString &folder);
 void setFile(const QString &path);
 QString folder();
 QString filePath();
+// Writes the run's verdict as the log's last line: a thread that outlives it (a check on
+// a share that hangs) writes nothing after it.
+void endWith(const QString &message);
 } // namespace Log
 
 void clearLogFile();

@@ -6,6 +6,7 @@
 #include "dialogquestions.h"
 #include "mymenu.h"
 
+#include "app/log.h"
 #include "app/logstream.h"
 #include "app/settings.h"
 #include "firmware/version.h"
@@ -432,7 +433,8 @@ void Dialog::exitInternalAutomatic(ExitCode code)
     // record of the flash is completed before the process ends.
     stopWorkers();
     const bool senderEnded = windowSendRecords(5000);
-    qDebug() << quoted(QStringLiteral("%1 exit %2").arg(QStringLiteral("Morvanta")).arg(toInt(code)));
+    // As the log handler writes a quoted message.
+    Log::endWith(QStringLiteral("\"%1 exit %2\"").arg(QStringLiteral("Morvanta")).arg(toInt(code)));
     if (!senderEnded)
         std::_Exit(toInt(code));
     std::exit(toInt(code));
