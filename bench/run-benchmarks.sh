@@ -319,7 +319,8 @@ for units in 4 8; do
             plug "$units" "$gap"
             until [ "$(grep -c '"event":"result"' "$work/watch.out")" -ge "$units" ]; do sleep 0.05; done
             watched=$(( ($(date +%s%N) - start) / 1000000 ))
-            kill -TERM "$watcher"; wait "$watcher" || echo "  the watch ended $?"
+            pkill -TERM -f "^$wapp/morvanta-station watch" || true
+            wait "$watcher" || echo "  the watch ended $?"
             [ "$gap" = 0 ] || first_bytes "$units" >> "$work/arrivals"
             flashed=$(grep -o '"flashed":[0-9]*' "$work/watch.out" | cut -d: -f2)
             read -r wmem wuser wsys < "$work/wtime"

@@ -7,7 +7,7 @@ packages=(
   build-essential cmake pkg-config
   qt6-base-dev qt6-5compat-dev qt6-tools-dev qt6-tools-dev-tools qt6-l10n-tools
   qt6-translations-l10n libgl-dev
-  libzip-dev zlib1g-dev libcurl4-openssl-dev
+  libzip-dev zlib1g-dev libcurl4-openssl-dev libssl-dev
   gpg gpg-agent zip unzip
   php-cli python3-pyftpdlib openssl
   xvfb xauth xdotool imagemagick libxcb1-dev

@@ -32,7 +32,7 @@ public:
     // Shared with the thread that may stop the run.
     struct Flags {
         std::atomic<bool> stop{false};
-        std::atomic<bool> gpgRunning{false};
+        std::atomic<int> gpgRunning{0}; // gpg runs at work
         std::atomic<bool> dfuRunning{false};
     };
 

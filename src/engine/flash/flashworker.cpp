@@ -8,7 +8,6 @@
 #include <QCryptographicHash>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QThread>
 #include <QtDebug>
 
@@ -84,18 +83,15 @@ void FlashWorker::readyToTransfer(const FlashPackage &package, const ListedDevic
 bool FlashWorker::unpack(QStringList files, bool plainZips)
 {
     emit stageReached(FlashStage::Hashing);
-    if (!preparation.hash(files))
-        return false;
     emit stageReached(FlashStage::Extracting);
-    QProcess gpg;
-    if (!(gpgAvailable && !plainZips ? preparation.decrypt(files, gpg, flags->gpgRunning) : preparation.copy(files)))
+    if (!preparation.prepareAll(files, gpgAvailable && !plainZips, flags->gpgRunning))
         return false;
-    // The old tool's rhythm; the newer one's path has no fixed pause.
-    const bool oldRhythm = knownDfuDialect() != DfuDialect::Newer;
-    return preparation.unpack(files, [this, oldRhythm] {
-        if (oldRhythm)
+    // The old tool's rhythm, a second after each archive; the newer one's path has no fixed pause.
+    if (knownDfuDialect() != DfuDialect::Newer) {
+        for (int i = 0; i < files.size(); ++i)
             pause(1);
-    });
+    }
+    return true;
 }
 
 bool FlashWorker::listFiles(FlashMode mode, FlashPackage &package)

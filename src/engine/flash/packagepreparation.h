@@ -27,11 +27,15 @@ public:
 
     bool hash(const QStringList &files);
     // Replaces the selected files by their checked, decrypted archives in the extract folder.
-    bool decrypt(QStringList &files, QProcess &gpg, std::atomic<bool> &gpgRunning);
+    bool decrypt(QStringList &files, QProcess &gpg, std::atomic<int> &gpgRunning);
     // The same for plain archives, copied.
     bool copy(QStringList &files);
     // Unpacks each archive; afterEach runs after each good one (the pause, progress).
     bool unpack(const QStringList &archives, const std::function<void()> &afterEach);
+    // All of it for a flash at once: the MD5s into the log while each selected file is
+    // checked (or copied) and unpacked on a thread of its own, so that the two cores and
+    // gpg work side by side. What fails is said in the order of the steps above.
+    bool prepareAll(const QStringList &files, bool checkSignatures, std::atomic<int> &gpgRunning);
     bool stageList(const QString &stage, QStringList &list);
     // A file's SHA-256: as it was summed when it was unpacked, or read now.
     QString sha256Of(const QString &path) const;
@@ -44,6 +48,11 @@ public:
     bool fail(const FlashError &error);
 
 private:
+    // One signed file checked and decrypted to output; its signer into *signer.
+    bool decryptOne(const QString &input, const QString &output, QProcess &gpg, std::atomic<int> &gpgRunning,
+                    QString *signer, FlashError *error);
+    bool copyOne(const QString &path, QString *target, FlashError *error);
+
     QString temp;
     QString gpgFolder;
     QString gpgPath;

@@ -55,7 +55,7 @@ private:
     const bool skipGpg;
     const bool gpgAvailable;
     std::atomic<bool> finishedByUser{false};
-    std::atomic<bool> gpgRunning{false};
+    std::atomic<int> gpgRunning{0}; // gpg runs at work
     std::atomic<bool> stopRequested{false};
     PackagePreparation preparation;
     QStringList osFiles;
