@@ -99,6 +99,7 @@ private slots:
             {"/usr/lib/systemd/system/morvanta-station.service", ""},
             {"/etc/default/morvanta-station", ""},
             {"/usr/share/man/man1/morvanta-station.1.gz", ""},
+            {"/usr/share/bash-completion/completions/morvanta-station", ""},
             {"/usr/share/doc/morvanta-station/copyright", ""},
             {"/usr/share/doc/morvanta-station/changelog.gz", ""},
         };

@@ -1397,6 +1397,16 @@ private slots:
         QCOMPARE(station.last("result")["outcome"].toString(), QString("flashed"));
         QCOMPARE(received("prep1"), flashed);
         QCOMPARE(received("prep3"), flashed);
+        // The records keep the files' SHA-256 and the signer as a unit's own preparation does.
+        Run records;
+        start(records, {"history", "--json", "--history", history});
+        QVERIFY(finish(records));
+        QCOMPARE(records.events.size(), 3);
+        for (int unit : {0, 2}) {
+            QCOMPARE(records.events[unit]["signer"].toString().size(), 40);
+            QCOMPARE(records.events[unit]["files"].toArray().last()["sha256"].toString(),
+                     QString(QCryptographicHash::hash(flashed.last(), QCryptographicHash::Sha256).toHex()));
+        }
         ::kill(pid_t(station.process->processId()), SIGTERM);
         QVERIFY(finish(station, 20000));
         QCOMPARE(workingFolders(), QStringList{});

@@ -19,6 +19,7 @@ XMODEMthread::XMODEMthread(const QString &program, const QString &firmwarePath, 
 void XMODEMthread::run()
 {
     emit sigenableAbort();
+    ended = false;
     QProcess process;
     toolRunning = true;
     // The tool's exit code says nothing: the records and their status codes do.
@@ -30,6 +31,8 @@ void XMODEMthread::run()
 void XMODEMthread::readxmodem(const QByteArray &chunk)
 {
     qDebug() << "XMODEM Output " << quoted(chunk);
+    if (ended)
+        return;
     const XmodemStatus status = parseXmodemRecord(chunk);
     if (status.statusCode < 0)
         std::printf("regEx not found\n");
@@ -44,6 +47,7 @@ void XMODEMthread::readxmodem(const QByteArray &chunk)
 
 void XMODEMthread::failureEnding(int status)
 {
+    ended = true;
     emit resetWrittenStatus();
     emit updateFileLabel(QString());
     emit visibilityRemaining(false);
@@ -61,6 +65,7 @@ void XMODEMthread::failureEnding(int status)
 
 void XMODEMthread::successEnding()
 {
+    ended = true;
     emit resetWrittenStatus();
     emit updateFileLabel(QString());
     emit visibilityRemaining(false);

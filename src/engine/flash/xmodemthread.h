@@ -42,5 +42,6 @@ private:
     const QString program;
     const QString firmwarePath;
     std::atomic<bool> killRequested{false};
+    bool ended = false; // the tool's verdict is in: what it still prints changes nothing
     std::atomic<bool> toolRunning{false};
 };
