@@ -329,10 +329,11 @@ for units in 4 8; do
             bus_up "$units"; rm -f "$work/l.sqlite"*
             start=$(date +%s%N)
             ( plug "$units" "$gap" ) &
+            plugger=$!
             LD_PRELOAD=$preload /usr/bin/time -o "$work/ltime" -f "%U %S" \
                 bash bench/flash-loop.sh "$wapp/morvanta-station" "$units" "$work/l.sqlite" "$work/watchfw"
             looped=$(( ($(date +%s%N) - start) / 1000000 ))
-            wait
+            wait "$plugger"
             read -r luser lsys < "$work/ltime"
             bus_down
             echo "  $units units $how, round $round: watch $watched ms ($(( units * 3600000 / watched )) units/h," \

@@ -8,8 +8,10 @@
 #include "platform/usbmonitor.h"
 
 namespace {
-// udev sends several events for one plug (device, interfaces): one look after them.
-constexpr int settleMs = 150;
+// udev sends several events for one plug (device, interfaces) within a few milliseconds:
+// one look after them. Each event starts the wait again; a script polling every 100 ms
+// would be at the device sooner than a longer wait.
+constexpr int settleMs = 30;
 // Where udev cannot be listened to, the ports are looked at this often.
 constexpr int pollMs = 2000;
 } // namespace
