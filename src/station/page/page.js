@@ -19,7 +19,7 @@ const texts = {
     stopped: 'abgebrochen', skipped: 'übersprungen', yield: 'Ausbeute heute', lastHour: 'Geräte in der letzten Stunde',
     recent: 'Letzte Geräte', searchLabel: 'Seriennummer', search: 'Suchen', csv: 'Verlauf als CSV',
     waiting: 'wartet', flashing: 'wird geflasht', serial: 'Seriennummer', file: 'Datei {0} von {1}',
-    left: 'noch {0}', time: 'Zeit', port: 'Port', before: 'vorher', after: 'nachher', outcome: 'Ergebnis',
+    left: 'noch {0}', time: 'Zeit', port: 'Port', before: 'Vorher', after: 'Nachher', outcome: 'Ergebnis',
     seconds: 's', signed: 'Signatur geprüft', unsigned: 'keine Signatur geprüft',
     centralUp: 'zentrale Aufzeichnung erreicht', centralDown: 'zentrale Aufzeichnung nicht erreicht',
     outbox: '{0} Einträge warten', pending: 'läuft', interrupted: 'unterbrochen', unrecorded: 'nicht aufgezeichnet', noCentral: 'keine zentrale Aufzeichnung',
