@@ -147,7 +147,12 @@ QByteArray StationPage::readToken(const QString &path, QString *why)
 
 StationPage::StationPage(const StationState *state, Options given) : state(state), options(std::move(given))
 {
-    const QString port = QString::number(options.port);
+}
+
+// The names the page answers to, with the port it is bound to.
+void StationPage::allowHosts()
+{
+    const QString port = QString::number(boundPort);
     QStringList names = options.hosts;
     QList<QHostAddress> addresses{options.address};
     if (options.address.isLoopback())
@@ -186,7 +191,7 @@ QString StationPage::where() const
     const QString host = options.address.protocol() == QAbstractSocket::IPv6Protocol
                              ? QLatin1Char('[') + options.address.toString() + QLatin1Char(']')
                              : options.address.toString();
-    return host + QLatin1Char(':') + QString::number(options.port);
+    return host + QLatin1Char(':') + QString::number(boundPort);
 }
 
 bool StationPage::start(QString *why)
@@ -208,6 +213,7 @@ bool StationPage::start(QString *why)
         v4.sin_addr.s_addr = htonl(options.address.toIPv4Address());
         address = reinterpret_cast<const sockaddr *>(&v4);
     }
+    boundPort = options.port;
     readerThread.setObjectName(QStringLiteral("page history"));
     reader = new PageHistory(options.historyPath);
     reader->moveToThread(&readerThread);
@@ -234,8 +240,9 @@ bool StationPage::start(QString *why)
         return false;
     }
     // Port 0 asks for any free one: say which.
-    if (const MHD_DaemonInfo *info = MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_BIND_PORT))
-        const_cast<Options &>(options).port = info->port;
+    const MHD_DaemonInfo *info = MHD_get_daemon_info(daemon, MHD_DAEMON_INFO_BIND_PORT);
+    boundPort = info ? info->port : options.port;
+    allowHosts();
     return true;
 }
 
@@ -276,13 +283,14 @@ QByteArray StationPage::stateJson(const QByteArray &acceptLanguage)
     if (snapshot.records != recentOf || now - recentAt > 10000) {
         QByteArray recent = "[";
         int hour = 0;
+        bool read = false;
         QMetaObject::invokeMethod(
             reader,
-            [this, &recent, &hour] {
+            [this, &recent, &hour, &read] {
                 HistoryFilter filter;
                 filter.newestFirst = true;
                 filter.limit = 50;
-                reader->read(filter, [&recent](const FlashRecord &record) {
+                read = reader->read(filter, [&recent](const FlashRecord &record) {
                     if (recent.size() > 1)
                         recent += ',';
                     recent += historyJson(record);
@@ -290,17 +298,20 @@ QByteArray StationPage::stateJson(const QByteArray &acceptLanguage)
                 });
                 HistoryFilter lastHourFilter;
                 lastHourFilter.since = QDateTime::currentDateTimeUtc().addSecs(-3600);
-                reader->read(lastHourFilter, [&hour](const FlashRecord &record) {
+                read = read && reader->read(lastHourFilter, [&hour](const FlashRecord &record) {
                     if (record.outcome != QLatin1String("pending"))
                         ++hour;
                     return true;
                 });
             },
             Qt::BlockingQueuedConnection);
-        recentJson = recent + ']';
-        lastHour = hour;
-        recentOf = snapshot.records;
-        recentAt = now;
+        // A history that cannot be read now: what was read before stays, asked again next time.
+        if (read) {
+            recentJson = recent + ']';
+            lastHour = hour;
+            recentOf = snapshot.records;
+            recentAt = now;
+        }
     }
     QJsonObject object = StationState::json(snapshot);
     object.insert(QStringLiteral("lastHour"), lastHour);
@@ -395,6 +406,8 @@ int StationPage::respond(MHD_Connection *connection, const QByteArray &path, con
                                     ++rows;
                                     return true;
                                 });
+                                // A record without a start to go on from would start the pages again.
+                                read = read && (rows == 0 || csv->filter.afterStarted.isValid());
                             },
                             Qt::BlockingQueuedConnection);
                         // A history that cannot be read ends the download short: never a
@@ -411,6 +424,10 @@ int StationPage::respond(MHD_Connection *connection, const QByteArray &path, con
                     return ssize_t(size);
                 },
                 request, [](void *cls) { delete static_cast<Request *>(cls); });
+            if (!response) {
+                delete request;
+                return MHD_NO;
+            }
             MHD_add_response_header(response, "Content-Disposition", "attachment; filename=\"history.csv\"");
         }
     } else if (path == "/favicon.ico") {

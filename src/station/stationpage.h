@@ -46,12 +46,14 @@ public:
 private:
     struct Request;
     int respond(MHD_Connection *connection, const QByteArray &path, const QByteArray &method);
+    void allowHosts();
     bool hostAllowed(const QByteArray &host) const;
     bool authorized(const QByteArray &header) const;
     QByteArray stateJson(const QByteArray &acceptLanguage);
 
     const StationState *state;
     const Options options;
+    quint16 boundPort = 0;
     QSet<QString> allowedHosts;
     MHD_Daemon *daemon = nullptr;
     QThread readerThread;

@@ -1,5 +1,7 @@
 #include "stationstate.h"
 
+#include "history/flashhistory.h"
+
 #include <QFileInfo>
 #include <QJsonArray>
 
@@ -9,11 +11,6 @@ const char *const outcomes[] = {"flashed", "recovered", "current", "failed", "st
 QJsonValue textOrNull(const QString &text)
 {
     return text.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(text);
-}
-
-QString isoOrEmpty(const QDateTime &time)
-{
-    return time.isValid() ? time.toUTC().toString(Qt::ISODate) : QString();
 }
 
 // A label's value in Prometheus' text: backslash, quote and line feed escaped.
@@ -182,7 +179,7 @@ QJsonObject StationState::json(const Snapshot &s)
             object.insert(QStringLiteral("percent"), tile.percent);
             object.insert(QStringLiteral("remaining"), tile.remaining < 0 ? QJsonValue() : QJsonValue(tile.remaining));
         } else if (!tile.outcome.isEmpty()) {
-            object.insert(QStringLiteral("ended"), isoOrEmpty(tile.ended));
+            object.insert(QStringLiteral("ended"), isoText(tile.ended));
             object.insert(QStringLiteral("seconds"), tile.seconds);
         }
         tiles.append(object);
@@ -201,7 +198,7 @@ QJsonObject StationState::json(const Snapshot &s)
                    {"pending", s.outboxPending < 0 ? QJsonValue() : QJsonValue(s.outboxPending)},
                    {"error", textOrNull(s.centralError)}};
     return {{"station", s.station},
-            {"since", isoOrEmpty(s.since)},
+            {"since", isoText(s.since)},
             {"package", QJsonObject{{"version", textOrNull(s.packageVersion)},
                                     {"files", QJsonArray::fromStringList(s.packageFiles)},
                                     {"signed", s.signedPackage}}},

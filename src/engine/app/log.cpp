@@ -41,18 +41,27 @@ QMutex writing;
 bool ended = false; // the verdict is written: nothing follows it
 } // namespace
 
+static void writeLine(QtMsgType type, const QString &message);
+
 void Log::endWith(const QString &message)
 {
-    logMessageHandler(QtDebugMsg, QMessageLogContext(), message);
     const QMutexLocker lock(&writing);
+    if (ended)
+        return;
+    writeLine(QtDebugMsg, message);
     ended = true;
 }
 
 void logMessageHandler(QtMsgType type, const QMessageLogContext &, const QString &message)
 {
     const QMutexLocker lock(&writing);
-    if (ended)
-        return;
+    if (!ended)
+        writeLine(type, message);
+}
+
+// Under the lock.
+static void writeLine(QtMsgType type, const QString &message)
+{
     QFile file(Log::filePath());
     if (!file.open(QIODevice::WriteOnly | QIODevice::Append | QIODevice::Text))
         return;

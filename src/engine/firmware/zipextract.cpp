@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <limits>
 #include <zip.h>
+#include <zlib.h>
 
 namespace {
 // One buffer for all entries of an archive, so memory does not grow with entry sizes.
@@ -47,16 +48,17 @@ bool meetsLink(const QString &outDir, const QString &name)
     return false;
 }
 
-// What was written is the entry: its size is the archive's (its CRC libzip checked).
+// What was written is the entry: its size and CRC are the archive's.
 bool matchesEntry(const QString &path, const zip_stat_t &stat, const EntryDigests &written)
 {
     const bool sizeOk = !(stat.valid & ZIP_STAT_SIZE) || written.size == stat.size;
-    if (!sizeOk)
+    const bool crcOk = !(stat.valid & ZIP_STAT_CRC) || written.crc == stat.crc;
+    if (!sizeOk || !crcOk)
         qDebug() << quoted(QStringLiteral("Unpacked file differs from the archive: [%1] %2 of %3 bytes")
                                .arg(path)
                                .arg(written.size)
                                .arg(stat.size));
-    return sizeOk;
+    return sizeOk && crcOk;
 }
 } // namespace
 
@@ -73,9 +75,9 @@ bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buf
         qDebug() << quoted(QStringLiteral("Cannot open file: [%1]").arg(path));
         return false;
     }
-    // Summed as the bytes go out: the file is not read a second time. (libzip checks each
-    // entry's CRC as it reads it.)
+    // Summed as the bytes go out: the file is not read a second time.
     Digest sha256(Digest::Kind::Sha256);
+    uLong crc = crc32(0L, Z_NULL, 0);
     quint64 done = 0;
     while (done < size) {
         const zip_int64_t length = zip_fread(file, buffer, zip_uint64_t(bufferSize));
@@ -92,8 +94,10 @@ bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buf
             qDebug() << quoted(QStringLiteral("Cannot write file: [%1] %2").arg(path, out.errorString()));
             return false;
         }
-        if (digests)
+        if (digests) {
+            crc = crc32(crc, reinterpret_cast<const Bytef *>(buffer), uInt(length));
             sha256.add(buffer, length);
+        }
         done += quint64(length);
     }
     out.close();
@@ -102,7 +106,7 @@ bool writeZipEntry(zip_file *file, unsigned size, const QString &path, char *buf
         return false;
     }
     if (digests)
-        *digests = {done, sha256.hex()};
+        *digests = {quint32(crc), done, sha256.hex()};
     return true;
 }
 

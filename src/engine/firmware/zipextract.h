@@ -12,6 +12,7 @@ bool unzipFile(const QString &archive, const QString &outDir, QHash<QString, QSt
 
 // What was written of an entry.
 struct EntryDigests {
+    quint32 crc = 0;
     quint64 size = 0;
     QString sha256; // hex
 };

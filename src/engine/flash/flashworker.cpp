@@ -131,8 +131,11 @@ bool FlashWorker::measure(FlashPackage &package)
     }
     package.totalSize = qint32(total);
     qDebug() << "Total file size: " << package.totalSize << "Byte\n";
-    for (FlashPackage::File &file : package.files)
+    for (FlashPackage::File &file : package.files) {
         file.sha256 = preparation.sha256Of(file.path);
+        if (file.sha256.isEmpty())
+            return preparation.fail({FlashError::Code::FileUnreadable, {file.path}});
+    }
     return true;
 }
 

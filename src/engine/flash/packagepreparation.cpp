@@ -162,6 +162,13 @@ bool PackagePreparation::prepareAll(const QStringList &files, bool checkSignatur
     for (const Part &part : std::as_const(parts)) {
         if (!part.unpacked)
             return stop ? false : fail(FlashError::Code::ExtractionFailed);
+        // Unpacked side by side: a file that two archives both hold was written by both at once.
+        for (auto it = part.sums.cbegin(); it != part.sums.cend(); ++it) {
+            if (sha256s.contains(it.key())) {
+                qDebug() << "In more than one archive:" << quoted(it.key());
+                return fail(FlashError::Code::ExtractionFailed);
+            }
+        }
         if (checkSignatures && !signers.contains(part.signer))
             signers << part.signer;
         sha256s.insert(part.sums);

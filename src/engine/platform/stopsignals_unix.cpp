@@ -2,6 +2,7 @@
 
 #include <QSocketNotifier>
 
+#include <cerrno>
 #include <csignal>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -17,8 +18,10 @@ void onSignal(int number)
 {
     if (getpid() != owner)
         return;
+    const int saved = errno; // the interrupted code may be about to read it
     const char byte = number == SIGHUP ? 2 : 1;
     [[maybe_unused]] const ssize_t ignored = write(signalPipe[1], &byte, 1);
+    errno = saved;
 }
 } // namespace
 
@@ -30,6 +33,8 @@ StopSignals::StopSignals(QObject *parent) : QObject(parent)
     owner = getpid();
     struct sigaction action = {};
     action.sa_handler = onSignal;
+    // A reload comes during work: reads and writes of other threads go on, not fail.
+    action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
@@ -48,6 +53,8 @@ void StopSignals::listenForReload()
 {
     struct sigaction action = {};
     action.sa_handler = onSignal;
+    // A reload comes during work: reads and writes of other threads go on, not fail.
+    action.sa_flags = SA_RESTART;
     sigemptyset(&action.sa_mask);
     sigaction(SIGHUP, &action, nullptr);
 }
