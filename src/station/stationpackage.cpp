@@ -8,6 +8,8 @@
 
 #include <QThread>
 
+#include <utility>
+
 namespace {
 QList<QPair<qint64, QDateTime>> looksOf(const QStringList &files)
 {
@@ -33,14 +35,22 @@ StationPackages::StationPackages(const StationRun::Options &run, QObject *parent
 
 StationPackages::~StationPackages()
 {
-    if (thread) {
+    if (flags)
         flags->stop = true;
+    dropWorker();
+}
+
+// The worker goes on its own thread, then the thread and the worker's settings.
+void StationPackages::dropWorker()
+{
+    if (thread) {
         QMetaObject::invokeMethod(worker, [this] { delete worker; }, Qt::BlockingQueuedConnection);
+        worker = nullptr;
         thread->quit();
         thread->wait();
-        delete thread;
+        delete std::exchange(thread, nullptr);
     }
-    delete settings;
+    delete std::exchange(settings, nullptr);
 }
 
 void StationPackages::look(bool again)
@@ -102,16 +112,7 @@ void StationPackages::prepared(const FlashPackage &package)
 // The worker and its thread go; the package stays in use, or its folder goes.
 void StationPackages::endPreparation(const QString &error)
 {
-    if (thread) {
-        QMetaObject::invokeMethod(worker, [this] { delete worker; }, Qt::BlockingQueuedConnection);
-        worker = nullptr;
-        thread->quit();
-        thread->wait();
-        delete thread;
-        thread = nullptr;
-    }
-    delete settings;
-    settings = nullptr;
+    dropWorker();
     busy = false;
     if (error.isEmpty()) {
         inUse = std::shared_ptr<const PreparedPackage>(preparing.release());

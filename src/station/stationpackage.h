@@ -62,6 +62,7 @@ private:
     void chosen(const StationRun::FirmwareChoice &choice, bool again);
     void prepared(const FlashPackage &package);
     void endPreparation(const QString &error);
+    void dropWorker();
     void next();
 
     const StationRun::Options run;
