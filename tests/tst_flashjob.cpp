@@ -7,6 +7,7 @@
 #include "app/log.h"
 #include "app/settings.h"
 #include "firmware/devicelisting.h"
+#include "flash/downloadpacer.h"
 #include "flash/flashjob.h"
 #include "flash/flashtexts.h"
 #include "history/flashhistory.h"
@@ -22,6 +23,9 @@
 #include <QTest>
 
 #include <sys/stat.h>
+
+#include <algorithm>
+#include <thread>
 
 using TestSupport::EmulatedBus;
 using TestSupport::FirmwareKit;
@@ -411,6 +415,41 @@ private slots:
         QVERIFY(run.errors.isEmpty());
         QVERIFY(calls().isEmpty() && log().contains("kill gpg"));
         QCOMPARE(TestSupport::liveProcessesWith(settings->getGpgFolder()), 0);
+    }
+
+    // Downloads that ask at once start a spacing apart, whoever comes first; a stop ends a
+    // wait for a turn far ahead. Only lower bounds on the clock: a sleep never ends early.
+    void downloadsTakeTurns()
+    {
+        if (emulated())
+            QSKIP("the simulator's");
+        constexpr int spacing = 100;
+        constexpr int downloads = 4;
+        DownloadPacer pacer(spacing);
+        std::atomic<bool> stop{false};
+        QElapsedTimer clock;
+        clock.start();
+        std::vector<qint64> started(downloads, -1);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < downloads; ++i)
+            threads.emplace_back([&, i] { started[size_t(i)] = pacer.waitForTurn(stop) ? clock.elapsed() : -1; });
+        for (std::thread &thread : threads)
+            thread.join();
+        std::sort(started.begin(), started.end());
+        for (int i = 0; i < downloads; ++i)
+            QVERIFY2(started[size_t(i)] >= i * spacing - 1, qPrintable(QString::number(started[size_t(i)])));
+
+        DownloadPacer slow(600000);
+        QElapsedTimer waited;
+        waited.start();
+        QVERIFY(slow.waitForTurn(stop)); // the first has the bus to itself
+        bool turn = true;
+        std::thread second([&] { turn = slow.waitForTurn(stop); });
+        QTest::qWait(200);
+        stop = true;
+        second.join();
+        QVERIFY(!turn);
+        QVERIFY2(waited.elapsed() < 60000, "neither the first download nor the stop should wait for a turn");
     }
 
     // ---- On the emulated bus, with Debian's dfu-util ----

@@ -1428,6 +1428,54 @@ private slots:
         QCOMPARE(workingFolders(), QStringList{});
     }
 
+    // Units plugged in together do not download in step: their first downloads start at
+    // least the watch's spacing (250 ms) apart, less what starting the tool may shift them.
+    void downloadsTakeTurns()
+    {
+        const QString calls = sandbox.root() + "/turns.txt";
+        const QString tool = sandbox.app() + "/dfu-util";
+        QFile::remove(tool);
+        QVERIFY(TestSupport::writeFile(tool, "#!/bin/sh\necho \"$(date +%s%N) $*\" >> '" + calls.toUtf8() +
+                                                 "'\nexec '" + QFile::encodeName(TestSupport::binDir()) +
+                                                 "/dfu-util-umockdev' \"$@\"\n"));
+        QFile::setPermissions(tool, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        const auto restore = qScopeGuard([tool] {
+            QFile::remove(tool);
+            QFile::link(TestSupport::binDir() + "/dfu-util-umockdev", tool);
+        });
+        QStringList devices;
+        for (const QString &port : QStringList{"1", "2", "3"}) {
+            TestSupport::writeFile(sandbox.root() + "/turnplug" + port, "pulled\n");
+            devices << "port=" + port + ",control=" + sandbox.root() + "/turnplug" + port + ",record=" +
+                           sandbox.root() + "/received/turn" + port;
+        }
+        EmulatedBus bus(devices);
+        QVERIFY(bus.isUp());
+        Run station;
+        start(station, {"watch", "--json", "--history", sandbox.root() + "/turns.sqlite", firmware});
+        QVERIFY(finish(station, 60000, "Watching every port"));
+        for (const QString &port : QStringList{"1", "2", "3"})
+            TestSupport::writeFile(sandbox.root() + "/turnplug" + port, "plugged\n");
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == 3), 90000);
+        ::kill(pid_t(station.process->processId()), SIGTERM);
+        QVERIFY(finish(station, 20000));
+        QCOMPARE(station.last("summary")["flashed"].toInt(), 3);
+        QMap<QString, qint64> firstDownload; // port -> ns
+        for (const QString &line : QString::fromUtf8(TestSupport::readFile(calls)).split('\n', Qt::SkipEmptyParts)) {
+            const QStringList words = line.split(' ');
+            const qsizetype port = words.indexOf("-p");
+            if (words.contains("-D") && port > 0 && !firstDownload.contains(words.value(port + 1)))
+                firstDownload.insert(words.value(port + 1), words.first().toLongLong());
+        }
+        QCOMPARE(firstDownload.keys(), (QStringList{"1-1", "1-2", "1-3"}));
+        QList<qint64> starts = firstDownload.values();
+        std::sort(starts.begin(), starts.end());
+        for (int i = 1; i < starts.size(); ++i)
+            QVERIFY2(starts[i] - starts[i - 1] >= 150'000'000, qPrintable(QString::number(starts[i] - starts[i - 1])));
+        for (const QString &port : QStringList{"1", "2", "3"})
+            QCOMPARE(received("turn" + port), flashed);
+    }
+
     // SIGHUP: a newer package is prepared beside the one in use; the unit under way keeps
     // its own, the next gets the new one. A package that fails its check leaves the one in
     // use, and says so.

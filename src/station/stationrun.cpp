@@ -151,6 +151,7 @@ void StationRun::startJob(const FirmwareChoice &choice)
     if (options.prepared)
         flash.prepared = options.prepared->package;
     flash.plainZips = options.zip;
+    flash.pacer = options.pacer;
     flash.port = options.port;
     flash.portLockHeld = options.portLocked;
     if (seenDevice)

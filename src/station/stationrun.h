@@ -37,6 +37,7 @@ void runOffThread(QObject *receiver, std::function<Result()> work, std::function
 }
 
 struct FlashError;
+class DownloadPacer;
 class HistoryWriter;
 class FlashJob;
 class Settings;
@@ -56,6 +57,8 @@ public:
         QString firmware;   // one file of a pair, or a folder (its newest firmware)
         // The package checked and unpacked before, for many units (a watch's): taken as it is.
         std::shared_ptr<const PreparedPackage> prepared;
+        // Shared by a watch's runs: their downloads take turns.
+        std::shared_ptr<DownloadPacer> pacer;
         QString port;       // empty: the one Tessel NINE there is
         QString bootLoader; // flashed first, then the device is waited for
         bool zip = false;   // plain zip files, nothing to check with gpg

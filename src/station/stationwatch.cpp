@@ -3,6 +3,7 @@
 #include "stationpackage.h"
 
 #include "app/settings.h"
+#include "flash/downloadpacer.h"
 #include "platform/ownedfolder.h"
 #include "platform/platform.h"
 #include "platform/usbmonitor.h"
@@ -14,11 +15,16 @@ namespace {
 constexpr int settleMs = 30;
 // Where udev cannot be listened to, the ports are looked at this often.
 constexpr int pollMs = 2000;
+// Two downloads start at least this far apart: units that arrived together fall out of
+// step, and one unit's download runs while others' devices write. Eight units that
+// arrive at once all start within 1.75 s.
+constexpr int downloadSpacingMs = 250;
 } // namespace
 
 StationWatch::StationWatch(Settings *settings, StationOutput *output, HistoryWriter *history, Options options,
                            QObject *parent)
-    : QObject(parent), settings(settings), output(output), history(history), options(std::move(options))
+    : QObject(parent), settings(settings), output(output), history(history), options(std::move(options)),
+      pacer(std::make_shared<DownloadPacer>(downloadSpacingMs))
 {
     lookTimer.setSingleShot(true);
     connect(&lookTimer, &QTimer::timeout, this, &StationWatch::look);
@@ -209,6 +215,7 @@ void StationWatch::startRun(const ListedDevice &device, Port &slot)
     }
     StationRun::Options run = options.run;
     run.prepared = packages->current();
+    run.pacer = pacer;
     run.port = device.port;
     run.portLocked = true;
     run.leaveCurrent = true;

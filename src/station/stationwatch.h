@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 
+class DownloadPacer;
 class HistoryWriter;
 class StationPackages;
 class Settings;
@@ -78,6 +79,7 @@ private:
     HistoryWriter *history;
     const Options options;
     StationPackages *packages = nullptr;
+    const std::shared_ptr<DownloadPacer> pacer; // for every run of the watch
     bool stale = false; // a file of the package in use changed: units wait for it again
     UsbMonitor *monitor = nullptr;
     QTimer lookTimer;

@@ -1,5 +1,7 @@
 #include "dfutransfer.h"
 
+#include "downloadpacer.h"
+
 #include "app/logstream.h"
 #include "app/settings.h"
 #include "firmware/devicelisting.h"
@@ -60,6 +62,9 @@ bool DfuTransfer::transfer(const FlashPackage::File &file)
         return false;
     if (!port.isEmpty())
         args << QStringLiteral("-p") << port;
+    // Its turn first: the file is checked as late as can be.
+    if (pacer && !pacer->waitForTurn(flags.stop))
+        return false;
     // The file must still be the one checked and recorded: a prepared package serves many
     // units, and what lies on disk between them is not trusted.
     if (!file.sha256.isEmpty() && sha256Of(file.path) != file.sha256) {

@@ -14,7 +14,10 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <optional>
+
+class DownloadPacer;
 
 // Puts the files of a package into a Tessel NINE with dfu-util, one file per call, on
 // the calling thread. The field's old tool (0.5 to 0.7) runs with the classic command
@@ -58,6 +61,8 @@ public:
     std::optional<ListedDevice> runningNow() const { return running; }
     // How long the newer tool's device may take to come back after a detach or a download.
     void setDeviceWaitLimit(int ms) { deviceWaitLimitMs = ms; }
+    // Shared with the other units' transfers: each download waits for its turn.
+    void setPacer(std::shared_ptr<DownloadPacer> shared) { pacer = std::move(shared); }
 
 private:
     enum class DeviceMode { Absent, Runtime, Dfu };
@@ -83,6 +88,7 @@ private:
     Flags &flags;
     Events events;
     int deviceWaitLimitMs = 20000;
+    std::shared_ptr<DownloadPacer> pacer;
 
     // Of the run
     TransferCounters counters;

@@ -42,7 +42,7 @@ FlashJob::FlashJob(Settings *settings, Options givenOptions, QObject *parent)
 {
     version = versionOf(options.files, options.mode, &versionHasV);
     thread = new QThread;
-    worker = new FlashWorker(settings, options.bootLoaderRev, flags);
+    worker = new FlashWorker(settings, options.bootLoaderRev, flags, options.pacer);
     worker->moveToThread(thread);
     connect(worker, &FlashWorker::stageReached, this, [this](FlashStage stage) {
         if (!isEnding())

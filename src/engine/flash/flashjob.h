@@ -17,6 +17,7 @@
 #include <memory>
 #include <optional>
 
+class DownloadPacer;
 class HistoryWriter;
 class FlashRecorder;
 class FlashWorker;
@@ -39,6 +40,8 @@ public:
         // job takes it as it is.
         std::optional<FlashPackage> prepared;
         bool plainZips = false;  // nothing to check with gpg
+        // Shared by units flashed side by side (a watch's): their downloads take turns.
+        std::shared_ptr<DownloadPacer> pacer;
         int bootLoaderRev = 0;   // picks the transfer size
         QString port;            // only the device on this port; empty: the one there is
         // One run per USB port for every program on the machine: the job takes the port's

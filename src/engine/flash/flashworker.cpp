@@ -13,8 +13,9 @@
 
 #include <limits>
 
-FlashWorker::FlashWorker(Settings *settings, int bootLoaderRev, std::shared_ptr<DfuTransfer::Flags> flags)
-    : flags(std::move(flags)), dfuPath(settings->getDfuUtilPath()), gpgAvailable(settings->isGpgAvailable()),
+FlashWorker::FlashWorker(Settings *settings, int bootLoaderRev, std::shared_ptr<DfuTransfer::Flags> flags,
+                         std::shared_ptr<DownloadPacer> pacer)
+    : flags(std::move(flags)), pacer(std::move(pacer)), dfuPath(settings->getDfuUtilPath()), gpgAvailable(settings->isGpgAvailable()),
       bootLoaderRev(bootLoaderRev), preparation(settings, this->flags->stop)
 {
 }
@@ -76,6 +77,7 @@ void FlashWorker::readyToTransfer(const FlashPackage &package, const ListedDevic
                                 emit fileStarted(stage, file, number, total);
                             },
                             [this](const FlashProgress &progress) { emit progressed(progress); }});
+    dfu->setPacer(pacer);
     dfu->begin(package);
     emit prepared(package);
 }

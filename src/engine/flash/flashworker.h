@@ -24,7 +24,8 @@ class FlashWorker : public QObject
     Q_OBJECT
 public:
     // Paths are taken here, on the thread that makes the job.
-    FlashWorker(Settings *settings, int bootLoaderRev, std::shared_ptr<DfuTransfer::Flags> flags);
+    FlashWorker(Settings *settings, int bootLoaderRev, std::shared_ptr<DfuTransfer::Flags> flags,
+                std::shared_ptr<DownloadPacer> pacer = nullptr);
     ~FlashWorker() override;
 
     // Checks and unpacks the files, lists and measures the .sys files the mode flashes.
@@ -55,6 +56,7 @@ private:
     void pause(int seconds);
 
     std::shared_ptr<DfuTransfer::Flags> flags;
+    const std::shared_ptr<DownloadPacer> pacer;
     const QString dfuPath;
     const bool gpgAvailable;
     const int bootLoaderRev;
