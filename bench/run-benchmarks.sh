@@ -305,10 +305,14 @@ first_bytes() {
 }
 : > "$work/arrivals"
 trap 'kill "${wbus:-}" 2>/dev/null || true; wait "${wbus:-}" 2>/dev/null || true; rm -rf "$work"' EXIT
+# The loop's own pace varies with how its process starts happen to spread the units: three
+# rounds, and the median of their ratios.
+median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 for units in 4 8; do
     for gap in 0 1; do
         how="at once"; [ "$gap" = 0 ] || how="${gap} s apart"
-        for round in 1 2; do
+        ratios=()
+        for round in 1 2 3; do
             # One watch.
             bus_up "$units"; rm -f "$work/w.sqlite"*; : > "$work/dfucalls"
             LD_PRELOAD=$preload /usr/bin/time -o "$work/wtime" -f "%M %U %S" \
@@ -340,7 +344,9 @@ for units in 4 8; do
                 "$flashed flashed, CPU $(awk -v a="$wuser" -v b="$wsys" 'BEGIN { print a + b }') s, peak $((wmem / 1024)) MB);" \
                 "loop $looped ms ($(( units * 3600000 / looped )) units/h, CPU $(awk -v a="$luser" -v b="$lsys" 'BEGIN { print a + b }') s);" \
                 "$(awk -v a="$watched" -v b="$looped" 'BEGIN { printf "%.2f", a / b }') x"
+            ratios+=("$(awk -v a="$watched" -v b="$looped" 'BEGIN { printf "%.3f", a / b }')")
         done
+        echo "  $units units $how: median ratio $(printf '%s\n' "${ratios[@]}" | median) x"
     done
 done
 sort -n "$work/arrivals" > "$work/arrivals.sorted"
