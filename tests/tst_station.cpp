@@ -134,6 +134,22 @@ class TestStation : public QObject
     {
         return EmulatedBus::received(sandbox.root() + "/received/" + name);
     }
+    // Units on ports 1-1 to 1-3, off the bus until plugIn(); what each receives goes to
+    // received/NAME1 to NAME3.
+    QStringList unplugged(const QString &name) const
+    {
+        QStringList devices;
+        for (const QString &port : QStringList{"1", "2", "3"}) {
+            TestSupport::writeFile(sandbox.root() + "/" + name + "plug" + port, "pulled\n");
+            devices << "port=" + port + ",control=" + sandbox.root() + "/" + name + "plug" + port + ",record=" +
+                           sandbox.root() + "/received/" + name + port;
+        }
+        return devices;
+    }
+    void plugIn(const QString &name, const QString &port) const
+    {
+        TestSupport::writeFile(sandbox.root() + "/" + name + "plug" + port, "plugged\n");
+    }
     // The central record's server, started by the first test that needs it.
     bool startCentral()
     {
@@ -1356,13 +1372,7 @@ private slots:
     // the next run.
     void preparedOnce()
     {
-        QStringList devices;
-        for (const QString &port : QStringList{"1", "2", "3"}) {
-            TestSupport::writeFile(sandbox.root() + "/prepplug" + port, "pulled\n");
-            devices << "port=" + port + ",control=" + sandbox.root() + "/prepplug" + port + ",record=" +
-                           sandbox.root() + "/received/prep" + port;
-        }
-        EmulatedBus bus(devices);
+        EmulatedBus bus(unplugged("prep"));
         QVERIFY(bus.isUp());
         const QString history = sandbox.root() + "/prepared.sqlite";
         Run station;
@@ -1374,7 +1384,7 @@ private slots:
             QCOMPARE(QFileInfo(file).permissions() & (QFile::WriteOwner | QFile::WriteGroup | QFile::WriteOther),
                      QFile::Permissions());
         const auto plugAndWait = [&](const QString &port, int results) {
-            TestSupport::writeFile(sandbox.root() + "/prepplug" + port, "plugged\n");
+            plugIn("prep", port);
             QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == results), 60000);
         };
         plugAndWait("1", 1);
@@ -1443,19 +1453,13 @@ private slots:
             QFile::remove(tool);
             QFile::link(TestSupport::binDir() + "/dfu-util-umockdev", tool);
         });
-        QStringList devices;
-        for (const QString &port : QStringList{"1", "2", "3"}) {
-            TestSupport::writeFile(sandbox.root() + "/turnplug" + port, "pulled\n");
-            devices << "port=" + port + ",control=" + sandbox.root() + "/turnplug" + port + ",record=" +
-                           sandbox.root() + "/received/turn" + port;
-        }
-        EmulatedBus bus(devices);
+        EmulatedBus bus(unplugged("turn"));
         QVERIFY(bus.isUp());
         Run station;
         start(station, {"watch", "--json", "--history", sandbox.root() + "/turns.sqlite", firmware});
         QVERIFY(finish(station, 60000, "Watching every port"));
         for (const QString &port : QStringList{"1", "2", "3"})
-            TestSupport::writeFile(sandbox.root() + "/turnplug" + port, "plugged\n");
+            plugIn("turn", port);
         QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == 3), 90000);
         ::kill(pid_t(station.process->processId()), SIGTERM);
         QVERIFY(finish(station, 20000));
