@@ -24,7 +24,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <thread>
 
 using TestSupport::EmulatedBus;
@@ -417,39 +416,32 @@ private slots:
         QCOMPARE(TestSupport::liveProcessesWith(settings->getGpgFolder()), 0);
     }
 
-    // Downloads that ask at once start a spacing apart, whoever comes first; a stop ends a
-    // wait for a turn far ahead. Only lower bounds on the clock: a sleep never ends early.
+    // Downloads that ask at once get turns a spacing apart, whoever comes first: each wait
+    // plus the time since the first turn was taken is at least its place times the spacing.
+    // A stop ends a wait for a turn far ahead.
     void downloadsTakeTurns()
     {
         if (emulated())
             QSKIP("the simulator's");
         constexpr int spacing = 100;
-        constexpr int downloads = 4;
         DownloadPacer pacer(spacing);
-        std::atomic<bool> stop{false};
-        QElapsedTimer clock;
-        clock.start();
-        std::vector<qint64> started(downloads, -1);
-        std::vector<std::thread> threads;
-        for (int i = 0; i < downloads; ++i)
-            threads.emplace_back([&, i] { started[size_t(i)] = pacer.waitForTurn(stop) ? clock.elapsed() : -1; });
-        for (std::thread &thread : threads)
-            thread.join();
-        std::sort(started.begin(), started.end());
-        for (int i = 0; i < downloads; ++i)
-            QVERIFY2(started[size_t(i)] >= i * spacing - 1, qPrintable(QString::number(started[size_t(i)])));
+        QElapsedTimer sinceFirst;
+        sinceFirst.start();
+        QCOMPARE(pacer.takeTurn(), qint64(0)); // the first has the bus to itself
+        for (int place = 1; place < 4; ++place) {
+            const qint64 wait = pacer.takeTurn();
+            QVERIFY2(wait <= place * spacing && wait + sinceFirst.elapsed() >= place * spacing - 1,
+                     qPrintable(QString::number(wait)));
+        }
 
-        DownloadPacer slow(600000);
-        QElapsedTimer waited;
-        waited.start();
-        QVERIFY(slow.waitForTurn(stop)); // the first has the bus to itself
-        bool turn = true;
-        std::thread second([&] { turn = slow.waitForTurn(stop); });
+        DfuTransfer::Flags flags;
+        bool rested = true;
+        std::thread waiting([&] { rested = flags.rest(600000); });
         QTest::qWait(200);
-        stop = true;
-        second.join();
-        QVERIFY(!turn);
-        QVERIFY2(waited.elapsed() < 60000, "neither the first download nor the stop should wait for a turn");
+        flags.stop = true;
+        waiting.join();
+        QVERIFY(!rested);
+        QVERIFY2(sinceFirst.elapsed() < 60000, "a stop ends a rest at once");
     }
 
     // ---- On the emulated bus, with Debian's dfu-util ----

@@ -13,10 +13,22 @@
 #include <QThread>
 #include <QtDebug>
 
+#include <algorithm>
+
 namespace {
 constexpr int lookEveryMs = 100;
+constexpr qint64 stopHeardWithinMs = 50;
 const QString tesselNine = QStringLiteral("-d 0x2675:0x0001");
 } // namespace
+
+bool DfuTransfer::Flags::rest(qint64 ms) const
+{
+    QElapsedTimer rested;
+    rested.start();
+    for (qint64 left = ms; left > 0 && !stop; left = ms - rested.elapsed())
+        QThread::msleep(std::min(left, stopHeardWithinMs));
+    return !stop;
+}
 
 DfuTransfer::DfuTransfer(const QString &dfuPath, const ListedDevice &unit, int bootLoaderRev, Flags &flags,
                          Events events)
@@ -63,8 +75,13 @@ bool DfuTransfer::transfer(const FlashPackage::File &file)
     if (!port.isEmpty())
         args << QStringLiteral("-p") << port;
     // Its turn first: the file is checked as late as can be.
-    if (pacer && !pacer->waitForTurn(flags.stop))
-        return false;
+    if (pacer) {
+        const qint64 wait = pacer->takeTurn();
+        if (wait > 0)
+            qDebug() << "The download waits" << wait << "ms for its turn";
+        if (!flags.rest(wait))
+            return false;
+    }
     // The file must still be the one checked and recorded: a prepared package serves many
     // units, and what lies on disk between them is not trusted.
     if (!file.sha256.isEmpty() && sha256Of(file.path) != file.sha256) {

@@ -37,6 +37,8 @@ public:
         std::atomic<bool> stop{false};
         std::atomic<int> gpgRunning{0}; // gpg runs at work
         std::atomic<bool> dfuRunning{false};
+        // Sleeps for ms in steps short enough to hear a stop; false when stopped.
+        bool rest(qint64 ms) const;
     };
 
     // unit: the device as the run found it; its port (dfu-util's "-p PATH") binds every

@@ -2,7 +2,6 @@
 
 #include <QElapsedTimer>
 
-#include <atomic>
 #include <mutex>
 
 // Units flashed side by side that arrive together download in step: all of them load the
@@ -15,9 +14,8 @@ class DownloadPacer
 public:
     explicit DownloadPacer(int spacingMs);
 
-    // Takes the next free start and waits for it. False when the stop flag rose meanwhile.
-    bool waitForTurn(const std::atomic<bool> &stop);
-    int spacing() const { return spacingMs; }
+    // Takes the next free start: how many ms from now the download is to wait for it.
+    qint64 takeTurn();
 
 private:
     const int spacingMs;

@@ -22,13 +22,6 @@ FlashWorker::FlashWorker(Settings *settings, int bootLoaderRev, std::shared_ptr<
 
 FlashWorker::~FlashWorker() = default;
 
-void FlashWorker::pause(int seconds)
-{
-    // Interruptible, so a stop does not wait out the pause.
-    for (int i = 0; i < seconds * 20 && !flags->stop; ++i)
-        QThread::msleep(50);
-}
-
 void FlashWorker::prepare(const QStringList &files, bool plainZips, FlashMode mode, const ListedDevice &unit)
 {
     FlashPackage package;
@@ -90,8 +83,7 @@ bool FlashWorker::unpack(QStringList files, bool plainZips)
         return false;
     // The old tool's rhythm, a second after each archive; the newer one's path has no fixed pause.
     if (knownDfuDialect() != DfuDialect::Newer) {
-        for (int i = 0; i < files.size(); ++i)
-            pause(1);
+        flags->rest(1000 * files.size());
     }
     return true;
 }
@@ -151,7 +143,7 @@ void FlashWorker::transfer(const QList<FlashPackage::File> &files, bool afterPau
             return;
         }
         if (!dfu->allStarted() && dfu->pausesBetweenFiles())
-            pause(1);
+            flags->rest(1000);
     }
     emit transferred(dfu->runningNow() ? dfu->runningNow()->version : QString());
 }

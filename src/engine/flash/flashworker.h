@@ -53,7 +53,6 @@ private:
     bool listFiles(FlashMode mode, FlashPackage &package);
     bool measure(FlashPackage &package);
     void readyToTransfer(const FlashPackage &package, const ListedDevice &unit);
-    void pause(int seconds);
 
     std::shared_ptr<DfuTransfer::Flags> flags;
     const std::shared_ptr<DownloadPacer> pacer;
