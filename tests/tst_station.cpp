@@ -150,6 +150,20 @@ class TestStation : public QObject
     {
         TestSupport::writeFile(sandbox.root() + "/" + name + "plug" + port, "plugged\n");
     }
+    // Until the guard goes, the station's dfu-util is a script that runs these shell lines
+    // first and then the real tool.
+    auto dfuUtilAfter(const QByteArray &lines) const
+    {
+        const QString tool = sandbox.app() + "/dfu-util";
+        QFile::remove(tool);
+        TestSupport::writeFile(tool, "#!/bin/sh\n" + lines + "\nexec '" + QFile::encodeName(TestSupport::binDir()) +
+                                         "/dfu-util-umockdev' \"$@\"\n");
+        QFile::setPermissions(tool, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        return qScopeGuard([tool] {
+            QFile::remove(tool);
+            QFile::link(TestSupport::binDir() + "/dfu-util-umockdev", tool);
+        });
+    }
     // The central record's server, started by the first test that needs it.
     bool startCentral()
     {
@@ -1443,16 +1457,7 @@ private slots:
     void downloadsTakeTurns()
     {
         const QString calls = sandbox.root() + "/turns.txt";
-        const QString tool = sandbox.app() + "/dfu-util";
-        QFile::remove(tool);
-        QVERIFY(TestSupport::writeFile(tool, "#!/bin/sh\necho \"$(date +%s%N) $*\" >> '" + calls.toUtf8() +
-                                                 "'\nexec '" + QFile::encodeName(TestSupport::binDir()) +
-                                                 "/dfu-util-umockdev' \"$@\"\n"));
-        QFile::setPermissions(tool, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        const auto restore = qScopeGuard([tool] {
-            QFile::remove(tool);
-            QFile::link(TestSupport::binDir() + "/dfu-util-umockdev", tool);
-        });
+        const auto restore = dfuUtilAfter("echo \"$(date +%s%N) $*\" >> '" + QFile::encodeName(calls) + "'");
         EmulatedBus bus(unplugged("turn"));
         QVERIFY(bus.isUp());
         Run station;
@@ -1478,6 +1483,40 @@ private slots:
             QVERIFY2(starts[i] - starts[i - 1] >= 150'000'000, qPrintable(QString::number(starts[i] - starts[i - 1])));
         for (const QString &port : QStringList{"1", "2", "3"})
             QCOMPARE(received("turn" + port), flashed);
+    }
+
+    // A listing that fails tells nothing of who left: the current unit is not met anew, the
+    // skipped one not counted twice, and the watch looks again by itself, so that the unit
+    // plugged in meanwhile is found.
+    void failedListing()
+    {
+        const QString failing = sandbox.root() + "/lists-fail";
+        const auto restore = dfuUtilAfter("[ \"$1\" = -l ] && [ -e '" + QFile::encodeName(failing) + "' ] && exit 1");
+        const QString plug = sandbox.root() + "/failplug2";
+        TestSupport::writeFile(plug, "pulled\n");
+        EmulatedBus bus({"name=V1_2_4", "port=2,name=V1_2_4,control=" + plug, "port=5"});
+        QVERIFY(bus.isUp());
+        Run station;
+        start(station, {"watch", "--json", "--history", sandbox.root() + "/failed-listing.sqlite", "--ports", "1-1,1-2",
+                        firmware});
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == 1 && countOf(station, "skipped") == 1),
+                                 60000);
+        TestSupport::writeFile(failing);
+        TestSupport::writeFile(plug, "plugged\n");
+        QTest::qWait(1500); // udev's look and two more fail
+        QFile::remove(failing);
+        QTRY_VERIFY_WITH_TIMEOUT((station.read(), countOf(station, "result") == 2), 20000);
+        QTest::qWait(1000);
+        ::kill(pid_t(station.process->processId()), SIGTERM);
+        QVERIFY(finish(station, 20000));
+        QStringList met;
+        for (const QJsonObject &e : std::as_const(station.events))
+            if (e["event"] == QString("device") || e["event"] == QString("skipped"))
+                met << e["event"].toString() + " " + e["port"].toString();
+        met.sort();
+        QCOMPARE(met, (QStringList{"device 1-1", "device 1-2", "skipped 1-5"}));
+        QCOMPARE(station.last("summary")["current"].toInt(), 2);
+        QCOMPARE(station.last("summary")["skipped"].toInt(), 1);
     }
 
     // SIGHUP: a newer package is prepared beside the one in use; the unit under way keeps

@@ -15,6 +15,9 @@ namespace {
 constexpr int settleMs = 30;
 // Where udev cannot be listened to, the ports are looked at this often.
 constexpr int pollMs = 2000;
+// A listing that could not name every device is taken again this soon: udev opens a new
+// node to us a moment after the device appears.
+constexpr int relookMs = 500;
 // Two downloads start at least this far apart: units that arrived together fall out of
 // step, and one unit's download runs while others' devices write. Eight units that
 // arrive at once all start within 1.75 s.
@@ -146,18 +149,25 @@ void StationWatch::look()
     if (!ready || ended)
         return;
     bool accessDenied = false;
+    bool complete = false;
     QHash<QString, ListedDevice> seen;
-    for (const ListedDevice &device : listDfuDevices(*settings, &accessDenied)) {
+    for (const ListedDevice &device : listDfuDevices(*settings, &accessDenied, &complete)) {
         if (device.isTesselNine() && !device.port.isEmpty())
             seen.insert(device.port, device);
     }
+    // A device that a failed listing, or a node udev has not yet opened to us, leaves out
+    // may still be there: taken for gone, a failed unit would be flashed again without being
+    // plugged in, and a skipped one counted twice. Only a whole listing tells who left.
+    const bool whole = complete && !accessDenied;
+    if (!whole)
+        lookTimer.start(relookMs);
     for (auto &[port, slot] : ports) {
         // A port under a run of ours is the run's: its device comes and goes as it is flashed.
-        if (!slot.run && (!seen.contains(port) || seen.value(port).serial != slot.serial))
+        if (!slot.run && (seen.contains(port) ? seen.value(port).serial != slot.serial : whole))
             slot.present = false;
     }
     for (auto it = skippedPorts.begin(); it != skippedPorts.end();)
-        it = seen.contains(*it) ? std::next(it) : skippedPorts.erase(it);
+        it = seen.contains(*it) || !whole ? std::next(it) : skippedPorts.erase(it);
     for (const ListedDevice &device : std::as_const(seen)) {
         if (!options.ports.isEmpty() && !ports.count(device.port)) {
             if (!skippedPorts.contains(device.port)) {

@@ -81,21 +81,24 @@ DfuDialect knownDfuDialect()
     return dialect;
 }
 
-QList<ListedDevice> listDfuDevices(const Settings &settings, bool *accessDenied, int timeoutMs)
+QList<ListedDevice> listDfuDevices(const Settings &settings, bool *accessDenied, bool *complete, int timeoutMs)
 {
-    return listDfuDevices(settings.getDfuUtilPath(), accessDenied, timeoutMs);
+    return listDfuDevices(settings.getDfuUtilPath(), accessDenied, complete, timeoutMs);
 }
 
-QList<ListedDevice> listDfuDevices(const QString &dfuUtilPath, bool *accessDenied, int timeoutMs)
+QList<ListedDevice> listDfuDevices(const QString &dfuUtilPath, bool *accessDenied, bool *complete, int timeoutMs)
 {
     QProcess process;
     QByteArray output;
     process.setProcessChannelMode(QProcess::MergedChannels);
     startTool(process, dfuUtilPath, {QStringLiteral("-l")});
-    if (!process.waitForFinished(timeoutMs) && process.state() != QProcess::NotRunning) {
+    const bool ended = process.waitForFinished(timeoutMs);
+    if (!ended && process.state() != QProcess::NotRunning) {
         process.kill();
         process.waitForFinished(1000);
     }
+    if (complete)
+        *complete = ended && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
     output = process.readAll();
     qDebug() << quoted(output);
     noteDfuBanner(output);

@@ -34,7 +34,10 @@ QString knownDfuVersion();
 QList<ListedDevice> parseDeviceListing(const QByteArray &output);
 
 // Runs "dfu-util -l" to its end (for at most timeoutMs) and lists the devices. A device
-// there that this user may not open sets *accessDenied.
-QList<ListedDevice> listDfuDevices(const Settings &settings, bool *accessDenied, int timeoutMs = 5000);
+// there that this user may not open sets *accessDenied. *complete says whether the tool ran
+// to its end and succeeded: only then is a device it does not name surely not there.
+QList<ListedDevice> listDfuDevices(const Settings &settings, bool *accessDenied, bool *complete = nullptr,
+                                   int timeoutMs = 5000);
 // The same with the tool's path, for a thread that must not share the settings.
-QList<ListedDevice> listDfuDevices(const QString &dfuUtilPath, bool *accessDenied, int timeoutMs = 5000);
+QList<ListedDevice> listDfuDevices(const QString &dfuUtilPath, bool *accessDenied, bool *complete = nullptr,
+                                   int timeoutMs = 5000);
